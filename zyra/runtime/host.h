@@ -1,0 +1,142 @@
+// The running host: the open scene, the host command table, the log, the headless user
+// interface state and the loaded plug-ins. One per process; the command line and the tests
+// drive it through this interface, plug-ins only through the SDK.
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "model.h"
+#include "zyra/core.h"
+
+namespace Zyra::rt {
+
+// Log severities.
+enum Severity : int {
+  kSevError = 2,
+  kSevWarning = 4,
+  kSevMessage = 8,
+  kSevInfo = 16,
+  kSevVerbose = 32,
+};
+
+// A host command: reads its arguments, returns a value, fails with a message that names what is
+// wrong. Arguments are positional; missing ones are empty values.
+using CommandFn = std::function<CStatus(const CValueArray& args, CValue& result)>;
+
+struct HostCommand {
+  std::wstring name;         // the name scripts use
+  std::wstring displayName;  // plug-in commands: the display name, also accepted
+  CommandFn run;
+  bool plugin = false;
+  bool noLogging = false;  // the plug-in's no-logging flag
+};
+
+// Registers a built-in host command at load time: ZYRA_HOST_COMMAND(L"Rotate", RotateCommand);
+struct CommandRegistration {
+  CommandRegistration(const wchar_t* name, CommandFn fn);
+};
+#define ZYRA_HOST_COMMAND_CAT2(a, b) a##b
+#define ZYRA_HOST_COMMAND_CAT(a, b) ZYRA_HOST_COMMAND_CAT2(a, b)
+#define ZYRA_HOST_COMMAND(name, fn) \
+  static const ::Zyra::rt::CommandRegistration ZYRA_HOST_COMMAND_CAT(kCommand_, __LINE__)(name, fn)
+
+// The objects of one open scene.
+struct Scene {
+  std::shared_ptr<ModelObject> root;          // "Scene_Root"
+  std::shared_ptr<Container> groups;          // scene-level groups
+  std::shared_ptr<Container> passes;          // "Passes" with "Default_Pass"
+  std::shared_ptr<Property> playControl;      // "PlayControl": Current, In, Out
+  std::shared_ptr<Property> preferences;      // "preferences": scripting.cmdlog, output_format.frame_rate
+  std::shared_ptr<Property> exportOptions;    // "dotZyraExportOptions"
+  std::vector<std::weak_ptr<Object>> selection;
+  std::wstring currentPass = L"Default_Pass";
+};
+
+struct LogLine {
+  int severity;
+  std::wstring text;
+};
+
+// What the user interface was asked and answered; tests and scripts queue answers.
+struct PageAnswer {
+  std::wstring title;                                   // empty matches any page
+  std::vector<std::pair<std::wstring, std::wstring>> values;  // parameter name -> value text
+  std::vector<std::wstring> presses;                    // buttons pressed in order
+  bool cancel = false;
+};
+struct ProgressRecord {
+  std::vector<std::wstring> captions;
+  long maximum = 100;
+  long value = 0;
+  bool cancelEnabled = true;
+  bool visible = false;
+};
+struct UiState {
+  std::deque<int> msgBoxAnswers;                  // 1 OK, 2 Cancel, 6 Yes, 7 No
+  std::deque<PageAnswer> pageAnswers;
+  std::deque<std::pair<std::wstring, std::wstring>> fileAnswers;  // dialog title -> path
+  std::deque<std::wstring> pickAnswers;           // object names ("" = nothing picked)
+  int defaultQuestionAnswer = 0;                  // 0: OK/Yes; else a fixed answer
+  bool shift = false;
+  std::vector<std::wstring> messageBoxes;         // "caption: text" of every box shown
+  std::vector<ProgressRecord> progressRuns;       // one per run of the progress bar
+};
+
+class Host {
+ public:
+  static Host& Get();
+
+  Scene& scene() { return scene_; }
+  UiState& ui() { return ui_; }
+
+  // Discards the open scene and makes a new empty one (Scene_Root, default pass, preferences).
+  void NewScene();
+
+  // Host command table.
+  void RegisterCommand(HostCommand command);
+  void UnregisterPluginCommands();
+  const HostCommand* FindCommand(std::wstring_view name) const;
+  std::vector<const HostCommand*> Commands() const;
+  // Runs a command by name; logs it while "preferences.scripting.cmdlog" is true.
+  CStatus Execute(std::wstring_view name, const CValueArray& args, CValue& result);
+
+  // The log: standard error (messages and worse, or everything with verbose) and an optional file.
+  void Log(int severity, const std::wstring& text);
+  const std::vector<LogLine>& LogLines() const { return log_; }
+  void ClearLog() { log_.clear(); }
+  void SetLogFile(const std::string& path);
+  void SetVerbose(bool verbose) { verbose_ = verbose; }
+  void SetQuiet(bool quiet) { quiet_ = quiet; }
+
+  // Frame used when a call says "at the current time".
+  double CurrentFrame() const;
+  double FrameRate() const;
+  bool CommandLogging() const;
+
+ private:
+  Host();
+  Scene scene_;
+  UiState ui_;
+  std::map<std::wstring, HostCommand, std::less<>> commands_;
+  std::vector<LogLine> log_;
+  std::string logFile_;
+  bool verbose_ = false;
+  bool quiet_ = false;
+};
+
+// Argument helpers for host commands.
+
+// The object an argument names: a reference, or a name / full name / path string.
+std::shared_ptr<Object> ArgObject(const CValue& arg);
+// Objects an argument names: a reference, an array of them, or a comma-separated list of names.
+// Fails naming the first name that resolves to nothing.
+CStatus ArgObjects(const CValue& arg, std::vector<std::shared_ptr<Object>>& out);
+// A failure that names the command and what is wrong with its arguments.
+CStatus ArgError(std::wstring_view command, const std::wstring& what);
+
+}  // namespace Zyra::rt
