@@ -129,7 +129,41 @@ class Host {
   bool quiet_ = false;
 };
 
-// Argument helpers for host commands.
+// ---- Plug-ins (plugin_loader.cpp) ------------------------------------------------------------
+
+// Loads a plug-in module; loading the same module again does nothing. Fails with a message that
+// names the module and what is missing (entry point, callback, unresolved symbol).
+CStatus LoadPlugin(const std::string& path);
+// Loads every module (*.so) of a folder, in name order; the first failure is returned after
+// the others were tried.
+CStatus LoadPluginsIn(const std::string& directory);
+// Where plug-ins are installed: the "plugins" folder beside the executable's "bin" folder.
+std::string DefaultPluginDirectory();
+bool IsPluginPropertyType(std::wstring_view type);
+// A property of a plug-in's type on `owner`: made, its Define and DefineLayout callbacks run.
+std::shared_ptr<Property> CreatePluginProperty(const std::shared_ptr<Object>& owner,
+                                               std::wstring type, std::wstring name);
+
+// ---- Scene files (scene_file.cpp) -------------------------------------------------------------
+
+// Writes the open scene (temporary file, then rename). Fails naming the file.
+CStatus SaveSceneFile(const std::string& path);
+// Replaces the open scene by the file's; on any error the open scene stays as it was.
+CStatus OpenSceneFile(const std::string& path);
+
+// ---- Scripts (script.cpp) ---------------------------------------------------------------------
+
+struct ScriptOptions {
+  bool keepGoing = false;
+};
+// Runs a script file; errors name the file and line. Returns the first failure.
+CStatus RunScriptFile(const std::string& path, const ScriptOptions& options = {});
+// Runs script text; `origin` names it in messages ("-c", a file name).
+CStatus RunScriptText(const std::wstring& text, const std::string& origin,
+                      const ScriptOptions& options = {});
+
+// ---- Argument helpers for host commands --------------------------------------------------------
+
 
 // The object an argument names: a reference, or a name / full name / path string.
 std::shared_ptr<Object> ArgObject(const CValue& arg);

@@ -209,6 +209,8 @@ class X3D : public Object {
   void ForEachOwned(const std::function<void(const std::shared_ptr<Object>&)>& visit) const override;
   bool Release(const Object* child) override;
   std::shared_ptr<Object> Lookup(std::wstring_view name) const override;
+  // Removes a child or an envelope from this object's lists without destroying it.
+  bool EraseFromChildren(const Object* child);
 
   // The local transform read from "kine.local" at a frame, and written at one.
   MATH::CTransformation LocalTransform(double frame) const;
@@ -285,6 +287,13 @@ CStatus Reparent(const std::shared_ptr<X3D>& child, const std::shared_ptr<X3D>& 
 void Rename(const std::shared_ptr<Object>& object, std::wstring name);
 // `wanted` if free in `space`, else wanted + the smallest free number ("Hips" -> "Hips1").
 std::wstring UniqueName(const ModelObject& space, const std::wstring& wanted, const Object* ignore);
+
+// A new action source on `model` with "FrameStart", "FrameEnd" and "type"; a taken name gets a
+// number appended.
+std::shared_ptr<ActionSourceObject> CreateActionSource(const std::shared_ptr<ModelObject>& model,
+                                                       std::wstring name);
+// A pass with "ArchiveFileName" and "renderer.ArchiveAsciiOutput".
+std::shared_ptr<PassObject> CreatePass(const std::shared_ptr<Container>& passes, std::wstring name);
 
 // A custom property (or a blob, or a built-in kind) added to `owner` with a unique name.
 std::shared_ptr<Property> CreateProperty(const std::shared_ptr<Object>& owner, siClassID id,

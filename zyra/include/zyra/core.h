@@ -194,6 +194,14 @@ class ZYRA_API CTime {
   CTime(double frame) : frame_(frame) {}  // NOLINT
   double GetTime() const { return frame_; }
   void PutTime(double frame) { frame_ = frame; }
+  // "The current frame": calls that take a time read PlayControl.Current for it.
+  static CTime Current() { return CTime(kCurrent); }
+  bool IsCurrent() const { return frame_ == kCurrent; }
+
+ private:
+  static constexpr double kCurrent = -1.7976931348623157e308;
+
+ public:
 
  private:
   double frame_ = 1.0;
