@@ -25,6 +25,73 @@ constexpr float kContinuityLoopLimit = 16777216.0f;
 
 float WrapNegative(float angle) { return angle < 0.0f ? angle + kDrvTwoPi : angle; }
 
+// Value-based kernels shared by the public functions. The public names have external linkage
+// in position-independent code, so calling them from each other would stay an out-of-line call;
+// these internal ones inline, and taking and returning values makes aliasing a non-issue.
+float Dot(const DrvVector& a, const DrvVector& b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
+
+DrvVector Cross(const DrvVector& a, const DrvVector& b) {
+  return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
+}
+
+DrvVector Scaled(const DrvVector& v, float s) { return {v.x * s, v.y * s, v.z * s}; }
+
+DrvVector Normalized(const DrvVector& v) { return Scaled(v, 1.0f / std::sqrt(Dot(v, v))); }
+
+// v' = (w^2 - u.u) v + 2 (u.v) u + 2 w (u x v), u the vector part: no matrix needed.
+DrvVector Rotate(const DrvQuaternion& q, const DrvVector& v) {
+  const DrvVector u = {q.x, q.y, q.z};
+  const float scale_v = q.w * q.w - Dot(u, u);
+  const float scale_u = 2.0f * Dot(u, v);
+  const float scale_cross = 2.0f * q.w;
+  const DrvVector c = Cross(u, v);
+  return {scale_v * v.x + scale_u * u.x + scale_cross * c.x,
+          scale_v * v.y + scale_u * u.y + scale_cross * c.y,
+          scale_v * v.z + scale_u * u.z + scale_cross * c.z};
+}
+
+DrvQuaternion Hamilton(const DrvQuaternion& a, const DrvQuaternion& b) {
+  return {
+      a.w * b.x + a.x * b.w + a.y * b.z - a.z * b.y, a.w * b.y - a.x * b.z + a.y * b.w + a.z * b.x,
+      a.w * b.z + a.x * b.y - a.y * b.x + a.z * b.w, a.w * b.w - a.x * b.x - a.y * b.y - a.z * b.z};
+}
+
+DrvQuaternion AxisAngle(const DrvVector& axis, float angle) {
+  const float s = std::sin(angle * 0.5f);
+  return {axis.x * s, axis.y * s, axis.z * s, std::cos(angle * 0.5f)};
+}
+
+// The expanded product qz qy qx: X is applied first.
+DrvQuaternion EulerXYZ(float rx, float ry, float rz) {
+  const float sx = std::sin(rx * 0.5f), cx = std::cos(rx * 0.5f);
+  const float sy = std::sin(ry * 0.5f), cy = std::cos(ry * 0.5f);
+  const float sz = std::sin(rz * 0.5f), cz = std::cos(rz * 0.5f);
+  return {sx * cy * cz - cx * sy * sz, cx * sy * cz + sx * cy * sz, cx * cy * sz - sx * sy * cz,
+          cx * cy * cz + sx * sy * sz};
+}
+
+DrvMatrix MatrixOf(const DrvQuaternion& q) {
+  const float x = q.x, y = q.y, z = q.z, w = q.w;
+  DrvMatrix m;
+  m.m[0] = 1.0f - 2.0f * (y * y + z * z);
+  m.m[1] = 2.0f * (x * y + z * w);
+  m.m[2] = 2.0f * (x * z - y * w);
+  m.m[3] = 0.0f;
+  m.m[4] = 2.0f * (x * y - z * w);
+  m.m[5] = 1.0f - 2.0f * (z * z + x * x);
+  m.m[6] = 2.0f * (y * z + x * w);
+  m.m[7] = 0.0f;
+  m.m[8] = 2.0f * (x * z + y * w);
+  m.m[9] = 2.0f * (y * z - x * w);
+  m.m[10] = 1.0f - 2.0f * (x * x + y * y);
+  m.m[11] = 0.0f;
+  m.m[12] = 0.0f;
+  m.m[13] = 0.0f;
+  m.m[14] = 0.0f;
+  m.m[15] = 1.0f;
+  return m;
+}
+
 }  // namespace
 
 void DrvVector_Set(DrvVector* v, float x, float y, float z) {
@@ -49,97 +116,48 @@ void DrvVector_Subtract(DrvVector* out, DrvVector* a, DrvVector* b) {
   out->z = va.z - vb.z;
 }
 
-void DrvVector_Multiply(DrvVector* out, DrvVector* a, float s) {
-  const DrvVector va = *a;
-  out->x = va.x * s;
-  out->y = va.y * s;
-  out->z = va.z * s;
-}
+void DrvVector_Multiply(DrvVector* out, DrvVector* a, float s) { *out = Scaled(*a, s); }
 
-float DrvVector_DotProduct(DrvVector* a, DrvVector* b) {
-  return a->x * b->x + a->y * b->y + a->z * b->z;
-}
+float DrvVector_DotProduct(DrvVector* a, DrvVector* b) { return Dot(*a, *b); }
 
-void DrvVector_CrossProduct(DrvVector* out, DrvVector* a, DrvVector* b) {
-  const DrvVector va = *a;
-  const DrvVector vb = *b;
-  out->x = va.y * vb.z - va.z * vb.y;
-  out->y = va.z * vb.x - va.x * vb.z;
-  out->z = va.x * vb.y - va.y * vb.x;
-}
+void DrvVector_CrossProduct(DrvVector* out, DrvVector* a, DrvVector* b) { *out = Cross(*a, *b); }
 
-float DrvVector_Magnitude(DrvVector* v) { return std::sqrt(DrvVector_DotProduct(v, v)); }
+float DrvVector_Magnitude(DrvVector* v) { return std::sqrt(Dot(*v, *v)); }
 
-void DrvVector_Normalize(DrvVector* v) {
-  // No zero guard: callers check lengths where a zero vector can occur.
-  const float inverse = 1.0f / DrvVector_Magnitude(v);
-  DrvVector_Multiply(v, v, inverse);
-}
+// No zero guard: callers check lengths where a zero vector can occur.
+void DrvVector_Normalize(DrvVector* v) { *v = Normalized(*v); }
 
 void DrvVector_MultiplyQuaternion(DrvVector* out, DrvVector* v, DrvQuaternion* q) {
-  // v' = (w^2 - u.u) v + 2 (u.v) u + 2 w (u x v), u the vector part: no matrix needed.
-  DrvVector u = {q->x, q->y, q->z};
-  DrvVector p = *v;
-  const float w = q->w;
-  const float scale_v = w * w - DrvVector_DotProduct(&u, &u);
-  const float scale_u = 2.0f * DrvVector_DotProduct(&u, &p);
-  DrvVector cross;
-  DrvVector_CrossProduct(&cross, &u, &p);
-  const float scale_cross = 2.0f * w;
-  out->x = scale_v * p.x + scale_u * u.x + scale_cross * cross.x;
-  out->y = scale_v * p.y + scale_u * u.y + scale_cross * cross.y;
-  out->z = scale_v * p.z + scale_u * u.z + scale_cross * cross.z;
+  *out = Rotate(*q, *v);
 }
 
 void DrvVector_MultiplyTransform(DrvVector* out, DrvVector* v, DrvTransform* t) {
-  DrvVector translation = t->translation;
-  DrvQuaternion rotation = t->rotation;
-  DrvVector rotated;
-  DrvVector_MultiplyQuaternion(&rotated, v, &rotation);
-  DrvVector_Add(out, &rotated, &translation);
+  const DrvVector translation = t->translation;
+  const DrvVector r = Rotate(t->rotation, *v);
+  *out = {r.x + translation.x, r.y + translation.y, r.z + translation.z};
 }
 
 void DrvQuaternion_Multiply(DrvQuaternion* out, DrvQuaternion* a, DrvQuaternion* b) {
-  const DrvQuaternion qa = *a;
-  const DrvQuaternion qb = *b;
-  out->x = qa.w * qb.x + qa.x * qb.w + qa.y * qb.z - qa.z * qb.y;
-  out->y = qa.w * qb.y - qa.x * qb.z + qa.y * qb.w + qa.z * qb.x;
-  out->z = qa.w * qb.z + qa.x * qb.y - qa.y * qb.x + qa.z * qb.w;
-  out->w = qa.w * qb.w - qa.x * qb.x - qa.y * qb.y - qa.z * qb.z;
+  *out = Hamilton(*a, *b);
 }
 
 void DrvQuaternion_FromRotation(DrvQuaternion* q, DrvVector* axis, float angle) {
-  const DrvVector a = *axis;
-  const float s = std::sin(angle * 0.5f);
-  q->x = a.x * s;
-  q->y = a.y * s;
-  q->z = a.z * s;
-  q->w = std::cos(angle * 0.5f);
+  *q = AxisAngle(*axis, angle);
 }
 
 void DrvQuaternion_SetEulerAngles(DrvQuaternion* q, float rx, float ry, float rz) {
-  // The expanded product qz qy qx: X is applied first.
-  const float sx = std::sin(rx * 0.5f), cx = std::cos(rx * 0.5f);
-  const float sy = std::sin(ry * 0.5f), cy = std::cos(ry * 0.5f);
-  const float sz = std::sin(rz * 0.5f), cz = std::cos(rz * 0.5f);
-  q->x = sx * cy * cz - cx * sy * sz;
-  q->y = cx * sy * cz + sx * cy * sz;
-  q->z = cx * cy * sz - sx * sy * cz;
-  q->w = cx * cy * cz + sx * sy * sz;
+  *q = EulerXYZ(rx, ry, rz);
 }
 
 void DrvQuaternion_SetZXY(DrvQuaternion* q, float rx, float ry, float rz) {
-  DrvQuaternion qx, qy, qz;
-  DrvQuaternion_SetEulerAngles(&qx, rx, 0.0f, 0.0f);
-  DrvQuaternion_SetEulerAngles(&qy, 0.0f, ry, 0.0f);
-  DrvQuaternion_SetEulerAngles(&qz, 0.0f, 0.0f, rz);
-  DrvQuaternion_Multiply(q, &qx, &qy);
-  DrvQuaternion_Multiply(q, &qz, q);
+  const DrvQuaternion qx = EulerXYZ(rx, 0.0f, 0.0f);
+  const DrvQuaternion qy = EulerXYZ(0.0f, ry, 0.0f);
+  const DrvQuaternion qz = EulerXYZ(0.0f, 0.0f, rz);
+  *q = Hamilton(qz, Hamilton(qx, qy));
 }
 
 void DrvQuaternion_GetEulerAngles(DrvQuaternion* q, DrvVector* out) {
-  DrvMatrix matrix;
-  DrvMatrix_FromQuaternion(&matrix, q);
+  const DrvMatrix matrix = MatrixOf(*q);
   const float* m = matrix.m;
   const float ry = WrapNegative(std::atan2(-m[2], std::sqrt(m[0] * m[0] + m[1] * m[1])));
   const float k = std::cos(ry);
@@ -197,17 +215,18 @@ void DrvQuaternion_Interpolate(DrvQuaternion* out, DrvQuaternion* a, DrvQuaterni
 }
 
 void DrvQuaternion_FromTwoVectors(DrvQuaternion* q, DrvVector* from, DrvVector* to) {
-  DrvVector f = *from;
-  DrvVector g = *to;
+  const DrvVector f_in = *from;
+  const DrvVector g_in = *to;
   const DrvQuaternion identity = {0.0f, 0.0f, 0.0f, 1.0f};
   // Strict: a length of exactly kDirectionEpsilon still has a direction.
-  if (DrvVector_Magnitude(&f) < kDirectionEpsilon || DrvVector_Magnitude(&g) < kDirectionEpsilon) {
+  if (std::sqrt(Dot(f_in, f_in)) < kDirectionEpsilon ||
+      std::sqrt(Dot(g_in, g_in)) < kDirectionEpsilon) {
     *q = identity;
     return;
   }
-  DrvVector_Normalize(&f);
-  DrvVector_Normalize(&g);
-  const float d = DrvVector_DotProduct(&f, &g);
+  const DrvVector f = Normalized(f_in);
+  const DrvVector g = Normalized(g_in);
+  const float d = Dot(f, g);
   if (d > kParallelDot) {
     *q = identity;
     return;
@@ -216,57 +235,26 @@ void DrvQuaternion_FromTwoVectors(DrvQuaternion* q, DrvVector* from, DrvVector* 
     // Opposite directions: any half turn about an axis perpendicular to `from` will do. The
     // (normalized) direction is tested for components near zero. Along X or Z (y and one other
     // component near zero) the axis is Y; with x near zero the axis is X. Otherwise neither fixed
-    // axis is perpendicular, so the axis is from x X or from x Y, whichever is longer (the
-    // longer one is well conditioned: its squared length is at least 1/2).
+    // axis need be perpendicular, so the axis is from x X = (0, z, -y): y and z are not both
+    // near zero here, and the cross product with a basis axis is exact.
     const bool x_zero = std::fabs(f.x) < kDirectionEpsilon;
     const bool y_zero = std::fabs(f.y) < kDirectionEpsilon;
     const bool z_zero = std::fabs(f.z) < kDirectionEpsilon;
     DrvVector axis;
     if (y_zero && (x_zero || z_zero)) {
-      DrvVector_Set(&axis, 0.0f, 1.0f, 0.0f);
+      axis = {0.0f, 1.0f, 0.0f};
     } else if (x_zero) {
-      DrvVector_Set(&axis, 1.0f, 0.0f, 0.0f);
+      axis = {1.0f, 0.0f, 0.0f};
     } else {
-      DrvVector unit_x = {1.0f, 0.0f, 0.0f};
-      DrvVector unit_y = {0.0f, 1.0f, 0.0f};
-      DrvVector across_x, across_y;
-      DrvVector_CrossProduct(&across_x, &f, &unit_x);
-      DrvVector_CrossProduct(&across_y, &f, &unit_y);
-      axis =
-          DrvVector_DotProduct(&across_x, &across_x) >= DrvVector_DotProduct(&across_y, &across_y)
-              ? across_x
-              : across_y;
-      DrvVector_Normalize(&axis);
+      axis = Normalized(Cross(f, {1.0f, 0.0f, 0.0f}));
     }
-    DrvQuaternion_FromRotation(q, &axis, kDrvPi);
+    *q = AxisAngle(axis, kDrvPi);
     return;
   }
-  DrvVector axis;
-  DrvVector_CrossProduct(&axis, &f, &g);
-  DrvVector_Normalize(&axis);
-  DrvQuaternion_FromRotation(q, &axis, std::acos(d));
+  *q = AxisAngle(Normalized(Cross(f, g)), std::acos(d));
 }
 
-void DrvMatrix_FromQuaternion(DrvMatrix* m, DrvQuaternion* q) {
-  const float x = q->x, y = q->y, z = q->z, w = q->w;
-  float* o = m->m;
-  o[0] = 1.0f - 2.0f * (y * y + z * z);
-  o[1] = 2.0f * (x * y + z * w);
-  o[2] = 2.0f * (x * z - y * w);
-  o[3] = 0.0f;
-  o[4] = 2.0f * (x * y - z * w);
-  o[5] = 1.0f - 2.0f * (z * z + x * x);
-  o[6] = 2.0f * (y * z + x * w);
-  o[7] = 0.0f;
-  o[8] = 2.0f * (x * z + y * w);
-  o[9] = 2.0f * (y * z - x * w);
-  o[10] = 1.0f - 2.0f * (x * x + y * y);
-  o[11] = 0.0f;
-  o[12] = 0.0f;
-  o[13] = 0.0f;
-  o[14] = 0.0f;
-  o[15] = 1.0f;
-}
+void DrvMatrix_FromQuaternion(DrvMatrix* m, DrvQuaternion* q) { *m = MatrixOf(*q); }
 
 void DrvTransform_SetIdentity(DrvTransform* t) {
   t->translation = {0.0f, 0.0f, 0.0f};
@@ -275,19 +263,20 @@ void DrvTransform_SetIdentity(DrvTransform* t) {
 }
 
 void DrvTransform_Multiply(DrvTransform* out, DrvTransform* a, DrvTransform* b) {
-  DrvTransform ta = *a;
-  DrvTransform tb = *b;
-  DrvVector_MultiplyTransform(&out->translation, &tb.translation, &ta);
-  DrvQuaternion_Multiply(&out->rotation, &ta.rotation, &tb.rotation);
+  const DrvTransform ta = *a;
+  const DrvTransform tb = *b;
+  const DrvVector r = Rotate(ta.rotation, tb.translation);
+  out->translation = {r.x + ta.translation.x, r.y + ta.translation.y, r.z + ta.translation.z};
+  out->rotation = Hamilton(ta.rotation, tb.rotation);
   // Nothing here reads the scaling; keep a's so the field is at least defined.
   out->scaling = ta.scaling;
 }
 
 void DrvTransform_Invert(DrvTransform* t) {
   // The inverse of p -> R p + T is p -> R^-1 p - R^-1 T.
-  DrvQuaternion conjugate = {-t->rotation.x, -t->rotation.y, -t->rotation.z, t->rotation.w};
-  DrvVector negated = {-t->translation.x, -t->translation.y, -t->translation.z};
-  DrvVector_MultiplyQuaternion(&t->translation, &negated, &conjugate);
+  const DrvQuaternion conjugate = {-t->rotation.x, -t->rotation.y, -t->rotation.z, t->rotation.w};
+  const DrvVector negated = {-t->translation.x, -t->translation.y, -t->translation.z};
+  t->translation = Rotate(conjugate, negated);
   t->rotation = conjugate;
 }
 

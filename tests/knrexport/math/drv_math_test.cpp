@@ -480,9 +480,9 @@ TEST(DrvQuaternionTest, FromTwoVectorsGivesTheShortestRotation) {
   {
     // Opposite directions in general: a half turn (w = 0) about an axis perpendicular to
     // `from`, whether `from` lies on an axis, in a coordinate plane or in no such plane.
-    const DrvVector froms[] = {{0, 2, 0},     {0, 0, 3},   {1, 1, 0},     {1, 0, 1},
-                               {0, 1, 1},     {1, 2, 3},   {-3, 0.5f, 2}, {1e-6f, 1, -1e-6f},
-                               {1, 1e-6f, 0}, {-4, -5, -6}};
+    const DrvVector froms[] = {{0, 2, 0},     {0, 0, 3},     {1, 1, 0},     {1, 0, 1},
+                               {0, 1, 1},     {1, 2, 3},     {-3, 0.5f, 2}, {1e-6f, 1, -1e-6f},
+                               {1, 1e-6f, 0}, {1, 2e-5f, 0}, {-4, -5, -6}};
     for (const DrvVector& f : froms) {
       DrvVector from = f, to = {-2 * f.x, -2 * f.y, -2 * f.z};
       DrvQuaternion_FromTwoVectors(&q, &from, &to);
