@@ -10,8 +10,10 @@
 #include <random>
 #include <vector>
 
+#include "geometry_builders.h"
 #include "host.h"
 #include "model.h"
+#include "zyra/x3dobject.h"
 
 namespace {
 
@@ -109,12 +111,7 @@ class KinematicsTest : public ::testing::Test {
 
   std::shared_ptr<X3D> Mesh(const std::shared_ptr<X3D>& parent, std::vector<double> points) {
     auto o = rt::CreateX3D(parent, siX3DObjectID, L"polymsh", L"mesh");
-    o->primitive = std::make_shared<rt::Primitive>(L"polymsh");
-    o->primitive->owner = o;
-    o->primitive->geometry = std::make_shared<rt::Geometry>();
-    o->primitive->geometry->owner = o->primitive;
-    o->primitive->geometry->isMesh = true;
-    o->primitive->geometry->points = std::move(points);
+    rt::SetMesh(o, std::move(points), {});
     return o;
   }
 
@@ -241,7 +238,7 @@ TEST_F(KinematicsTest, AnimatedChannelsAreEvaluatedAtTheFrame) {
 TEST_F(KinematicsTest, SdkStatesReadAndWriteThroughHandles) {
   auto parent = Null(root_);
   auto o = Null(parent);
-  const Kinematics kine(CRef(o->kine));
+  const Kinematics kine = X3DObject(CRef(o)).GetKinematics();
   ASSERT_TRUE(kine.IsValid());
   const KinematicState local = kine.GetLocal(), global = kine.GetGlobal();
   ASSERT_TRUE(local.IsValid() && global.IsValid());
@@ -413,10 +410,7 @@ TEST_F(KinematicsTest, ResetTransformRefusesWhatItCannotKeep) {
   auto mesh = Mesh(parent, {1, 2, 3});
   Write(*mesh, RandomChannels(0.5, 2));
   Null(mesh, L"kid");
-  auto ball = rt::CreateX3D(root_, siX3DObjectID, L"sphere", L"ball");
-  ball->primitive = std::make_shared<rt::Primitive>(L"sphere");
-  ball->primitive->geometry = std::make_shared<rt::Geometry>();
-  ball->primitive->geometry->sphereRadius = 1;
+  auto ball = rt::CreatePrimitiveObject(root_, L"Sphere", L"ball");
   Write(*ball, Channels{{1, 0, 0, 0, 0, 0, 2, 1, 1}});
   const Channels meshBefore = Read(*mesh);
   const std::vector<double> pointsBefore = mesh->primitive->geometry->points;

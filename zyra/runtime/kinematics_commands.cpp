@@ -176,10 +176,10 @@ CStatus PlanReset(const std::shared_ptr<X3D>& object, int parts, int axes, doubl
   plan.after = MATH::CTransformation::Compose(parentGlobal, FromChannels(plan.channels));
   if (!any) return CStatus::OK;
 
-  // A mesh takes the reset into its points; a null or an empty primitive has no look to keep;
-  // an analytic shape (a sphere) cannot take a rotation or a non-uniform scaling, so it refuses.
+  // A mesh takes the reset into its points; a null has no look to keep; an analytic shape (a
+  // sphere with its "radius") cannot take a rotation or a non-uniform scaling, so it refuses.
   const auto& geometry = object->primitive ? object->primitive->geometry : nullptr;
-  if (geometry && !geometry->isMesh && geometry->sphereRadius > 0) {
+  if (geometry && !geometry->isMesh) {
     return ArgError(kName, L"cannot freeze the transform of " + object->FullName() +
                                L": only polygon meshes can take it into their points.");
   }
