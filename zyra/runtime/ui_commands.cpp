@@ -71,9 +71,7 @@ class PageRun {
     Host& host = Host::Get();
     host.Log(kSevInfo, L"[Page] " + title_ + L" (" + target_->FullName() + L")");
     Event(siOnInit, target_);
-    if (layout_) host.Log(kSevInfo, L"  " + layout_->Describe());
-    std::vector<std::pair<std::shared_ptr<Parameter>, CValue>> opened;
-    for (const auto& param : target_->params) opened.emplace_back(param, param->value);
+    if (layout_ && !layout_->items.empty()) host.Log(kSevInfo, L"  " + layout_->Describe());
 
     if (!answer) host.Log(kSevInfo, L"  (no answer queued)");
     if (answer) {
@@ -89,7 +87,8 @@ class PageRun {
     Event(siOnClosed, target_);
     bool cancelled = answer && answer->cancel;
     if (cancelled) {
-      for (auto& [param, value] : opened) param->value = value;
+      // Cancel undoes the user's edits; what the page's events did themselves stays.
+      for (auto& [param, value] : edited_) param->value = value;
     }
     host.Log(kSevInfo, cancelled ? L"  -> Cancel" : L"  -> OK");
     return cancelled;
@@ -126,11 +125,15 @@ class PageRun {
                                 L" is ignored.");
       return;
     }
+    CValue before = param->value;
     CStatus status = param->Put(AnswerValue(*param, layout_.get(), text), host.CurrentFrame());
     if (!status.Succeeded()) {
       host.Log(kSevWarning, L"InspectObj: " + status.GetMessage().Wide());
       return;
     }
+    bool seen = false;
+    for (const auto& edit : edited_) seen = seen || edit.first == param;
+    if (!seen) edited_.emplace_back(param, before);
     host.Log(kSevInfo, L"  " + name + L" = " + param->value.GetAsText().Wide());
     Event(siParameterChange, param);
   }
@@ -160,6 +163,8 @@ class PageRun {
   std::wstring title_;
   std::shared_ptr<Property> property_;
   std::shared_ptr<PPGLayoutObject> layout_;
+  std::vector<std::pair<std::shared_ptr<Parameter>, CValue>>
+      edited_;  // value before the first edit
   size_t depth_ = 0;
 };
 

@@ -33,6 +33,7 @@ class ZYRA_API PluginItem : public ZrObject {
  public:
   PluginItem() = default;
   PluginItem(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(PluginItem)
   // The command's display name or the property type's name.
   CString GetName() const;
   // The command's script name; empty for a property type.
@@ -45,6 +46,7 @@ class ZYRA_API PluginRegistrar : public ZrObject {
  public:
   PluginRegistrar() = default;
   PluginRegistrar(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(PluginRegistrar)
 
   CStatus PutAuthor(const CString& author);
   CString GetAuthor() const;
@@ -70,6 +72,7 @@ class ZYRA_API Context : public ZrObject {
  public:
   Context() = default;
   Context(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(Context)
 
   // The Command (for _Init and _Execute), the CustomProperty (for _Define), the PPGLayout (for
   // _DefineLayout); for page events see PPGEventContext.
@@ -87,6 +90,7 @@ class ZYRA_API Argument : public ZrObject {
  public:
   Argument() = default;
   Argument(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(Argument)
   CString GetName() const;
   CValue GetValue() const;
   CStatus PutValue(const CValue& value);
@@ -114,6 +118,7 @@ class ZYRA_API Command : public ZrObject {
  public:
   Command() = default;
   Command(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(Command)
 
   // The display name.
   CString GetName() const;
@@ -148,6 +153,7 @@ class ZYRA_API PPGItem : public ZrObject {
  public:
   PPGItem() = default;
   PPGItem(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(PPGItem)
 
   // "Group", "EndGroup", "Row", "EndRow", "Button", or a parameter item's control type ("" for
   // the parameter's own control, "Combo", "FilePath", ...).
@@ -169,6 +175,7 @@ class ZYRA_API PPGLayout : public ZrObject {
  public:
   PPGLayout() = default;
   PPGLayout(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(PPGLayout)
 
   // The page layout of a property (made empty the first time; for a plug-in property type its
   // DefineLayout callback builds it). Invalid when `property` is not a property.
@@ -210,6 +217,7 @@ class ZYRA_API PPGEventContext : public Context {
  public:
   PPGEventContext() = default;
   PPGEventContext(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(PPGEventContext)
 
   siPPGEventID GetEventID() const;
   // The property for OnInit, OnClosed and button clicks; the Parameter for parameter changes.

@@ -38,6 +38,7 @@ class ZYRA_API ProgressBar : public ZrObject {
  public:
   ProgressBar() = default;
   ProgressBar(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(ProgressBar)
 
   CStatus PutMaximum(long value);
   long GetMaximum() const;
@@ -91,7 +92,8 @@ class ZYRA_API UIToolkit {
 class ZYRA_API AutomationObject : public ZrObject {
  public:
   AutomationObject() = default;
-  AutomationObject(const CRef& ref);      // NOLINT
+  AutomationObject(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(AutomationObject)
   AutomationObject(const CValue& value);  // NOLINT: what CreateObject and GetProperty return
 
   // Makes this handle refer to the object of `progId`; fails with MemberNotFound when the host
