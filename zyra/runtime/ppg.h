@@ -45,4 +45,8 @@ class PPGLayoutObject : public Object {
 // the first time it is asked for.
 std::shared_ptr<PPGLayoutObject> LayoutOf(const std::shared_ptr<Property>& property);
 
+// Closes the innermost property page that "InspectObj" has open, once the running event returns
+// (its remaining answers are ignored); does nothing when no page is open. For the "Close" command.
+void CloseInnermostPage();
+
 }  // namespace Zyra::rt

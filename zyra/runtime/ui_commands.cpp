@@ -1,5 +1,5 @@
 // Host commands of the headless user interface: "InspectObj" (a modal property page run from
-// a queued answer), "PickObject" and "Close".
+// a queued answer) and "PickObject".
 #include <string>
 #include <vector>
 
@@ -12,7 +12,7 @@ namespace Zyra::rt {
 
 namespace {
 
-// Pages open right now, innermost last; "Close" closes the innermost.
+// Pages open right now, innermost last; CloseInnermostPage closes the last.
 struct OpenPage {
   std::wstring title;
   bool closed = false;
@@ -221,18 +221,13 @@ CStatus PickObjectCommand(const CValueArray& args, CValue& result) {
   return CStatus::OK;
 }
 
-// Close(): closes the innermost open property page once the current event returns; outside a
-// page it does nothing.
-CStatus CloseCommand(const CValueArray&, CValue& result) {
-  result = CValue();
-  if (!OpenPages().empty()) OpenPages().back().closed = true;
-  return CStatus::OK;
-}
-
 }  // namespace
 
 ZYRA_HOST_COMMAND(L"InspectObj", InspectObjCommand);
 ZYRA_HOST_COMMAND(L"PickObject", PickObjectCommand);
-ZYRA_HOST_COMMAND(L"Close", CloseCommand);
+
+void CloseInnermostPage() {
+  if (!OpenPages().empty()) OpenPages().back().closed = true;
+}
 
 }  // namespace Zyra::rt
