@@ -11,7 +11,7 @@ namespace {
 using In = CommandInput;
 using Shift = ShiftUse;
 
-#define KNR_NODE_MESSAGE(Action) \\
+#define KNR_NODE_MESSAGE(Action) \
   L"The " Action L" action requires selecting a single node in the actor description."
 
 // Operations not built yet are null; each area's issue fills its entries in.
