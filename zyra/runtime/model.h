@@ -116,6 +116,10 @@ class FCurveObject : public Object {
   // The index of the key at exactly `frame`, or -1.
   long FindKey(double frame) const;
   std::shared_ptr<FCurveObject> Clone() const;
+  // A copy holding only the keys with from <= frame <= to that evaluates like this curve on
+  // [from, to]: keys are added where the bounds cut a segment, and the kept end keys get their
+  // tangents written out. A curve without keys gives an empty copy.
+  std::shared_ptr<FCurveObject> CloneRange(double from, double to) const;
 };
 
 class Parameter : public Object {
