@@ -125,6 +125,8 @@ CStatus RemoveKey(const CValueArray& args, CValue& result) {
     }
     param->fcurve->keys.erase(param->fcurve->keys.begin() + index);
     removed = 1;
+  } else {
+    param->fcurve->keys.clear();
   }
   // A curve without keys drives nothing: drop it so the static value shows.
   if (param->fcurve->keys.empty()) Destroy(param->fcurve);
