@@ -67,20 +67,21 @@ CStatus FCurve::AddKey(const CTime& time, const CValue& value, int keyInterpolat
   if (index) *index = -1;
   auto curve = CurveOf(ref_);
   if (!curve) return Deleted();
-  const std::wstring where = L"Cannot key " + curve->FullName() + L": ";
+  // Built only on failure: keying must stay cheap for long in-order batches.
+  auto where = [&curve] { return L"Cannot key " + curve->FullName() + L": "; };
   double frame = FrameOf(time);
   if (!std::isfinite(frame)) {
-    return CStatus(CStatus::InvalidArgument, where + L"the frame " + Number(frame) + L" is not finite.");
+    return CStatus(CStatus::InvalidArgument, where() + L"the frame " + Number(frame) + L" is not finite.");
   }
   CValue number;
   if (value.IsEmpty() || value.GetType() == siRef || value.GetType() == siArray ||
       !value.ChangeType(siDouble, number).Succeeded() || !std::isfinite(number.AsDouble())) {
     return CStatus(CStatus::InvalidArgument,
-                   where + L"the value \"" + value.GetAsText().Wide() + L"\" is not a finite number.");
+                   where() + L"the value \"" + value.GetAsText().Wide() + L"\" is not a finite number.");
   }
   if (keyInterpolation < siDefaultInterpolation || keyInterpolation > siCubicInterpolation) {
     return CStatus(CStatus::InvalidArgument,
-                   where + L"key interpolation " + std::to_wstring(keyInterpolation) +
+                   where() + L"key interpolation " + std::to_wstring(keyInterpolation) +
                        L" is not one of 0 (curve's), 1 constant, 2 linear, 3 cubic.");
   }
   rt::FCurveKey key;
@@ -93,7 +94,7 @@ CStatus FCurve::AddKey(const CTime& time, const CValue& value, int keyInterpolat
     if (t == kUnsetValue) {
       allSet = false;
     } else if (!std::isfinite(t)) {
-      return CStatus(CStatus::InvalidArgument, where + L"a tangent is not finite.");
+      return CStatus(CStatus::InvalidArgument, where() + L"a tangent is not finite.");
     }
   }
   if (allSet) {
