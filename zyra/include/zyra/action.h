@@ -14,6 +14,7 @@ class ZYRA_API ActionSource : public SceneItem {
  public:
   ActionSource() = default;
   ActionSource(const CRef& ref);  // NOLINT: handles convert freely
+  ZYRA_HANDLE_FROM_OBJECT(ActionSource)
 
   // The items (AnimationSourceItem) in the order they were stored.
   CRefArray GetItems() const;
@@ -34,6 +35,7 @@ class ZYRA_API AnimationSourceItem : public ZrObject {
  public:
   AnimationSourceItem() = default;
   AnimationSourceItem(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(AnimationSourceItem)
 
   // The target ("Hips.kine.local.posx"); empty for an invalid handle.
   CString GetTarget() const;
@@ -49,6 +51,7 @@ class ZYRA_API Mixer : public ZrObject {
  public:
   Mixer() = default;
   Mixer(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(Mixer)
   // The tracks of "Model.Mixer.AnimTracks", in creation order.
   CRefArray GetTracks() const;
 };
@@ -58,6 +61,7 @@ class ZYRA_API Track : public ZrObject {
  public:
   Track() = default;
   Track(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(Track)
 };
 
 }  // namespace Zyra

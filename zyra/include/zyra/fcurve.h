@@ -24,6 +24,7 @@ class ZYRA_API FCurve : public ProjectItem {
  public:
   FCurve() = default;
   FCurve(const CRef& ref);  // NOLINT: handles convert freely
+  ZYRA_HANDLE_FROM_OBJECT(FCurve)
 
   // 0 for an invalid handle.
   long GetKeyCount() const;
