@@ -58,8 +58,8 @@ void AppendInOrder(benchmark::State& state, long count) {
   }
   state.SetItemsProcessed(state.iterations() * count);
   state.counters["ns_per_key"] = benchmark::Counter(
-      static_cast<double>(count) * 1e-9, benchmark::Counter::kIsIterationInvariantRate |
-                                             benchmark::Counter::kInvert);
+      static_cast<double>(count) * 1e-9,
+      benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
 void BM_FCurveAppendInOrder(benchmark::State& state) { AppendInOrder(state, state.range(0)); }

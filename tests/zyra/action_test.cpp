@@ -40,15 +40,17 @@ std::shared_ptr<rt::ModelObject> BuildRig(const std::wstring& name, bool withFoo
   rt::CreateX3D(hips, Zyra::siX3DObjectID, L"null", L"Spine");
   if (withFoot) {
     auto foot = rt::CreateX3D(hips, Zyra::siX3DObjectID, L"null", L"Foot");
-    auto contact = rt::CreateProperty(foot, Zyra::siCustomPropertyID, L"Custom_parameter_list", L"Contact");
+    auto contact =
+        rt::CreateProperty(foot, Zyra::siCustomPropertyID, L"Custom_parameter_list", L"Contact");
     contact->AddParam(rt::MakeParam(L"weight", Zyra::siDouble, CValue(0.0)));
   }
   return model;
 }
 
 void Key(const std::wstring& path, double frame, double value, int interpolation = 0) {
-  ASSERT_TRUE(Exec(L"SetKey", {CValue(path.c_str()), CValue(frame), CValue(value), CValue(interpolation)})
-                  .Succeeded())
+  ASSERT_TRUE(
+      Exec(L"SetKey", {CValue(path.c_str()), CValue(frame), CValue(value), CValue(interpolation)})
+          .Succeeded())
       << Zyra::ToUtf8(path);
 }
 
@@ -69,7 +71,8 @@ void AnimateRig(const std::wstring& m) {
   for (auto [f, v] : {std::pair{0.0, 0.0}, {5.0, 4.0}, {12.0, -1.5}, {20.0, 2.0}, {30.0, 8.0}}) {
     Key(m + L".Hips.posx", f, v);
   }
-  for (auto [f, v] : {std::pair{1.0, 10.0}, {10.0, 40.0}, {40.0, -20.0}}) Key(m + L".Hips.roty", f, v, 2);
+  for (auto [f, v] : {std::pair{1.0, 10.0}, {10.0, 40.0}, {40.0, -20.0}})
+    Key(m + L".Hips.roty", f, v, 2);
   for (auto [f, v] : {std::pair{-10.0, 5.0}, {4.0, 9.0}, {9.0, 1.0}, {50.0, 3.0}}) {
     Key(m + L".Spine.rotz", f, v, 1);
   }
@@ -80,9 +83,10 @@ void AnimateRig(const std::wstring& m) {
 
 CStatus Store(const std::wstring& model, const std::wstring& list, int type, const wchar_t* name,
               int remove, double start, double end, CValue* result = nullptr) {
-  return Exec(L"StoreAction", {CValue(model.c_str()), CValue(list.c_str()), CValue(type), CValue(name),
-                              CValue(remove), CValue(start), CValue(end), CValue(0), CValue(0)},
-             result);
+  return Exec(L"StoreAction",
+              {CValue(model.c_str()), CValue(list.c_str()), CValue(type), CValue(name),
+               CValue(remove), CValue(start), CValue(end), CValue(0), CValue(0)},
+              result);
 }
 
 bool LogHas(int severity, const std::wstring& text) {
@@ -143,11 +147,13 @@ TEST(Actions, StoredFCurvesReproduceTheRigOnAFreshCopy) {
   {  // Without a model argument the action goes back onto its own model.
     std::vector<double> before;
     for (int f = 3; f <= 25; ++f) before.push_back(ValueAt(L"RigA.Hips.kine.local.roty", f));
-    ASSERT_TRUE(Exec(L"RemoveAllAnimation", {CValue(L"RigA"), CValue(L""), CValue(1), CValue(9)}).Succeeded());
+    ASSERT_TRUE(Exec(L"RemoveAllAnimation", {CValue(L"RigA"), CValue(L""), CValue(1), CValue(9)})
+                    .Succeeded());
     EXPECT_FALSE(Param(L"RigA.Hips.kine.local.roty")->fcurve);
     ASSERT_TRUE(Exec(L"ApplyAction", {CValue(L"RigA.Sources.Walk")}).Succeeded());
     for (int f = 3; f <= 25; ++f) {
-      EXPECT_NEAR(ValueAt(L"RigA.Hips.kine.local.roty", f), before[static_cast<size_t>(f - 3)], 1e-9);
+      EXPECT_NEAR(ValueAt(L"RigA.Hips.kine.local.roty", f), before[static_cast<size_t>(f - 3)],
+                  1e-9);
     }
   }
 }
@@ -168,7 +174,8 @@ TEST(Actions, StoredValuesApplyAsStaticValues) {
     Zyra::AnimationSourceItem item(items[i]);
     EXPECT_TRUE(item.IsStatic());
     EXPECT_FALSE(item.GetSource().IsValid());
-    EXPECT_NEAR(item.GetStaticValue().AsDouble(), ValueAt(L"RigA." + kChannels[static_cast<size_t>(i)], 7), 1e-12);
+    EXPECT_NEAR(item.GetStaticValue().AsDouble(),
+                ValueAt(L"RigA." + kChannels[static_cast<size_t>(i)], 7), 1e-12);
   }
   ASSERT_TRUE(Exec(L"ApplyAction", {CValue(result), CValue(L"RigB")}).Succeeded());
   for (const auto& channel : kChannels) {
@@ -184,18 +191,20 @@ TEST(Actions, RemoveTakesTheFCurvesOffTheStoredParametersOnly) {
   rt::Host::Get().NewScene();
   BuildRig(L"RigA");
   AnimateRig(L"RigA");
-  ASSERT_TRUE(Store(L"RigA", L"RigA.Hips.kine.local.posx, RigA.Spine.rotz", 6, L"Cut", 1, 0, 30).Succeeded());
+  ASSERT_TRUE(Store(L"RigA", L"RigA.Hips.kine.local.posx, RigA.Spine.rotz", 6, L"Cut", 1, 0, 30)
+                  .Succeeded());
   EXPECT_FALSE(Param(L"RigA.Hips.kine.local.posx")->fcurve);
   EXPECT_FALSE(Param(L"RigA.Spine.kine.local.rotz")->fcurve);
   EXPECT_TRUE(Param(L"RigA.Hips.kine.local.roty")->fcurve);  // not listed
-  EXPECT_EQ(ValueAt(L"RigA.Hips.posx", 12), 0);             // the static value shows again
+  EXPECT_EQ(ValueAt(L"RigA.Hips.posx", 12), 0);              // the static value shows again
   // The stored curves survive the removal.
   Zyra::CRefArray items = Zyra::Model(CRef(rt::Resolve(L"RigA"))).GetSources();
   ASSERT_EQ(items.GetCount(), 1);
   Zyra::CRefArray stored = Zyra::ActionSource(items[0]).GetItems();
   ASSERT_EQ(stored.GetCount(), 2);
   // "RigA.Spine.rotz" names the same parameter as its full name.
-  EXPECT_EQ(Zyra::AnimationSourceItem(stored[1]).GetTarget(), Zyra::CString(L"Spine.kine.local.rotz"));
+  EXPECT_EQ(Zyra::AnimationSourceItem(stored[1]).GetTarget(),
+            Zyra::CString(L"Spine.kine.local.rotz"));
   EXPECT_EQ(Zyra::FCurve(Zyra::AnimationSourceItem(stored[0]).GetSource()).GetKeyCount(), 5);
 }
 
@@ -271,12 +280,15 @@ TEST(Actions, TakenNamesGetANumberAndTheSceneRootStoresFullNames) {
   Key(L"Ball.posy", 1, 0);
   Key(L"Ball.posy", 11, 10, 2);
   CValue ball;
-  ASSERT_TRUE(Store(L"Scene_Root", L"Ball.posy,RigA.Hips.posx", 6, L"Bounce", 1, 1, 11, &ball).Succeeded());
+  ASSERT_TRUE(
+      Store(L"Scene_Root", L"Ball.posy,RigA.Hips.posx", 6, L"Bounce", 1, 1, 11, &ball).Succeeded());
   EXPECT_EQ(ball.GetAsText(), Zyra::CString(L"Scene_Root.Sources.Bounce"));
   Zyra::CRefArray items = Zyra::ActionSource(ball.AsRef()).GetItems();
   ASSERT_EQ(items.GetCount(), 2);
-  EXPECT_EQ(Zyra::AnimationSourceItem(items[0]).GetTarget(), Zyra::CString(L"Ball.kine.local.posy"));
-  EXPECT_EQ(Zyra::AnimationSourceItem(items[1]).GetTarget(), Zyra::CString(L"RigA.Hips.kine.local.posx"));
+  EXPECT_EQ(Zyra::AnimationSourceItem(items[0]).GetTarget(),
+            Zyra::CString(L"Ball.kine.local.posy"));
+  EXPECT_EQ(Zyra::AnimationSourceItem(items[1]).GetTarget(),
+            Zyra::CString(L"RigA.Hips.kine.local.posx"));
   EXPECT_EQ(ValueAt(L"Ball.posy", 6), 0);
   ASSERT_TRUE(Exec(L"ApplyAction", {CValue(ball)}).Succeeded());
   EXPECT_NEAR(ValueAt(L"Ball.posy", 6), 5, 1e-12);
@@ -288,7 +300,8 @@ TEST(Actions, RemoveAllAnimationFollowsFilterAndBranch) {
   auto animated = [](const wchar_t* path) { return Param(path)->fcurve != nullptr; };
   auto run = [](const wchar_t* objects, const wchar_t* filter, int branch, int type = 9) {
     CValue removed;
-    EXPECT_TRUE(Exec(L"RemoveAllAnimation", {CValue(objects), CValue(filter), CValue(branch), CValue(type)}, &removed)
+    EXPECT_TRUE(Exec(L"RemoveAllAnimation",
+                     {CValue(objects), CValue(filter), CValue(branch), CValue(type)}, &removed)
                     .Succeeded());
     return removed.AsInt();
   };
@@ -304,7 +317,8 @@ TEST(Actions, RemoveAllAnimationFollowsFilterAndBranch) {
   AnimateRig(L"RigA");
   EXPECT_EQ(run(L"RigA.Spine,RigA.Foot", L"Contact.weight, rotz", 0), 2);
   EXPECT_TRUE(animated(L"RigA.Hips.posx"));
-  CStatus status = Exec(L"RemoveAllAnimation", {CValue(L"RigA.Nope"), CValue(L""), CValue(0), CValue(9)});
+  CStatus status =
+      Exec(L"RemoveAllAnimation", {CValue(L"RigA.Nope"), CValue(L""), CValue(0), CValue(9)});
   EXPECT_NE(status.GetMessage().Wide().find(L"RigA.Nope"), std::wstring::npos);
   EXPECT_TRUE(animated(L"RigA.Hips.posx"));
 }
@@ -313,7 +327,9 @@ TEST(KeyCommands, SetKeyAndRemoveKey) {
   rt::Host::Get().NewScene();
   BuildRig(L"RigA");
   CValue curve;
-  ASSERT_TRUE(Exec(L"SetKey", {CValue(L"RigA.Hips.posz"), CValue(10), CValue(2.0), CValue(2)}, &curve).Succeeded());
+  ASSERT_TRUE(
+      Exec(L"SetKey", {CValue(L"RigA.Hips.posz"), CValue(10), CValue(2.0), CValue(2)}, &curve)
+          .Succeeded());
   ASSERT_TRUE(Exec(L"SetKey", {CValue(L"RigA.Hips.posz"), CValue(0), CValue(0.0)}).Succeeded());
   Zyra::FCurve handle(curve.AsRef());
   ASSERT_EQ(handle.GetKeyCount(), 2);
@@ -381,7 +397,8 @@ TEST(Mixer, TracksAndElements) {
 TEST(Actions, SourceItemsAddedThroughTheSdkCopyTheirCurve) {
   rt::Host::Get().NewScene();
   BuildRig(L"RigA");
-  auto source = rt::CreateActionSource(std::static_pointer_cast<rt::ModelObject>(rt::Resolve(L"RigA")), L"Hand");
+  auto source = rt::CreateActionSource(
+      std::static_pointer_cast<rt::ModelObject>(rt::Resolve(L"RigA")), L"Hand");
   Zyra::ActionSource handle{CRef(source)};
   Key(L"RigA.Hips.posx", 1, 2);
   Zyra::FCurve live(CRef(Param(L"RigA.Hips.posx")->fcurve));

@@ -54,8 +54,8 @@ double CatmullRomOracle(const std::vector<std::pair<double, double>>& k, double 
     return (k[b].second - k[a].second) / (k[b].first - k[a].first);
   };
   double h = k[i + 1].first - k[i].first;
-  double p[4] = {k[i].second, k[i].second + slope(i) * h / 3, k[i + 1].second - slope(i + 1) * h / 3,
-                 k[i + 1].second};
+  double p[4] = {k[i].second, k[i].second + slope(i) * h / 3,
+                 k[i + 1].second - slope(i + 1) * h / 3, k[i + 1].second};
   double t = (x - k[i].first) / h;
   for (int level = 3; level > 0; --level) {
     for (int j = 0; j < level; ++j) p[j] = p[j] + t * (p[j + 1] - p[j]);
@@ -97,7 +97,7 @@ TEST(FCurveObject, InterpolationsMatchHandComputedValues) {
   {  // Key codes override the curve's; code 0 follows the curve and changes with it.
     rt::FCurveObject c;
     c.interpolation = 2;
-    c.AddKey(Key(0, 0, 1));  // constant segment 0..10
+    c.AddKey(Key(0, 0, 1));    // constant segment 0..10
     c.AddKey(Key(10, 10, 0));  // curve's interpolation, 10..20
     c.AddKey(Key(20, 0, 0));
     EXPECT_DOUBLE_EQ(c.Evaluate(5), 0);
@@ -157,8 +157,8 @@ TEST(FCurveObject, AddKeyKeepsOrderAndReplacesAtTheSameFrame) {
   rt::FCurveObject c;
   EXPECT_EQ(c.AddKey(Key(10, 1)), 0);
   EXPECT_EQ(c.AddKey(Key(30, 3)), 1);
-  EXPECT_EQ(c.AddKey(Key(20, 2)), 1);  // inserted in the middle
-  EXPECT_EQ(c.AddKey(Key(-5, 0)), 0);  // inserted at the front
+  EXPECT_EQ(c.AddKey(Key(20, 2)), 1);     // inserted in the middle
+  EXPECT_EQ(c.AddKey(Key(-5, 0)), 0);     // inserted at the front
   EXPECT_EQ(c.AddKey(Key(20, 9, 2)), 2);  // replaces: same index, no new key
   ASSERT_EQ(c.keys.size(), 4u);
   EXPECT_EQ(c.keys[2].value, 9);
@@ -307,10 +307,11 @@ TEST(FCurveObject, RangeCopyEvaluatesLikeTheCurveInsideTheRange) {
       EXPECT_GE(k.frame, r.from);
       EXPECT_LE(k.frame, r.to);
     }
-    for (size_t i = 1; i < copy->keys.size(); ++i) EXPECT_LT(copy->keys[i - 1].frame, copy->keys[i].frame);
+    for (size_t i = 1; i < copy->keys.size(); ++i)
+      EXPECT_LT(copy->keys[i - 1].frame, copy->keys[i].frame);
     for (double x = r.from; x <= r.to; x += 0.25) {
-      EXPECT_NEAR(copy->Evaluate(x), c.Evaluate(x), 1e-9) << "range " << r.from << ".." << r.to
-                                                          << " frame " << x;
+      EXPECT_NEAR(copy->Evaluate(x), c.Evaluate(x), 1e-9)
+          << "range " << r.from << ".." << r.to << " frame " << x;
     }
   }
   // A range that holds every key copies the curve unchanged.
@@ -334,12 +335,14 @@ TEST(FCurveHandle, ChecksItsArgumentsAndFollowsItsCurve) {
   EXPECT_EQ(curve.GetFullName(), Zyra::CString(L"Ball.kine.local.posy.fcrv"));
 
   long index = -2;
-  EXPECT_TRUE(curve.AddKey(CTime(10), CValue(4.0), 2, kUnsetValue, kUnsetValue, kUnsetValue,
-                           kUnsetValue, &index)
+  EXPECT_TRUE(curve
+                  .AddKey(CTime(10), CValue(4.0), 2, kUnsetValue, kUnsetValue, kUnsetValue,
+                          kUnsetValue, &index)
                   .Succeeded());
   EXPECT_EQ(index, 0);
-  EXPECT_TRUE(curve.AddKey(CTime(0), CValue(L"2.5"), 0, kUnsetValue, kUnsetValue, kUnsetValue,
-                           kUnsetValue, &index)
+  EXPECT_TRUE(curve
+                  .AddKey(CTime(0), CValue(L"2.5"), 0, kUnsetValue, kUnsetValue, kUnsetValue,
+                          kUnsetValue, &index)
                   .Succeeded());  // numeric text is a number
   EXPECT_EQ(index, 0);
   EXPECT_EQ(curve.GetKeyCount(), 2);
@@ -385,7 +388,8 @@ TEST(FCurveHandle, ChecksItsArgumentsAndFollowsItsCurve) {
   }
   {  // Batch edit through the handle.
     ASSERT_TRUE(curve.BeginEdit().Succeeded());
-    for (int f : {5, 3, 5, 1}) ASSERT_TRUE(curve.AddKey(CTime(f), CValue(f * 2.0 + (f == 5 ? 1 : 0))).Succeeded());
+    for (int f : {5, 3, 5, 1})
+      ASSERT_TRUE(curve.AddKey(CTime(f), CValue(f * 2.0 + (f == 5 ? 1 : 0))).Succeeded());
     ASSERT_TRUE(curve.EndEdit().Succeeded());
     ASSERT_EQ(curve.GetKeyCount(), 3);
     EXPECT_EQ(curve.GetKeyTime(0).GetTime(), 1);

@@ -37,7 +37,8 @@ CStatus AddItem(const std::shared_ptr<rt::ActionSourceObject>& source,
 }
 
 CStatus CheckTarget(const std::shared_ptr<rt::ActionSourceObject>& source, const CString& target) {
-  if (!source) return CStatus(CStatus::InvalidArgument, L"The action source was deleted or is invalid.");
+  if (!source)
+    return CStatus(CStatus::InvalidArgument, L"The action source was deleted or is invalid.");
   if (target.IsEmpty()) {
     return CStatus(CStatus::InvalidArgument,
                    L"Cannot add an item to " + source->FullName() + L": the target is empty.");

@@ -82,12 +82,14 @@ CStatus SetKey(const CValueArray& args, CValue& result) {
   auto param = ParameterArg(Arg(args, 0));
   if (!param) return ArgError(kCmd, Quoted(Arg(args, 0)) + L" is not a parameter.");
   if (param->getter) {
-    return ArgError(kCmd, param->FullName() + L" is computed from other parameters and cannot be keyed.");
+    return ArgError(kCmd,
+                    param->FullName() + L" is computed from other parameters and cannot be keyed.");
   }
   if (!(param->capabilities & kAnimatable)) {
     return ArgError(kCmd, param->FullName() + L" is not animatable.");
   }
-  if (param->valueType == siString) return ArgError(kCmd, param->FullName() + L" holds text and cannot be keyed.");
+  if (param->valueType == siString)
+    return ArgError(kCmd, param->FullName() + L" holds text and cannot be keyed.");
   FCurveKey key;
   if (!ReadNumber(Arg(args, 1), key.frame)) {
     return ArgError(kCmd, L"the frame " + Quoted(Arg(args, 1)) + L" is not a finite number.");
@@ -96,8 +98,8 @@ CStatus SetKey(const CValueArray& args, CValue& result) {
     return ArgError(kCmd, L"the value " + Quoted(Arg(args, 2)) + L" for " + param->FullName() +
                               L" is not a finite number.");
   }
-  if (!Arg(args, 3).IsEmpty() &&
-      (!ReadInt(Arg(args, 3), key.interpolation) || key.interpolation < 0 || key.interpolation > 3)) {
+  if (!Arg(args, 3).IsEmpty() && (!ReadInt(Arg(args, 3), key.interpolation) ||
+                                  key.interpolation < 0 || key.interpolation > 3)) {
     return ArgError(kCmd, L"the interpolation " + Quoted(Arg(args, 3)) +
                               L" is not 0 (curve's), 1 constant, 2 linear or 3 cubic.");
   }
@@ -153,11 +155,12 @@ CStatus StoreAction(const CValueArray& args, CValue& result) {
 
   int type = 6;
   if (!Arg(args, 2).IsEmpty() && (!ReadInt(Arg(args, 2), type) || (type != 1 && type != 6))) {
-    return ArgError(kCmd, L"the type " + Quoted(Arg(args, 2)) +
-                              L" is not 6 (fcurves) or 1 (current values).");
+    return ArgError(
+        kCmd, L"the type " + Quoted(Arg(args, 2)) + L" is not 6 (fcurves) or 1 (current values).");
   }
   std::wstring name = Arg(args, 3).IsEmpty() ? L"Action" : Arg(args, 3).GetAsText().Wide();
-  if (!IsCleanName(name)) return ArgError(kCmd, L"the name \"" + name + L"\" is empty or holds '.' or ','.");
+  if (!IsCleanName(name))
+    return ArgError(kCmd, L"the name \"" + name + L"\" is empty or holds '.' or ','.");
   bool remove = Arg(args, 4).AsBool();
   double start = PlayControl(L"In");
   double end = PlayControl(L"Out");
@@ -169,7 +172,8 @@ CStatus StoreAction(const CValueArray& args, CValue& result) {
   }
   if (start > end) {
     return ArgError(kCmd, L"the start frame " + CValue(start).GetAsText().Wide() +
-                              L" lies after the end frame " + CValue(end).GetAsText().Wide() + L".");
+                              L" lies after the end frame " + CValue(end).GetAsText().Wide() +
+                              L".");
   }
   // Arguments 7 (compound) and 8 (driven) have no meaning without a mixer and are ignored.
 
@@ -181,7 +185,8 @@ CStatus StoreAction(const CValueArray& args, CValue& result) {
     if (!seen.insert(param.get()).second) continue;  // listed twice: stored once
     std::wstring target = RelativeTarget(*model, *param);
     if (target.empty()) {
-      return ArgError(kCmd, param->FullName() + L" does not belong to the model " + model->FullName() + L".");
+      return ArgError(
+          kCmd, param->FullName() + L" does not belong to the model " + model->FullName() + L".");
     }
     if (type == 6 && param->valueType == siString) {
       return ArgError(kCmd, param->FullName() + L" holds text and cannot be stored as an fcurve.");
@@ -310,7 +315,8 @@ CStatus RemoveAllAnimation(const CValueArray& args, CValue& result) {
   if (objects.empty()) return ArgError(kCmd, L"no objects given.");
   const CValue& filterArg = Arg(args, 1);
   if (!filterArg.IsEmpty() && filterArg.GetType() != siString) {
-    return ArgError(kCmd, L"the parameter filter " + Quoted(filterArg) + L" is not a list of names.");
+    return ArgError(kCmd,
+                    L"the parameter filter " + Quoted(filterArg) + L" is not a list of names.");
   }
   std::vector<std::wstring> filter = SplitNames(filterArg.GetAsText().Wide());
   bool branch = Arg(args, 2).AsBool();
@@ -381,7 +387,8 @@ CStatus AddMixerTrack(const CValueArray& args, CValue& result) {
   auto model = ModelArg(Arg(args, 0));
   if (!model) return ArgError(kCmd, Quoted(Arg(args, 0)) + L" is not a model.");
   std::wstring name = Arg(args, 1).IsEmpty() ? L"Track" : Arg(args, 1).GetAsText().Wide();
-  if (!IsCleanName(name)) return ArgError(kCmd, L"the name \"" + name + L"\" is empty or holds '.' or ','.");
+  if (!IsCleanName(name))
+    return ArgError(kCmd, L"the name \"" + name + L"\" is empty or holds '.' or ','.");
   if (!model->mixer) {
     auto mixer = std::make_shared<Container>(L"Mixer", siMixerID);
     mixer->owner = model;

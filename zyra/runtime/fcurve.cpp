@@ -20,15 +20,15 @@ std::shared_ptr<rt::FCurveObject> CurveOf(const CRef& ref) {
   return std::static_pointer_cast<rt::FCurveObject>(object);
 }
 
-CStatus Deleted() { return CStatus(CStatus::InvalidArgument, L"The fcurve was deleted or is invalid."); }
+CStatus Deleted() {
+  return CStatus(CStatus::InvalidArgument, L"The fcurve was deleted or is invalid.");
+}
 
 double FrameOf(const CTime& time) {
   return time.IsCurrent() ? rt::Host::Get().CurrentFrame() : time.GetTime();
 }
 
-std::wstring Number(double value) {
-  return CValue(value).GetAsText().Wide();
-}
+std::wstring Number(double value) { return CValue(value).GetAsText().Wide(); }
 
 }  // namespace
 
@@ -71,13 +71,14 @@ CStatus FCurve::AddKey(const CTime& time, const CValue& value, int keyInterpolat
   auto where = [&curve] { return L"Cannot key " + curve->FullName() + L": "; };
   double frame = FrameOf(time);
   if (!std::isfinite(frame)) {
-    return CStatus(CStatus::InvalidArgument, where() + L"the frame " + Number(frame) + L" is not finite.");
+    return CStatus(CStatus::InvalidArgument,
+                   where() + L"the frame " + Number(frame) + L" is not finite.");
   }
   CValue number;
   if (value.IsEmpty() || value.GetType() == siRef || value.GetType() == siArray ||
       !value.ChangeType(siDouble, number).Succeeded() || !std::isfinite(number.AsDouble())) {
-    return CStatus(CStatus::InvalidArgument,
-                   where() + L"the value \"" + value.GetAsText().Wide() + L"\" is not a finite number.");
+    return CStatus(CStatus::InvalidArgument, where() + L"the value \"" + value.GetAsText().Wide() +
+                                                 L"\" is not a finite number.");
   }
   if (keyInterpolation < siDefaultInterpolation || keyInterpolation > siCubicInterpolation) {
     return CStatus(CStatus::InvalidArgument,
@@ -122,9 +123,9 @@ CStatus FCurve::RemoveKeyAtIndex(long index) {
   auto curve = CurveOf(ref_);
   if (!curve) return Deleted();
   if (index < 0 || index >= static_cast<long>(curve->keys.size())) {
-    return CStatus(CStatus::InvalidArgument,
-                   curve->FullName() + L" has no key " + std::to_wstring(index) + L" (it has " +
-                       std::to_wstring(curve->keys.size()) + L").");
+    return CStatus(CStatus::InvalidArgument, curve->FullName() + L" has no key " +
+                                                 std::to_wstring(index) + L" (it has " +
+                                                 std::to_wstring(curve->keys.size()) + L").");
   }
   curve->keys.erase(curve->keys.begin() + index);
   return CStatus::OK;

@@ -187,8 +187,8 @@ std::shared_ptr<FCurveObject> FCurveObject::CloneRange(double from, double to) c
 
   const size_t n = keys.size();
   auto byFrame = [](const FCurveKey& k, double f) { return k.frame < f; };
-  const size_t lo = static_cast<size_t>(
-      std::lower_bound(keys.begin(), keys.end(), from, byFrame) - keys.begin());
+  const size_t lo =
+      static_cast<size_t>(std::lower_bound(keys.begin(), keys.end(), from, byFrame) - keys.begin());
   const size_t hi = static_cast<size_t>(
       std::upper_bound(keys.begin(), keys.end(), to,
                        [](double f, const FCurveKey& k) { return f < k.frame; }) -

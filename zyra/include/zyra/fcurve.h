@@ -42,8 +42,8 @@ class ZYRA_API FCurve : public ProjectItem {
   // InvalidArgument on a non-finite time or value, a value that is not a number, or an
   // interpolation outside 0..3; the curve is then unchanged.
   CStatus AddKey(const CTime& time, const CValue& value, int keyInterpolation = 0,
-                 double lTanX = kUnsetValue, double lTanY = kUnsetValue,
-                 double rTanX = kUnsetValue, double rTanY = kUnsetValue, long* index = nullptr);
+                 double lTanX = kUnsetValue, double lTanY = kUnsetValue, double rTanX = kUnsetValue,
+                 double rTanY = kUnsetValue, long* index = nullptr);
   // Removes the keys with from <= frame <= to; an unset bound is open. Nothing is removed when
   // from > to.
   CStatus RemoveKeys(const CTime& from = CTime(kUnsetValue), const CTime& to = CTime(kUnsetValue));
