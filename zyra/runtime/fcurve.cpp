@@ -28,6 +28,27 @@ double FrameOf(const CTime& time) {
   return time.IsCurrent() ? rt::Host::Get().CurrentFrame() : time.GetTime();
 }
 
+// A finite number from a numeric, bool or numeric-text value; numbers skip the conversion copy.
+bool ToNumber(const CValue& value, double& out) {
+  switch (value.GetType()) {
+    case siDouble:
+    case siFloat:
+    case siInt4:
+    case siBool:
+      out = value.AsDouble();
+      break;
+    case siString: {
+      CValue converted;
+      if (!value.ChangeType(siDouble, converted).Succeeded()) return false;
+      out = converted.AsDouble();
+      break;
+    }
+    default:
+      return false;
+  }
+  return std::isfinite(out);
+}
+
 std::wstring Number(double value) { return CValue(value).GetAsText().Wide(); }
 
 }  // namespace
@@ -74,9 +95,8 @@ CStatus FCurve::AddKey(const CTime& time, const CValue& value, int keyInterpolat
     return CStatus(CStatus::InvalidArgument,
                    where() + L"the frame " + Number(frame) + L" is not finite.");
   }
-  CValue number;
-  if (value.IsEmpty() || value.GetType() == siRef || value.GetType() == siArray ||
-      !value.ChangeType(siDouble, number).Succeeded() || !std::isfinite(number.AsDouble())) {
+  double number = 0;
+  if (!ToNumber(value, number)) {
     return CStatus(CStatus::InvalidArgument, where() + L"the value \"" + value.GetAsText().Wide() +
                                                  L"\" is not a finite number.");
   }
@@ -87,7 +107,7 @@ CStatus FCurve::AddKey(const CTime& time, const CValue& value, int keyInterpolat
   }
   rt::FCurveKey key;
   key.frame = frame;
-  key.value = number.AsDouble();
+  key.value = number;
   key.interpolation = keyInterpolation;
   const double tangents[] = {lTanX, lTanY, rTanX, rTanY};
   bool allSet = true;
