@@ -248,6 +248,7 @@ TEST(Actions, StoreActionRefusesBadArgumentsAndCreatesNothing) {
            {L"RigA", L"RigA.Hips", 6, L"A", 0, 10, L"RigA.Hips is not a parameter"},
            {L"RigA", L"RigB.Hips.posx", 6, L"A", 0, 10, L"RigB.Hips.kine.local.posx"},
            {L"RigA", good, 3, L"A", 0, 10, L"type"},
+           {L"RigA", L"RigA.Hips.kine.global.posx", 6, L"A", 0, 10, L"computed"},
            {L"RigA", good, 6, L"A", 10, 0, L"start frame"},
            {L"RigA", good, 6, L"A.B", 0, 10, L"A.B"},
            {L"RigA.Hips", good, 6, L"A", 0, 10, L"RigA.Hips"},

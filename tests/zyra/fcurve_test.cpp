@@ -65,29 +65,29 @@ double CatmullRomOracle(const std::vector<std::pair<double, double>>& k, double 
 
 TEST(FCurveObject, InterpolationsMatchHandComputedValues) {
   {  // Constant holds the left key's value up to the next key.
-    auto cOwner = Curve({{0, 1}, {10, 5}}, 1);
-    auto& c = *cOwner;
+    auto cPtr = Curve({{0, 1}, {10, 5}}, 1);
+    auto& c = *cPtr;
     EXPECT_DOUBLE_EQ(c.Evaluate(5), 1);
     EXPECT_DOUBLE_EQ(c.Evaluate(9.999), 1);
     EXPECT_DOUBLE_EQ(c.Evaluate(10), 5);
   }
   {  // Linear, over segments of different lengths and directions.
-    auto cOwner = Curve({{0, 0}, {10, 5}, {14, -3}}, 2);
-    auto& c = *cOwner;
+    auto cPtr = Curve({{0, 0}, {10, 5}, {14, -3}}, 2);
+    auto& c = *cPtr;
     EXPECT_DOUBLE_EQ(c.Evaluate(2.5), 1.25);
     EXPECT_DOUBLE_EQ(c.Evaluate(12), 1);
     EXPECT_DOUBLE_EQ(c.Evaluate(13), -1);
   }
   {  // Two cubic keys: both one-sided slopes equal the chord, so the segment is a straight line.
-    auto cOwner = Curve({{0, 0}, {10, 10}}, 3);
-    auto& c = *cOwner;
+    auto cPtr = Curve({{0, 0}, {10, 10}}, 3);
+    auto& c = *cPtr;
     EXPECT_NEAR(c.Evaluate(3), 3, 1e-12);
     EXPECT_NEAR(c.Evaluate(7.5), 7.5, 1e-12);
   }
   {  // Cubic on uneven keys against the Bezier oracle, including the end segments.
     std::vector<std::pair<double, double>> keys = {{-4, 2}, {1, -1}, {2.5, 6}, {9, 0}, {20, 3}};
-    auto cOwner = Curve(keys, 3);
-    auto& c = *cOwner;
+    auto cPtr = Curve(keys, 3);
+    auto& c = *cPtr;
     for (double x = -4; x <= 20; x += 0.37) {
       EXPECT_NEAR(c.Evaluate(x), CatmullRomOracle(keys, x), 1e-9) << "frame " << x;
     }
@@ -136,15 +136,15 @@ TEST(FCurveObject, ExtrapolationIsConstant) {
     EXPECT_EQ(empty.Evaluate(3), 0);
   }
   {
-    auto singleOwner = Curve({{5, 7}}, 3);
-    auto& single = *singleOwner;
+    auto singlePtr = Curve({{5, 7}}, 3);
+    auto& single = *singlePtr;
     EXPECT_EQ(single.Evaluate(-100), 7);
     EXPECT_EQ(single.Evaluate(5), 7);
     EXPECT_EQ(single.Evaluate(1e9), 7);
   }
   {
-    auto cOwner = Curve({{0, 1}, {10, 4}, {20, -2}}, 3);
-    auto& c = *cOwner;
+    auto cPtr = Curve({{0, 1}, {10, 4}, {20, -2}}, 3);
+    auto& c = *cPtr;
     EXPECT_EQ(c.Evaluate(-1e300), 1);
     EXPECT_EQ(c.Evaluate(-0.001), 1);
     EXPECT_EQ(c.Evaluate(20.001), -2);
@@ -241,36 +241,36 @@ TEST(FCurveObject, RemoveKeysTakesInclusiveRanges) {
     return out;
   };
   {
-    auto cOwner = make();
-    auto& c = *cOwner;
+    auto cPtr = make();
+    auto& c = *cPtr;
     c.RemoveKeys(10, 30);  // both ends inclusive
     EXPECT_EQ(frames(c), (std::vector<double>{0, 40}));
   }
   {
-    auto cOwner = make();
-    auto& c = *cOwner;
+    auto cPtr = make();
+    auto& c = *cPtr;
     c.RemoveKeys(11, 19);  // between keys: nothing
     c.RemoveKeys(30, 20);  // reversed: nothing
     c.RemoveKeys(std::nan(""), 50);
     EXPECT_EQ(c.keys.size(), 5u);
   }
   {
-    auto cOwner = make();
-    auto& c = *cOwner;
+    auto cPtr = make();
+    auto& c = *cPtr;
     c.RemoveKeys(20, 20);
     EXPECT_EQ(frames(c), (std::vector<double>{0, 10, 30, 40}));
     c.RemoveKeys(35, 1e9);
     EXPECT_EQ(frames(c), (std::vector<double>{0, 10, 30}));
   }
   {
-    auto cOwner = make();
-    auto& c = *cOwner;
+    auto cPtr = make();
+    auto& c = *cPtr;
     c.RemoveKeys();
     EXPECT_TRUE(c.keys.empty());
   }
   {  // During an edit, unordered keys are removed by frame as well.
-    auto cOwner = make();
-    auto& c = *cOwner;
+    auto cPtr = make();
+    auto& c = *cPtr;
     c.BeginEdit();
     c.AddKey(Key(25, 9));
     c.AddKey(Key(5, 9));

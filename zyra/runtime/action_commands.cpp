@@ -188,6 +188,11 @@ CStatus StoreAction(const CValueArray& args, CValue& result) {
       return ArgError(
           kCmd, param->FullName() + L" does not belong to the model " + model->FullName() + L".");
     }
+    if (type == 6 && param->getter) {
+      return ArgError(kCmd,
+                      param->FullName() +
+                          L" is computed from other parameters and cannot be stored as an fcurve.");
+    }
     if (type == 6 && param->valueType == siString) {
       return ArgError(kCmd, param->FullName() + L" holds text and cannot be stored as an fcurve.");
     }
@@ -246,6 +251,12 @@ CStatus ApplyAction(const CValueArray& args, CValue& result) {
     if (!param) {
       Host::Get().Log(kSevWarning, L"ApplyAction: skipped \"" + item->target + L"\" of " +
                                        source->FullName() + L": no parameter " + path + L".");
+      continue;
+    }
+    if (item->fcurve && param->getter) {
+      Host::Get().Log(kSevWarning, L"ApplyAction: skipped \"" + item->target + L"\" of " +
+                                       source->FullName() + L": " + path +
+                                       L" is computed and cannot take an fcurve.");
       continue;
     }
     if (item->fcurve) {

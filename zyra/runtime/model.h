@@ -104,7 +104,7 @@ class FCurveObject : public Object {
   std::vector<FCurveKey> keys;  // sorted by frame, one key per frame, except inside an edit
   int editDepth = 0;
 
-  // Adds a key or replaces the value at a frame that has one; returns the key's index (-1 while
+  // Adds a key or replaces the key at a frame that has one; returns the key's index (-1 while
   // editing, when indices settle only at EndEdit).
   long AddKey(const FCurveKey& key);
   // Removes the keys with from <= frame <= to; the whole curve without bounds.
