@@ -258,7 +258,7 @@ TEST(DrvQuaternionTest, GetEulerAnglesInvertsSetEulerAngles) {
   EXPECT_GT(worst, 0.0);  // The comparison above did run on non-locked rotations.
 }
 
-TEST(DrvQuaternionTest, GetEulerAnglesSpecialCases) {
+TEST(DrvQuaternionTest, GetEulerAnglesEdgeCases) {
   DrvVector a;
   {
     DrvQuaternion identity = {0, 0, 0, 1};
