@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -246,13 +247,15 @@ TEST(BvhFile, ChannelsOffsetsScaleAndFrames) {
 TEST(BvhFile, NumbersReadAsFormattedInputReadsThem) {
   // Each spelling against sscanf("%f"), the formatted input the reader stands in for; the text
   // uses tabs, CR LF line ends, trailing blanks and numbers that touch ("1-2-3").
-  const char* spellings[] = {"+5",    "-.5",     ".0083333", "5.",     "9.27476E-16", "1e50",
-                             "-1e50", "1e-50",   "1e-40",    "-0",     "inf",         "-INFINITY",
-                             "0x1p3", "-0x.8p1", "007",      "1.5e+3", "+0.25",       "3e0",
-                             "1",     "-2",      "-3",       "2.5e-3", "1E5",         "0.1"};
+  const char* spellings[] = {"+5", "-.5", ".0083333", "5.", "9.27476E-16", "1e50", "-1e50", "1e-50",
+                             "1e-40", "-0", "inf", "-INFINITY", "0x1p3", "-0x.8p1", "007", "1.5e+3",
+                             "+0.25", "3e0", "1", "-2", "-3", "2.5e-3", "1E5", "0.1",
+                             // Around the 24-bit mantissa and ten-digit fraction limits.
+                             "16777216", "16777217", "0.16777217", "123456789", "3.14159265358979",
+                             "0.0000001", "-0.0000", "0.33333333", "8.8888888"};
   std::string text =
       "HIERARCHY\r\nROOT P\r\n{\r\n\tOFFSET 0 0 0 \r\n\tCHANNELS 3 Xposition Yposition "
-      "Zposition\t\r\n}\r\nMOTION\r\nFrames:\t8\r\nFrame Time: \t0.1 \r\n";
+      "Zposition\t\r\n}\r\nMOTION\r\nFrames:\t11\r\nFrame Time: \t0.1 \r\n";
   std::string values;
   for (std::size_t i = 0; i < std::size(spellings); i += 3) {
     if (i == 18) {
@@ -272,6 +275,33 @@ TEST(BvhFile, NumbersReadAsFormattedInputReadsThem) {
     const float got = i % 3 == 0 ? t.x : i % 3 == 1 ? t.y : t.z;
     EXPECT_EQ(std::memcmp(&got, &expected, sizeof got), 0)
         << spellings[i] << ": " << got << " vs " << expected;
+  }
+  {  // Thousands of decimals as motion files write them (up to ten digits, either side of the
+     // point), each bit for bit as sscanf reads it.
+    std::mt19937 random(7);
+    std::vector<std::string> numbers;
+    std::string many =
+        "HIERARCHY ROOT P { CHANNELS 3 Xposition Yposition Zposition } MOTION Frames: 3000 "
+        "Frame Time: 1\n";
+    for (int i = 0; i < 9000; ++i) {
+      std::string n = random() % 2 ? "-" : "";
+      for (unsigned d = random() % 5; d > 0; --d) n += static_cast<char>('0' + random() % 10);
+      n += ".";
+      for (unsigned d = random() % 7; d > 0; --d) n += static_cast<char>('0' + random() % 10);
+      if (n == "." || n == "-.") n += "5";
+      numbers.push_back(n);
+      many += n + (i % 3 == 2 ? "\n" : " ");
+    }
+    ZyraBvFile manyFile;
+    MocapData manyData;
+    ASSERT_TRUE(ReadText(manyFile, manyData, many)) << manyFile.LastError();
+    for (int i = 0; i < 9000; ++i) {
+      float expected = 0.0f;
+      ASSERT_EQ(std::sscanf(numbers[i].c_str(), "%f", &expected), 1);
+      const DrvVector& t = manyData.records[0].samples[i / 3].translation;
+      const float got = i % 3 == 0 ? t.x : i % 3 == 1 ? t.y : t.z;
+      ASSERT_EQ(std::memcmp(&got, &expected, sizeof got), 0) << numbers[i];
+    }
   }
   {  // nan reads as nan.
     ZyraBvFile nanFile;
