@@ -28,37 +28,6 @@ float OutOfRangeValue(const char* first, const char* last, std::chars_format for
   return std::numeric_limits<float>::infinity();
 }
 
-// Motion values are short decimals ("-17.3198"). When all digits fit 24 bits and there are at
-// most ten after the point, the value is digits / 10^n with both operands exact floats, and one
-// IEEE division rounds it correctly: the same float strtof gives, without the general parser.
-// Anything else (exponents, long mantissas, words) is left to from_chars: false.
-bool ParseShortDecimal(const char* p, const char* end, float* value, const char** next) {
-  static constexpr float kPow10[11] = {1e0f, 1e1f, 1e2f, 1e3f, 1e4f, 1e5f,
-                                       1e6f, 1e7f, 1e8f, 1e9f, 1e10f};
-  std::uint32_t mantissa = 0;
-  int digits = 0;
-  int fraction = 0;
-  while (p < end && *p >= '0' && *p <= '9' && digits < 9) {
-    mantissa = mantissa * 10 + static_cast<std::uint32_t>(*p - '0');
-    ++digits;
-    ++p;
-  }
-  if (p < end && *p == '.') {
-    ++p;
-    while (p < end && *p >= '0' && *p <= '9' && digits < 9) {
-      mantissa = mantissa * 10 + static_cast<std::uint32_t>(*p - '0');
-      ++digits;
-      ++fraction;
-      ++p;
-    }
-  }
-  if (digits == 0 || digits == 9 || fraction > 10 || mantissa > (1u << 24)) return false;
-  if (p < end && ((*p | 0x20) == 'e' || (*p >= '0' && *p <= '9'))) return false;
-  *value = static_cast<float>(mantissa) / kPow10[fraction];
-  *next = p;
-  return true;
-}
-
 }  // namespace
 
 void BvScanner::AttachFile(std::FILE* file, std::uint64_t size) {
@@ -158,10 +127,6 @@ bool BvScanner::ParseFloat(float* value) {
       (IsHexDigit(p[2]) || (p[2] == '.' && end_ - p > 3 && IsHexDigit(p[3])))) {
     format = std::chars_format::hex;
     digits = p + 2;
-  }
-  if (format == std::chars_format::general && ParseShortDecimal(digits, end_, &v, &pos_)) {
-    *value = negative ? -v : v;
-    return true;
   }
   const std::from_chars_result r = std::from_chars(digits, end_, v, format);
   if (r.ec == std::errc::invalid_argument) return false;

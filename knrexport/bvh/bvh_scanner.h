@@ -49,6 +49,11 @@ class BvScanner {
   // the next non-blank character; the rest of the token stays unread.
   bool ReadFloat(float* value) {
     if (!SkipSpace()) return false;
+    const bool negative = *pos_ == '-';
+    if (ParseShortDecimal(pos_ + negative, end_, value, &pos_)) {
+      if (negative) *value = -*value;
+      return true;
+    }
     return ParseFloat(value);
   }
   // Skips whitespace, then consumes `literal` character by character like literal format text.
@@ -71,7 +76,40 @@ class BvScanner {
   const char* Data() const { return buf_.data(); }
   bool SkipSpaceRefilling();
   void Refill();
+  // The general path of ReadFloat, at the cursor.
   bool ParseFloat(float* value);
+  // Motion values are short decimals ("-17.3198"). When all digits fit 24 bits and there are at
+  // most ten after the point, the value is digits / 10^n with both operands exact floats, and one
+  // IEEE division rounds it correctly: the same float strtof gives, without the general parser.
+  // Anything else (exponents, long mantissas, words) is left to from_chars: false.
+  static bool ParseShortDecimal(const char* p, const char* end, float* value, const char** next) {
+    static constexpr float kPow10[11] = {1e0f, 1e1f, 1e2f, 1e3f, 1e4f, 1e5f,
+                                         1e6f, 1e7f, 1e8f, 1e9f, 1e10f};
+    std::uint32_t mantissa = 0;
+    int digits = 0;
+    int fraction = 0;
+    while (p < end && *p >= '0' && *p <= '9' && digits < 9) {
+      mantissa = mantissa * 10 + static_cast<std::uint32_t>(*p - '0');
+      ++digits;
+      ++p;
+    }
+    if (p < end && *p == '.') {
+      ++p;
+      while (p < end && *p >= '0' && *p <= '9' && digits < 9) {
+        mantissa = mantissa * 10 + static_cast<std::uint32_t>(*p - '0');
+        ++digits;
+        ++fraction;
+        ++p;
+      }
+    }
+    if (digits == 0 || digits == 9 || fraction > 10 || mantissa > (1u << 24)) return false;
+    // Only a blank or the sign of a next number may follow; "0x", exponents and the like go to
+    // the general path.
+    if (p < end && !IsSpace(*p) && *p != '-' && *p != '+') return false;
+    *value = static_cast<float>(mantissa) / kPow10[fraction];
+    *next = p;
+    return true;
+  }
 
   std::FILE* file_ = nullptr;
   std::vector<char> buf_;
