@@ -3,7 +3,8 @@
 // anything in the scene.
 //
 // Typical use: Open, ReadHierarchy, ReadMotionData, then RemoveNodes / RemoveTree per option
-// item (GetTag splits the options), UpdateEndsite, read Hierarchy() and the data, Close.
+// item (GetTag in knrexport/scene/text_utils.h splits the option texts), UpdateEndsite, read
+// Hierarchy() and the data, Close.
 // Every failure is a false result; LastError() says what was wrong and LastErrorLine() where.
 #pragma once
 
@@ -79,9 +80,3 @@ class ZyraBvFile {
 // Sets the end site of every joint that has children to the mean of its children's first-frame
 // translations; raises *maxLength (when not null) to the longest end-site length.
 void UpdateEndsite(ZyraBvHierarchy* hierarchy, MocapData& data, float* maxLength);
-
-// Splits a ";"-separated option text, one item per call: `item` points at the next item with its
-// whitespace removed, and `cursor` moves past it (null after the last one). The text is changed
-// in place. False when the cursor is null or the item is empty or blank, which ends the list.
-// The first argument is not used.
-bool GetTag(char* ignored, char*& cursor, char*& item);

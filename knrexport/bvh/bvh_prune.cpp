@@ -1,6 +1,5 @@
-// Pruning of a read BVH file (RemoveNodes, RemoveTree), end sites for the actor's bones
-// (UpdateEndsite), and the splitting of the option texts that name what to prune (GetTag).
-#include <cctype>
+// Pruning of a read BVH file (RemoveNodes, RemoveTree) and end sites for the actor's bones
+// (UpdateEndsite).
 #include <cmath>
 #include <cstring>
 #include <new>
@@ -176,23 +175,4 @@ void UpdateEndsite(ZyraBvHierarchy* hierarchy, MocapData& data, float* maxLength
       if (length > *maxLength) *maxLength = length;
     }
   }
-}
-
-bool GetTag(char* /*ignored*/, char*& cursor, char*& item) {
-  if (!cursor) return false;
-  item = cursor;
-  char* separator = std::strchr(cursor, ';');
-  if (separator) {
-    *separator = '\0';
-    cursor = separator + 1;
-  } else {
-    cursor = nullptr;
-  }
-  if (*item == '\0') return false;
-  char* out = item;
-  for (const char* in = item; *in; ++in) {
-    if (!std::isspace(static_cast<unsigned char>(*in))) *out++ = *in;
-  }
-  *out = '\0';
-  return *item != '\0';
 }

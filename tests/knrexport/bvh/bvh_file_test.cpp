@@ -484,7 +484,7 @@ TEST(BvhFile, RemoveTreeWithAndWithoutItsRoot) {
   }
 }
 
-TEST(BvhFile, EndsitesAndOptionItems) {
+TEST(BvhFile, EndsitesAreTheMeanOfTheChildren) {
   {  // Two children at (0, 10, 0) and (0, 20, 0) in frame 0 put the end site at their mean.
     const std::string text =
         "HIERARCHY\nROOT R\n{\nOFFSET 0 0 0\nCHANNELS 0\n"
@@ -507,27 +507,14 @@ TEST(BvhFile, EndsitesAndOptionItems) {
     UpdateEndsite(file.Hierarchy(), data, &big);  // only ever raised
     EXPECT_FLOAT_EQ(big, 100.0f);
   }
-  {  // "Nub; End Site ;;Foo": Nub, then EndSite, then the empty item ends the list.
-    char text[] = "Nub; End Site ;;Foo";
-    char* cursor = text;
-    char* item = nullptr;
-    std::vector<std::string> items;
-    while (GetTag(nullptr, cursor, item)) items.push_back(item);
-    EXPECT_EQ(items, (std::vector<std::string>{"Nub", "EndSite"}));
-  }
-  {  // A last item without ";" is taken, then the null cursor stops; a blank item stops too.
-    char text[] = " Left Nub\t;Toe";
-    char* cursor = text;
-    char* item = nullptr;
-    ASSERT_TRUE(GetTag(nullptr, cursor, item));
-    EXPECT_STREQ(item, "LeftNub");
-    ASSERT_TRUE(GetTag(nullptr, cursor, item));
-    EXPECT_STREQ(item, "Toe");
-    EXPECT_EQ(cursor, nullptr);
-    EXPECT_FALSE(GetTag(nullptr, cursor, item));
-    char blank[] = "  \t ;Foo";
-    cursor = blank;
-    EXPECT_FALSE(GetTag(nullptr, cursor, item));
+  {  // Without frames there are no first-frame positions: every end site stays as read.
+    ZyraBvFile file;
+    MocapData data;
+    const std::string text = kSmall.substr(0, kSmall.find("Frames:")) + "Frames: 0 Frame Time: 1";
+    ASSERT_TRUE(ReadText(file, data, text)) << file.LastError();
+    file.Hierarchy()->nodes[0].endsite = DrvVector{1, 2, 3};
+    UpdateEndsite(file.Hierarchy(), data, nullptr);
+    EXPECT_FLOAT_EQ(file.Hierarchy()->nodes[0].endsite.z, 3.0f);
   }
 }
 
