@@ -25,9 +25,13 @@ struct Path {
   const char* key = nullptr;  // null: an array index
   size_t index = 0;
 
-  Path operator/(const char* k) const { return Path{this, k, 0}; }
-  Path operator[](size_t i) const { return Path{this, nullptr, i}; }
+  // A child path points at its parent: only a named path (not a temporary) can have one.
+  Path operator/(const char* k) const& { return Path{this, k, 0}; }
+  Path operator[](size_t i) const& { return Path{this, nullptr, i}; }
+  Path operator/(const char* k) const&& = delete;
+  Path operator[](size_t i) const&& = delete;
   std::string Text() const {
+    if (!parent && !key) return std::string();  // the document itself
     std::string head = parent ? parent->Text() : std::string();
     if (key) return head.empty() ? key : head + "." + key;
     return head + "[" + std::to_string(index) + "]";
@@ -545,14 +549,15 @@ class Reader {
         object->primitive && object->primitive->geometry && object->primitive->geometry->isMesh;
     size_t points = mesh ? static_cast<size_t>(object->primitive->geometry->PointCount()) : 0;
     for (size_t i = 0; i < weights.size(); ++i) {
-      const Json& list = ExpectArray(weights[i], wp[i]);
+      Path wi = wp[i];
+      const Json& list = ExpectArray(weights[i], wi);
       if (mesh && list.size() != points) {
         Fail(wp[i], std::to_string(list.size()) + " weights for a mesh of " +
                         std::to_string(points) + " points");
       }
       std::vector<double> w;
       w.reserve(list.size());
-      for (size_t k = 0; k < list.size(); ++k) w.push_back(ReadNumber(list[k], wp[i][k]));
+      for (size_t k = 0; k < list.size(); ++k) w.push_back(ReadNumber(list[k], wi[k]));
       envelope->weights.push_back(std::move(w));
       envelope->deformers.emplace_back();
       std::wstring name = ReadString(deformers[i], dp[i]);
@@ -588,18 +593,19 @@ class Reader {
       Path ip = at / "items";
       const Json& items = ExpectArray(Member(j, "items", at), ip);
       for (size_t k = 0; k < items.size(); ++k) {
-        const Json& ij = ExpectObject(items[k], ip[k]);
-        std::wstring target = ReadString(Member(ij, "target", ip[k]), ip[k] / "target");
-        if (target.empty()) Fail(ip[k] / "target", "an item needs a target");
+        Path ik = ip[k];
+        const Json& ij = ExpectObject(items[k], ik);
+        std::wstring target = ReadString(Member(ij, "target", ik), ik / "target");
+        if (target.empty()) Fail(ik / "target", "an item needs a target");
         auto item = std::make_shared<SourceItem>(target);
         item->owner = source;
         source->items.push_back(item);
-        ObjectContent(ij, ip[k], item, depth);
+        ObjectContent(ij, ik, item, depth);
         if (const Json* v = Find(ij, "fcurve")) {
-          item->fcurve = ReadFCurve(*v, ip[k] / "fcurve");
+          item->fcurve = ReadFCurve(*v, ik / "fcurve");
           item->fcurve->owner = item;
         } else {
-          Value(Member(ij, "value", ip[k]), ip[k] / "value", item->staticValue);
+          Value(Member(ij, "value", ik), ik / "value", item->staticValue);
         }
       }
     }
@@ -732,7 +738,8 @@ CStatus ParseDocument(const std::string& text, const std::string& fileName, Json
 }
 
 CStatus Structural(const std::string& fileName, const FormatError& e) {
-  return CStatus(CStatus::Fail, FromUtf8(fileName + ": at " + e.where + ": " + e.what));
+  std::string where = e.where.empty() ? std::string() : "at " + e.where + ": ";
+  return CStatus(CStatus::Fail, FromUtf8(fileName + ": " + where + e.what));
 }
 
 // The branch's top object under `parent`, named `name`; its file full name is `fullName`.
@@ -808,11 +815,12 @@ CStatus ReadSceneText(const std::string& text, const std::string& fileName, Scen
         Path pp = root / "passes";
         ExpectArray(*v, pp);
         for (size_t i = 0; i < v->size(); ++i) {
-          const Json& j = ExpectObject((*v)[i], pp[i]);
-          std::wstring name = ReadName(Member(j, "name", pp[i]), pp[i] / "name");
+          Path at = pp[i];
+          const Json& j = ExpectObject((*v)[i], at);
+          std::wstring name = ReadName(Member(j, "name", at), at / "name");
           std::shared_ptr<rt::Object> pass = fresh.passes->Lookup(name);
           if (!pass) pass = CreatePass(fresh.passes, name);
-          reader.ObjectContent(j, pp[i], pass, 1);
+          reader.ObjectContent(j, at, pass, 1);
         }
       }
       if (!fresh.passes->Lookup(fresh.currentPass)) {
@@ -822,16 +830,17 @@ CStatus ReadSceneText(const std::string& text, const std::string& fileName, Scen
         Path gp = root / "groups";
         ExpectArray(*v, gp);
         for (size_t i = 0; i < v->size(); ++i) {
-          const Json& j = ExpectObject((*v)[i], gp[i]);
-          std::wstring name = ReadName(Member(j, "name", gp[i]), gp[i] / "name");
+          Path at = gp[i];
+          const Json& j = ExpectObject((*v)[i], at);
+          std::wstring name = ReadName(Member(j, "name", at), at / "name");
           if (fresh.groups->Lookup(name))
-            Fail(gp[i] / "name", "group \"" + ToUtf8(name) + "\" is listed twice");
+            Fail(at / "name", "group \"" + ToUtf8(name) + "\" is listed twice");
           auto group = std::make_shared<GroupObject>(name);
           group->owner = fresh.groups;
           fresh.groups->items.push_back(group);
-          reader.ObjectContent(j, gp[i], group, 1);
-          Path mp = gp[i] / "members";
-          const Json& members = ExpectArray(Member(j, "members", gp[i]), mp);
+          reader.ObjectContent(j, at, group, 1);
+          Path mp = at / "members";
+          const Json& members = ExpectArray(Member(j, "members", at), mp);
           for (size_t k = 0; k < members.size(); ++k) {
             std::wstring member = ReadString(members[k], mp[k]);
             GroupObject* target = group.get();

@@ -357,13 +357,49 @@ void PrintScalar(const Json& j, std::string& out) {
 
 bool IsScalar(const Json& j) { return !j.is_object() && !j.is_array(); }
 
+// A scalar, or an array or object of scalars ({"float": 0.5}, a list of names).
+bool IsFlat(const Json& j) {
+  if (IsScalar(j)) return true;
+  return std::all_of(j.begin(), j.end(), IsScalar);
+}
+
+// Small things go on one line: a parameter without fcurve, a key, a list of numbers.
+bool IsInline(const Json& j) {
+  if (j.is_array()) return std::all_of(j.begin(), j.end(), IsScalar);
+  return j.is_object() && std::all_of(j.begin(), j.end(), IsFlat);
+}
+
+void PrintInline(const Json& j, std::string& out) {
+  if (j.is_array()) {
+    out += '[';
+    bool first = true;
+    for (const auto& item : j) {
+      if (!first) out += ", ";
+      first = false;
+      PrintInline(item, out);
+    }
+    out += ']';
+  } else if (j.is_object()) {
+    out += '{';
+    bool first = true;
+    for (const auto& [key, value] : j.items()) {
+      if (!first) out += ", ";
+      first = false;
+      PrintString(key, out);
+      out += ": ";
+      PrintInline(value, out);
+    }
+    out += '}';
+  } else {
+    PrintScalar(j, out);
+  }
+}
+
 void Print(const Json& j, int depth, std::string& out) {
   auto indent = [&out](int d) { out.append(static_cast<size_t>(d) * 2, ' '); };
-  if (j.is_object()) {
-    if (j.empty()) {
-      out += "{}";
-      return;
-    }
+  if (IsInline(j)) {
+    PrintInline(j, out);
+  } else if (j.is_object()) {
     out += "{\n";
     bool first = true;
     for (const auto& [key, value] : j.items()) {
@@ -378,17 +414,6 @@ void Print(const Json& j, int depth, std::string& out) {
     indent(depth);
     out += '}';
   } else if (j.is_array()) {
-    if (std::all_of(j.begin(), j.end(), IsScalar)) {  // numbers, names: one line
-      out += '[';
-      bool first = true;
-      for (const auto& item : j) {
-        if (!first) out += ", ";
-        first = false;
-        PrintScalar(item, out);
-      }
-      out += ']';
-      return;
-    }
     out += "[\n";
     bool first = true;
     for (const auto& item : j) {
