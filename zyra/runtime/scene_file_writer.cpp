@@ -363,9 +363,18 @@ bool IsFlat(const Json& j) {
   return std::all_of(j.begin(), j.end(), IsScalar);
 }
 
-// Small things go on one line: a parameter without fcurve, a key, a list of numbers.
+bool IsScalarArray(const Json& j) {
+  return j.is_array() && std::all_of(j.begin(), j.end(), IsScalar);
+}
+
+// Small things and bulk numbers go on one line: a parameter without fcurve, a list of numbers,
+// the keys of a curve (a list of lists), so that a deep hierarchy's indentation does not
+// outweigh its data.
 bool IsInline(const Json& j) {
-  if (j.is_array()) return std::all_of(j.begin(), j.end(), IsScalar);
+  if (j.is_array()) {
+    return std::all_of(j.begin(), j.end(), IsScalar) ||
+           std::all_of(j.begin(), j.end(), IsScalarArray);
+  }
   return j.is_object() && std::all_of(j.begin(), j.end(), IsFlat);
 }
 
