@@ -254,7 +254,10 @@ class SceneFileTest : public ::testing::Test {
     dir_ = pattern;
     rt::Host::Get().NewScene();
   }
-  void TearDown() override { fs::remove_all(dir_); }
+  void TearDown() override {
+    rt::UnloadPlugins();
+    fs::remove_all(dir_);
+  }
   std::string File(const std::string& name) const { return dir_ + "/" + name; }
 
   // A scene with every feature the format carries.
@@ -706,6 +709,44 @@ TEST_F(SceneFileTest, BranchesExportAndImportUnderAnotherParentWithUniqueNames) 
               "OpenScene: the argument must be a file name.");
     EXPECT_FALSE(fs::exists(File("x.zyra")));
   }
+}
+
+TEST_F(SceneFileTest, PluginPropertiesAreRemadeByTheirPluginAndKeepTheFileValues) {
+  ASSERT_TRUE(rt::LoadPlugin(std::string(ZYRA_TEST_PLUGIN_DIR) + "/good.so").Succeeded());
+  rt::Host& host = rt::Host::Get();
+  auto hips = rt::CreateX3D(host.scene().root, siX3DObjectID, L"null", L"Hips");
+  auto property = rt::CreatePluginProperty(hips, L"TstProp", L"Setup");
+  ASSERT_TRUE(property);
+  Param(L"Hips.Setup.Count").value = CValue(7);
+  Param(L"Hips.Setup.Name").value = CValue(L"Fred");
+  // A parameter added after the plug-in defined the property (as EditParameterDefinition users
+  // and plug-in upgrades do) comes back too.
+  property->AddParam(rt::MakeParam(L"Added", siDouble, CValue(2.5)));
+  const std::string path = File("plugin.zyra");
+  ASSERT_TRUE(rt::SaveSceneFile(path).Succeeded());
+
+  std::string text;
+  ASSERT_TRUE(rt::ReadWholeFile(path, text).Succeeded());
+  rt::Scene loaded;
+  ASSERT_TRUE(rt::ReadSceneText(text, path, loaded).Succeeded());
+  auto copy = loaded.root->Lookup(L"Hips")->Lookup(L"Setup");
+  auto setup = std::dynamic_pointer_cast<rt::Property>(copy);
+  ASSERT_TRUE(setup);
+  ExpectSameObject(*property, *setup, "Hips.Setup");
+  EXPECT_TRUE(setup->layout) << "the plug-in defined it again, page included";
+  EXPECT_EQ(setup->FindParam(L"Count")->value.AsInt(), 7);
+  rt::DestroySceneObjects(loaded);
+
+  // Without the plug-in the property still loads, as plain data of its type.
+  rt::UnloadPlugins();
+  rt::Scene plain;
+  ASSERT_TRUE(rt::ReadSceneText(text, path, plain).Succeeded());
+  auto data =
+      std::dynamic_pointer_cast<rt::Property>(plain.root->Lookup(L"Hips")->Lookup(L"Setup"));
+  ASSERT_TRUE(data);
+  ExpectSameObject(*property, *data, "Hips.Setup");
+  EXPECT_FALSE(data->layout);
+  rt::DestroySceneObjects(plain);
 }
 
 TEST_F(SceneFileTest, OpenSceneAndNewSceneCommandsReplaceTheScene) {
