@@ -1,0 +1,112 @@
+// Scene files on disk: atomic writes, whole-file reads, opening and saving the scene, exporting
+// and importing branches.
+#include "scene_file.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+namespace Zyra::rt {
+
+namespace {
+
+CStatus FileError(const std::string& path, const char* what, int error) {
+  return CStatus(CStatus::Fail, FromUtf8(path + ": " + what + ": " + std::strerror(error)));
+}
+
+}  // namespace
+
+CStatus WriteFileAtomically(const std::string& path, const std::string& text) {
+  const std::string temp = path + ".tmp";
+  std::FILE* file = std::fopen(temp.c_str(), "wb");
+  if (!file) return FileError(path, "cannot write", errno);
+  // Only a temporary file this call created is ever removed.
+  bool ok = std::fwrite(text.data(), 1, text.size(), file) == text.size() &&
+            std::fflush(file) == 0 && ::fsync(fileno(file)) == 0;
+  int error = ok ? 0 : errno;
+  if (std::fclose(file) != 0 && ok) {
+    ok = false;
+    error = errno;
+  }
+  if (ok && std::rename(temp.c_str(), path.c_str()) != 0) {
+    ok = false;
+    error = errno;
+  }
+  if (!ok) {
+    std::remove(temp.c_str());
+    return FileError(path, "cannot write", error);
+  }
+  return CStatus::OK;
+}
+
+CStatus ReadWholeFile(const std::string& path, std::string& text) {
+  text.clear();
+  std::FILE* file = std::fopen(path.c_str(), "rb");
+  if (!file) return FileError(path, "cannot open", errno);
+  char buffer[1 << 16];
+  size_t n = 0;
+  while ((n = std::fread(buffer, 1, sizeof buffer, file)) > 0) text.append(buffer, n);
+  int error = std::ferror(file) ? errno : 0;
+  std::fclose(file);
+  if (error) {
+    text.clear();
+    return FileError(path, "cannot read", error);
+  }
+  return CStatus::OK;
+}
+
+void DestroySceneObjects(Scene& scene) {
+  for (const std::shared_ptr<Object>& o :
+       {std::shared_ptr<Object>(scene.root), std::shared_ptr<Object>(scene.groups),
+        std::shared_ptr<Object>(scene.passes), std::shared_ptr<Object>(scene.playControl),
+        std::shared_ptr<Object>(scene.preferences), std::shared_ptr<Object>(scene.exportOptions)}) {
+    Destroy(o);
+  }
+}
+
+void SwapInScene(Scene scene) {
+  Scene old = std::move(Host::Get().scene());
+  Host::Get().scene() = std::move(scene);
+  DestroySceneObjects(old);
+}
+
+CStatus SaveSceneFile(const std::string& path) {
+  return WriteFileAtomically(path, WriteSceneText(Host::Get().scene()));
+}
+
+CStatus OpenSceneFile(const std::string& path) {
+  std::string text;
+  CStatus status = ReadWholeFile(path, text);
+  if (!status.Succeeded()) return status;
+  Scene scene;
+  status = ReadSceneText(text, path, scene);
+  if (!status.Succeeded()) return status;
+  SwapInScene(std::move(scene));
+  return CStatus::OK;
+}
+
+CStatus ExportBranch(const std::shared_ptr<X3D>& object, const std::string& path) {
+  const Scene& scene = Host::Get().scene();
+  BranchWriteOptions options;
+  auto flag = [&scene](const wchar_t* name) {
+    const Parameter* p = scene.exportOptions ? scene.exportOptions->FindParam(name) : nullptr;
+    return !p || p->value.AsBool();
+  };
+  options.customProperties = flag(L"custompset");
+  options.animation = flag(L"animall");
+  options.frame = Host::Get().CurrentFrame();
+  return WriteFileAtomically(path, WriteBranchText(*object, options));
+}
+
+CStatus ImportBranch(const std::string& path, const std::shared_ptr<X3D>& parent,
+                     std::shared_ptr<X3D>& out) {
+  out.reset();
+  std::string text;
+  CStatus status = ReadWholeFile(path, text);
+  if (!status.Succeeded()) return status;
+  return ReadBranchText(text, path, parent, out);
+}
+
+}  // namespace Zyra::rt

@@ -1,0 +1,64 @@
+// Scene files (".zyra"): the open scene, or one branch of it, as JSON text, and back.
+//
+// A file is {"format": "zyra-scene", "version": 1, "scene": {...}}. The "scene" object holds
+// either a whole scene ("kind": "scene": the scene root's branch, groups, passes, play control,
+// preferences and export options) or one exported branch ("kind": "branch"). docs/scene-file.md
+// describes every field.
+//
+// Reading never touches the open scene until the whole file was read and every reference in it
+// resolved: the reader builds a detached graph and only a complete one is swapped in or moved
+// under its new parent. A file that fails leaves the scene, and every handle into it, as it was.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "host.h"
+#include "model.h"
+
+namespace Zyra::rt {
+
+inline constexpr const char* kSceneFileFormat = "zyra-scene";
+// The newest scene file version this host writes and reads.
+inline constexpr int kSceneFileVersion = 1;
+
+// What a branch export keeps ("dotZyraExportOptions": custompset, animall).
+struct BranchWriteOptions {
+  bool customProperties = true;  // false: custom and plug-in properties are left out
+  bool animation = true;         // false: parameters are written as their value at `frame`
+  double frame = 1.0;
+};
+
+// The scene as scene-file text. Deterministic: the same scene always gives the same bytes.
+std::string WriteSceneText(const Scene& scene);
+// One branch (`top` and everything below it) as scene-file text.
+std::string WriteBranchText(const X3D& top, const BranchWriteOptions& options);
+
+// Writes `text` to `path` + ".tmp", then renames it over `path`. On failure the temporary file
+// is removed, `path` is left as it was, and the message names `path`.
+CStatus WriteFileAtomically(const std::string& path, const std::string& text);
+// Reads a whole file; fails with "<path>: cannot open: <reason>".
+CStatus ReadWholeFile(const std::string& path, std::string& text);
+
+// Reads scene-file text into a new scene that is not yet the open one. `fileName` names the
+// file in messages. On failure `out` is left empty and the status says what and where.
+CStatus ReadSceneText(const std::string& text, const std::string& fileName, Scene& out);
+// Reads the branch of scene-file text under a new, detached holder and, once complete, moves it
+// under `parent` (names made unique in its name space). A whole-scene file imports as a model
+// named after the file. `out` is the imported top object.
+CStatus ReadBranchText(const std::string& text, const std::string& fileName,
+                       const std::shared_ptr<X3D>& parent, std::shared_ptr<X3D>& out);
+
+// Makes `scene` the open scene; the old scene's objects are destroyed so that handles to them
+// report invalid.
+void SwapInScene(Scene scene);
+// Destroys every object of a scene that is not the open one (a scene that failed to load).
+void DestroySceneObjects(Scene& scene);
+
+// Writes `object`'s branch to `path` with the open scene's export options.
+CStatus ExportBranch(const std::shared_ptr<X3D>& object, const std::string& path);
+// Reads the branch in `path` under `parent`; `out` is the imported top object.
+CStatus ImportBranch(const std::string& path, const std::shared_ptr<X3D>& parent,
+                     std::shared_ptr<X3D>& out);
+
+}  // namespace Zyra::rt

@@ -1,0 +1,495 @@
+// Scene-file writer: turns the object graph into a JSON tree, then prints it in a fixed layout
+// (objects one key a line, arrays of plain values on one line) so that the same scene always
+// gives the same bytes and a diff of two saves shows what changed.
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <nlohmann/json.hpp>
+
+#include "scene_file.h"
+
+namespace Zyra::rt {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::string Utf8(const std::wstring& text) { return ToUtf8(text); }
+
+// Finite doubles are JSON numbers; the others are the strings "inf", "-inf" and "nan".
+Json Number(double v) {
+  if (std::isfinite(v)) return Json(v);
+  if (std::isnan(v)) return Json("nan");
+  return Json(v > 0 ? "inf" : "-inf");
+}
+
+// A value keeps its own type: null, integer, number with a point (double), {"float": x},
+// {"double": "inf"} for non-finite doubles, true/false, string, {"ref": full name}, array.
+Json EncodeValue(const CValue& v) {
+  switch (v.GetType()) {
+    case siEmpty:
+      return Json();
+    case siInt4:
+      return Json(v.AsInt());
+    case siFloat:
+      return Json::object({{"float", Number(static_cast<double>(v.AsFloat()))}});
+    case siDouble:
+      if (std::isfinite(v.AsDouble())) return Json(v.AsDouble());
+      return Json::object({{"double", Number(v.AsDouble())}});
+    case siBool:
+      return Json(v.AsBool());
+    case siString:
+      return Json(Utf8(v.GetAsText().Wide()));
+    case siRef:
+      return Json::object({{"ref", Utf8(v.AsRef().GetAsText().Wide())}});
+    case siArray: {
+      Json out = Json::array();
+      for (const CValue& item : v.AsArray()) out.push_back(EncodeValue(item));
+      return out;
+    }
+  }
+  return Json();
+}
+
+std::string Base64(const std::vector<uint8_t>& bytes) {
+  static const char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string out;
+  out.reserve((bytes.size() + 2) / 3 * 4);
+  for (size_t i = 0; i < bytes.size(); i += 3) {
+    uint32_t n = static_cast<uint32_t>(bytes[i]) << 16;
+    if (i + 1 < bytes.size()) n |= static_cast<uint32_t>(bytes[i + 1]) << 8;
+    if (i + 2 < bytes.size()) n |= bytes[i + 2];
+    out += kDigits[(n >> 18) & 63];
+    out += kDigits[(n >> 12) & 63];
+    out += i + 1 < bytes.size() ? kDigits[(n >> 6) & 63] : '=';
+    out += i + 2 < bytes.size() ? kDigits[n & 63] : '=';
+  }
+  return out;
+}
+
+bool IsCustomProperty(const Property& p) {
+  return p.classId == siCustomPropertyID || p.type == L"Custom_parameter_list";
+}
+
+// A property whose every parameter is computed from others (the global kinematic state) holds
+// nothing of its own.
+bool IsComputedOnly(const Property& p) {
+  if (p.params.empty() || !p.properties.empty()) return false;
+  return std::all_of(p.params.begin(), p.params.end(),
+                     [](const auto& param) { return static_cast<bool>(param->getter); });
+}
+
+class Writer {
+ public:
+  explicit Writer(const BranchWriteOptions& options) : options_(options) {}
+
+  Json FCurveJson(const FCurveObject& curve) const {
+    std::vector<FCurveKey> keys = curve.keys;
+    // A curve in the middle of an edit may hold unsorted or repeated frames; write it the way
+    // EndEdit will leave it (sorted, a later key winning at a repeated frame).
+    if (!std::is_sorted(keys.begin(), keys.end(),
+                        [](const FCurveKey& a, const FCurveKey& b) { return a.frame < b.frame; })) {
+      std::stable_sort(keys.begin(), keys.end(),
+                       [](const FCurveKey& a, const FCurveKey& b) { return a.frame < b.frame; });
+    }
+    std::vector<FCurveKey> unique;
+    for (const FCurveKey& k : keys) {
+      if (!unique.empty() && unique.back().frame == k.frame) {
+        unique.back() = k;
+      } else {
+        unique.push_back(k);
+      }
+    }
+    Json out = Json::object();
+    out["interpolation"] = curve.interpolation;
+    Json list = Json::array();
+    for (const FCurveKey& k : unique) {
+      Json key = Json::array({Number(k.frame), Number(k.value), k.interpolation});
+      if (k.hasTangents) {
+        for (double t : {k.leftTanX, k.leftTanY, k.rightTanX, k.rightTanY})
+          key.push_back(Number(t));
+      }
+      list.push_back(std::move(key));
+    }
+    out["keys"] = std::move(list);
+    return out;
+  }
+
+  Json ParamJson(const Parameter& p) const {
+    Json out = Json::object();
+    out["name"] = Utf8(p.name);
+    out["type"] = static_cast<int>(p.valueType);
+    bool keepCurve = p.fcurve && options_.animation;
+    if (p.fcurve && !options_.animation) {
+      out["value"] = EncodeValue(p.Evaluate(options_.frame));
+    } else {
+      out["value"] = EncodeValue(p.value);
+    }
+    out["default"] = EncodeValue(p.defaultValue);
+    out["min"] = EncodeValue(p.minValue);
+    out["max"] = EncodeValue(p.maxValue);
+    out["suggestedMin"] = EncodeValue(p.suggestedMin);
+    out["suggestedMax"] = EncodeValue(p.suggestedMax);
+    out["capabilities"] = p.capabilities;
+    out["label"] = Utf8(p.label);
+    out["description"] = Utf8(p.description);
+    if (keepCurve) out["fcurve"] = FCurveJson(*p.fcurve);
+    return out;
+  }
+
+  // "params" (computed ones left out) and "properties" of any object, when it has some.
+  void ParamsAndProperties(const Object& o, Json& out) const {
+    Json params = Json::array();
+    for (const auto& p : o.params) {
+      if (!p->getter) params.push_back(ParamJson(*p));
+    }
+    if (!params.empty()) out["params"] = std::move(params);
+    Json properties = Json::array();
+    for (const auto& p : o.properties) {
+      if (IsComputedOnly(*p)) continue;
+      if (!options_.customProperties && IsCustomProperty(*p)) continue;
+      properties.push_back(PropertyJson(*p));
+    }
+    if (!properties.empty()) out["properties"] = std::move(properties);
+  }
+
+  Json PropertyJson(const Property& p) const {
+    Json out = Json::object();
+    out["name"] = Utf8(p.name);
+    out["class"] = static_cast<int>(p.classId);
+    out["type"] = Utf8(p.type);
+    if (p.classId == siUserDataBlobID || !p.blob.empty()) out["blob"] = Base64(p.blob);
+    ParamsAndProperties(p, out);
+    return out;
+  }
+
+  // Containers, tracks and whatever else hangs in a mixer or a pass list: class, type, name,
+  // parameters, properties and, for containers, their items.
+  Json Generic(const Object& o) const {
+    Json out = Json::object();
+    out["class"] = static_cast<int>(o.classId);
+    out["type"] = Utf8(o.type);
+    out["name"] = Utf8(o.name);
+    ParamsAndProperties(o, out);
+    if (auto* container = dynamic_cast<const Container*>(&o)) {
+      Json items = Json::array();
+      for (const auto& item : container->items) items.push_back(Generic(*item));
+      out["items"] = std::move(items);
+    }
+    return out;
+  }
+
+  Json Source(const ActionSourceObject& source) const {
+    Json out = Json::object();
+    out["name"] = Utf8(source.name);
+    ParamsAndProperties(source, out);
+    Json items = Json::array();
+    for (const auto& item : source.items) {
+      Json j = Json::object();
+      j["target"] = Utf8(item->target);
+      ParamsAndProperties(*item, j);
+      if (item->fcurve) {
+        j["fcurve"] = FCurveJson(*item->fcurve);
+      } else {
+        j["value"] = EncodeValue(item->staticValue);
+      }
+      items.push_back(std::move(j));
+    }
+    out["items"] = std::move(items);
+    return out;
+  }
+
+  Json PrimitiveJson(const rt::Primitive& primitive) const {
+    Json out = Json::object();
+    out["type"] = Utf8(primitive.type);
+    out["name"] = Utf8(primitive.name);
+    ParamsAndProperties(primitive, out);
+    if (const auto& g = primitive.geometry) {
+      Json geometry = Json::object();
+      geometry["name"] = Utf8(g->name);
+      geometry["class"] = static_cast<int>(g->classId);
+      geometry["mesh"] = g->isMesh;
+      Json points = Json::array();
+      for (double v : g->points) points.push_back(Number(v));
+      geometry["points"] = std::move(points);
+      geometry["polygons"] = g->polygons;
+      out["geometry"] = std::move(geometry);
+    }
+    return out;
+  }
+
+  Json EnvelopeJson(const Envelope& envelope) const {
+    Json out = Json::object();
+    out["name"] = Utf8(envelope.name);
+    ParamsAndProperties(envelope, out);
+    Json deformers = Json::array();
+    Json weights = Json::array();
+    // Deformers deleted since binding are dropped together with their weights.
+    for (size_t i = 0; i < envelope.deformers.size(); ++i) {
+      auto d = envelope.deformers[i].lock();
+      if (!d || !d->alive) continue;
+      deformers.push_back(Utf8(d->FullName()));
+      Json w = Json::array();
+      if (i < envelope.weights.size()) {
+        for (double v : envelope.weights[i]) w.push_back(Number(v));
+      }
+      weights.push_back(std::move(w));
+    }
+    out["deformers"] = std::move(deformers);
+    out["weights"] = std::move(weights);
+    return out;
+  }
+
+  static bool Alive(const std::weak_ptr<X3D>& weak) {
+    auto o = weak.lock();
+    return o && o->alive;
+  }
+
+  Json X3DJson(const X3D& o) const {
+    Json out = Json::object();
+    out["class"] = static_cast<int>(o.classId);
+    out["type"] = Utf8(o.type);
+    out["name"] = Utf8(o.name);
+    ParamsAndProperties(o, out);
+    if (o.primitive) out["primitive"] = PrimitiveJson(*o.primitive);
+    if (!o.envelopes.empty()) {
+      Json envelopes = Json::array();
+      for (const auto& e : o.envelopes) envelopes.push_back(EnvelopeJson(*e));
+      out["envelopes"] = std::move(envelopes);
+    }
+    if (Alive(o.chainRoot)) out["chainRoot"] = Utf8(o.chainRoot.lock()->FullName());
+    Json bones = Json::array();
+    for (const auto& b : o.chainBones) {
+      if (Alive(b)) bones.push_back(Utf8(b.lock()->FullName()));
+    }
+    if (!bones.empty()) out["chainBones"] = std::move(bones);
+    if (Alive(o.chainEffector)) out["chainEffector"] = Utf8(o.chainEffector.lock()->FullName());
+    if (auto* model = dynamic_cast<const ModelObject*>(&o)) {
+      if (model->sources && !model->sources->items.empty()) {
+        Json sources = Json::array();
+        for (const auto& s : model->sources->items) {
+          if (auto* source = dynamic_cast<const ActionSourceObject*>(s.get())) {
+            sources.push_back(Source(*source));
+          }
+        }
+        out["sources"] = std::move(sources);
+      }
+      if (model->mixer) out["mixer"] = Generic(*model->mixer);
+    }
+    Json children = Json::array();
+    for (const auto& c : o.children) children.push_back(X3DJson(*c));
+    out["children"] = std::move(children);
+    return out;
+  }
+
+ private:
+  BranchWriteOptions options_;
+};
+
+// ---- Printing ---------------------------------------------------------------------------------
+
+void PrintString(const std::string& s, std::string& out) {
+  out += '"';
+  for (char c : s) {
+    auto u = static_cast<unsigned char>(c);
+    if (c == '"' || c == '\\') {
+      out += '\\';
+      out += c;
+    } else if (u < 0x20) {
+      static const char kHex[] = "0123456789abcdef";
+      switch (c) {
+        case '\n':
+          out += "\\n";
+          break;
+        case '\t':
+          out += "\\t";
+          break;
+        case '\r':
+          out += "\\r";
+          break;
+        default:
+          out += "\\u00";
+          out += kHex[u >> 4];
+          out += kHex[u & 15];
+      }
+    } else {
+      out += c;
+    }
+  }
+  out += '"';
+}
+
+// Shortest text that reads back as the same double; always with a point or an exponent so that
+// a reader tells it from an integer.
+void PrintDouble(double v, std::string& out) {
+  char buffer[32];
+  auto [end, ec] = std::to_chars(buffer, buffer + sizeof buffer, v);
+  (void)ec;
+  std::string_view text(buffer, static_cast<size_t>(end - buffer));
+  out += text;
+  if (text.find_first_of(".e") == std::string_view::npos) out += ".0";
+}
+
+void PrintScalar(const Json& j, std::string& out) {
+  switch (j.type()) {
+    case Json::value_t::null:
+      out += "null";
+      break;
+    case Json::value_t::boolean:
+      out += j.get<bool>() ? "true" : "false";
+      break;
+    case Json::value_t::number_integer:
+      out += std::to_string(j.get<int64_t>());
+      break;
+    case Json::value_t::number_unsigned:
+      out += std::to_string(j.get<uint64_t>());
+      break;
+    case Json::value_t::number_float:
+      PrintDouble(j.get<double>(), out);
+      break;
+    case Json::value_t::string:
+      PrintString(j.get_ref<const std::string&>(), out);
+      break;
+    default:
+      out += "null";
+  }
+}
+
+bool IsScalar(const Json& j) { return !j.is_object() && !j.is_array(); }
+
+// A scalar, or an array or object of scalars ({"float": 0.5}, a list of names).
+bool IsFlat(const Json& j) {
+  if (IsScalar(j)) return true;
+  return std::all_of(j.begin(), j.end(), IsScalar);
+}
+
+bool IsScalarArray(const Json& j) {
+  return j.is_array() && std::all_of(j.begin(), j.end(), IsScalar);
+}
+
+// Small things and bulk numbers go on one line: a parameter without fcurve, a list of numbers,
+// the keys of a curve (a list of lists), so that a deep hierarchy's indentation does not
+// outweigh its data.
+bool IsInline(const Json& j) {
+  if (j.is_array()) {
+    return std::all_of(j.begin(), j.end(), IsScalar) ||
+           std::all_of(j.begin(), j.end(), IsScalarArray);
+  }
+  return j.is_object() && std::all_of(j.begin(), j.end(), IsFlat);
+}
+
+void PrintInline(const Json& j, std::string& out) {
+  if (j.is_array()) {
+    out += '[';
+    bool first = true;
+    for (const auto& item : j) {
+      if (!first) out += ", ";
+      first = false;
+      PrintInline(item, out);
+    }
+    out += ']';
+  } else if (j.is_object()) {
+    out += '{';
+    bool first = true;
+    for (const auto& [key, value] : j.items()) {
+      if (!first) out += ", ";
+      first = false;
+      PrintString(key, out);
+      out += ": ";
+      PrintInline(value, out);
+    }
+    out += '}';
+  } else {
+    PrintScalar(j, out);
+  }
+}
+
+void Print(const Json& j, int depth, std::string& out) {
+  auto indent = [&out](int d) { out.append(static_cast<size_t>(d) * 2, ' '); };
+  if (IsInline(j)) {
+    PrintInline(j, out);
+  } else if (j.is_object()) {
+    out += "{\n";
+    bool first = true;
+    for (const auto& [key, value] : j.items()) {
+      if (!first) out += ",\n";
+      first = false;
+      indent(depth + 1);
+      PrintString(key, out);
+      out += ": ";
+      Print(value, depth + 1, out);
+    }
+    out += '\n';
+    indent(depth);
+    out += '}';
+  } else if (j.is_array()) {
+    out += "[\n";
+    bool first = true;
+    for (const auto& item : j) {
+      if (!first) out += ",\n";
+      first = false;
+      indent(depth + 1);
+      Print(item, depth + 1, out);
+    }
+    out += '\n';
+    indent(depth);
+    out += ']';
+  } else {
+    PrintScalar(j, out);
+  }
+}
+
+std::string Document(Json scene) {
+  Json doc = Json::object();
+  doc["format"] = kSceneFileFormat;
+  doc["version"] = kSceneFileVersion;
+  doc["scene"] = std::move(scene);
+  std::string out;
+  Print(doc, 0, out);
+  out += '\n';
+  return out;
+}
+
+}  // namespace
+
+std::string WriteSceneText(const Scene& scene) {
+  Writer writer{BranchWriteOptions{}};
+  Json out = Json::object();
+  out["kind"] = "scene";
+  out["root"] = writer.X3DJson(*scene.root);
+  out["currentPass"] = Utf8(scene.currentPass);
+  Json passes = Json::array();
+  for (const auto& pass : scene.passes->items) passes.push_back(writer.Generic(*pass));
+  out["passes"] = std::move(passes);
+  Json groups = Json::array();
+  for (const auto& item : scene.groups->items) {
+    Json g = Json::object();
+    g["name"] = Utf8(item->name);
+    writer.ParamsAndProperties(*item, g);
+    Json members = Json::array();
+    if (auto* group = dynamic_cast<const GroupObject*>(item.get())) {
+      for (const auto& m : group->members) {
+        auto member = m.lock();
+        if (member && member->alive) members.push_back(Utf8(member->FullName()));
+      }
+    }
+    g["members"] = std::move(members);
+    groups.push_back(std::move(g));
+  }
+  out["groups"] = std::move(groups);
+  out["playControl"] = writer.PropertyJson(*scene.playControl);
+  out["preferences"] = writer.PropertyJson(*scene.preferences);
+  out["exportOptions"] = writer.PropertyJson(*scene.exportOptions);
+  return Document(std::move(out));
+}
+
+std::string WriteBranchText(const X3D& top, const BranchWriteOptions& options) {
+  Writer writer(options);
+  Json out = Json::object();
+  out["kind"] = "branch";
+  out["fullName"] = Utf8(top.FullName());
+  out["root"] = writer.X3DJson(top);
+  return Document(std::move(out));
+}
+
+}  // namespace Zyra::rt
