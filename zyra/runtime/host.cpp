@@ -28,10 +28,11 @@ Host& Host::Get() {
   return host;
 }
 
-Host::Host() {
+Host::Host() { NewScene(); }
+
+void Host::TakePendingCommands() const {
   for (auto& command : PendingCommands()) commands_[command.name] = command;
   PendingCommands().clear();
-  NewScene();
 }
 
 void Host::NewScene() {
@@ -79,6 +80,7 @@ void Host::UnregisterPluginCommands() {
 }
 
 const HostCommand* Host::FindCommand(std::wstring_view name) const {
+  TakePendingCommands();
   auto it = commands_.find(name);
   if (it != commands_.end()) return &it->second;
   for (const auto& [key, command] : commands_) {
@@ -88,6 +90,7 @@ const HostCommand* Host::FindCommand(std::wstring_view name) const {
 }
 
 std::vector<const HostCommand*> Host::Commands() const {
+  TakePendingCommands();
   std::vector<const HostCommand*> out;
   for (const auto& [key, command] : commands_) out.push_back(&command);
   return out;

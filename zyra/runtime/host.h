@@ -120,9 +120,11 @@ class Host {
 
  private:
   Host();
+  // Moves commands registered since the last call into the table.
+  void TakePendingCommands() const;
   Scene scene_;
   UiState ui_;
-  std::map<std::wstring, HostCommand, std::less<>> commands_;
+  mutable std::map<std::wstring, HostCommand, std::less<>> commands_;
   std::vector<LogLine> log_;
   std::string logFile_;
   bool verbose_ = false;

@@ -229,6 +229,10 @@ long Geometry::TriangleCount() const {
 
 bool Geometry::BoundingBox(MATH::CVector3& min, MATH::CVector3& max) const {
   if (!isMesh) {
+    // A sphere primitive's size is its "radius" parameter.
+    auto primitive = Owner();
+    Parameter* radius = primitive ? primitive->FindParam(L"radius") : nullptr;
+    double sphereRadius = radius ? radius->Evaluate(Host::Get().CurrentFrame()).AsDouble() : 0.0;
     if (sphereRadius <= 0) return false;
     min.Set(-sphereRadius, -sphereRadius, -sphereRadius);
     max.Set(sphereRadius, sphereRadius, sphereRadius);

@@ -165,7 +165,6 @@ class Geometry : public Object {
   bool isMesh = false;
   std::vector<double> points;   // x, y, z per point
   std::vector<long> polygons;   // count, then that many point indices, repeated
-  double sphereRadius = 0;      // for sphere primitives (not meshes)
   long PointCount() const { return static_cast<long>(points.size() / 3); }
   long PolygonCount() const;
   long TriangleCount() const;

@@ -1,0 +1,10 @@
+// Placeholder until the fcurve interface lands.
+#pragma once
+#include "zyra/object.h"
+namespace Zyra {
+class ZYRA_API FCurve : public ProjectItem {
+ public:
+  FCurve() = default;
+  FCurve(const CRef& ref);  // NOLINT
+};
+}  // namespace Zyra
