@@ -204,11 +204,11 @@ TEST_F(ScriptRun, ArgumentsArriveTyped) {
   auto model = CreateModel(Host::Get().scene().root, L"Rig");
   CreateX3D(model, siX3DObjectID, L"null", L"Hips");
   ASSERT_EQ(Run(L"\uFEFF# header\r\n\r\nScriptTest_Record 1 2.5 true \"s\" Rig.Hips "
-                L"Rig.Hips.kine.local.posx\r\n"),
+                L"Rig.Hips.kine.local.posx Rig.Hips.posx\r\n"),
             "");
   ASSERT_EQ(TestCalls().record.size(), 1u);
   const CValueArray& args = TestCalls().record[0];
-  ASSERT_EQ(args.GetCount(), 6);
+  ASSERT_EQ(args.GetCount(), 7);
   EXPECT_EQ(args[0].GetType(), siInt4);
   EXPECT_EQ(args[1].GetType(), siDouble);
   EXPECT_EQ(args[2].GetType(), siBool);
@@ -217,7 +217,8 @@ TEST_F(ScriptRun, ArgumentsArriveTyped) {
   EXPECT_EQ(args[4].GetType(), siRef);
   EXPECT_EQ(args[4].GetAsText().Wide(), L"Rig.Hips");
   EXPECT_EQ(args[5].AsRef().GetClassID(), siParameterID);
-  EXPECT_EQ(args[5].GetAsText().Wide(), L"Rig.Hips.posx");
+  EXPECT_EQ(args[5].GetAsText().Wide(), L"Rig.Hips.kine.local.posx");
+  EXPECT_EQ(args[6].AsRef(), args[5].AsRef());  // the short path reaches the same parameter
 }
 
 TEST_F(ScriptRun, ErrorsNameFileAndLine) {
