@@ -6,5 +6,6 @@ class ZYRA_API FCurve : public ProjectItem {
  public:
   FCurve() = default;
   FCurve(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(FCurve)
 };
 }  // namespace Zyra

@@ -11,6 +11,7 @@ class ZYRA_API KinematicState : public Property {
  public:
   KinematicState() = default;
   KinematicState(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(KinematicState)
   // The transform at `time` (default: the current frame), with animated parameters evaluated.
   MATH::CTransformation GetTransform(const CTime& time = CTime::Current()) const;
   // Writes the transform at `time`. Putting a global transform keeps the children's locals.
@@ -22,6 +23,7 @@ class ZYRA_API Kinematics : public Property {
  public:
   Kinematics() = default;
   Kinematics(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(Kinematics)
   KinematicState GetLocal() const;
   KinematicState GetGlobal() const;
 };

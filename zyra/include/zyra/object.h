@@ -13,6 +13,11 @@ class Parameter;
 class Property;
 class FCurve;
 
+// Lets any handle initialise another typed handle (`CustomProperty p = obj.AddProperty(...)`);
+// the result is invalid when the class does not fit.
+#define ZYRA_HANDLE_FROM_OBJECT(Class) \
+  Class(const ZrObject& other) : Class(other.GetRef()) {}  // NOLINT
+
 // Anything with a name: the root of the handle classes.
 class ZYRA_API ZrObject {
  public:
@@ -49,6 +54,7 @@ class ZYRA_API ProjectItem : public ZrObject {
  public:
   ProjectItem() = default;
   ProjectItem(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(ProjectItem)
 
   CRefArray GetParameters() const;
   // The parameter named `name` (for 3D objects also the local transform's "posx" ... "sclz");
@@ -71,6 +77,7 @@ class ZYRA_API SceneItem : public ProjectItem {
  public:
   SceneItem() = default;
   SceneItem(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(SceneItem)
 
   // The properties in creation order (built-in "kine", "visibility" first on 3D objects).
   CRefArray GetProperties() const;
@@ -88,6 +95,7 @@ class ZYRA_API Property : public ProjectItem {
  public:
   Property() = default;
   Property(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(Property)
 
  protected:
   Property(const CRef& ref, bool (*accept)(siClassID)) : ProjectItem(ref, accept) {}
@@ -97,6 +105,7 @@ class ZYRA_API CustomProperty : public Property {
  public:
   CustomProperty() = default;
   CustomProperty(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(CustomProperty)
 
   // Adds a parameter. Empty min/max mean no range; empty suggested bounds take min/max.
   // `capabilities`: 1 animatable, 2 read-only, 4 persistable. Fails on a taken name.
@@ -115,6 +124,7 @@ class ZYRA_API UserDataBlob : public Property {
  public:
   UserDataBlob() = default;
   UserDataBlob(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(UserDataBlob)
   // A copy of the bytes.
   std::vector<unsigned char> GetValue() const;
   CStatus PutValue(const unsigned char* data, size_t size);
@@ -135,6 +145,7 @@ class ZYRA_API Parameter : public ProjectItem {
  public:
   Parameter() = default;
   Parameter(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(Parameter)
 
   // The value at `time` (default: the current frame): the fcurve's when it has one.
   CValue GetValue(const CTime& time = CTime::Current()) const;

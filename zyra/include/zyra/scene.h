@@ -10,6 +10,7 @@ class ZYRA_API Group : public SceneItem {
  public:
   Group() = default;
   Group(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(Group)
   CRefArray GetMembers() const;
   CStatus AddMember(const CRef& member);
 };
@@ -19,6 +20,7 @@ class ZYRA_API Pass : public SceneItem {
  public:
   Pass() = default;
   Pass(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(Pass)
 };
 
 }  // namespace Zyra

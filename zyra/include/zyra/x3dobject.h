@@ -15,6 +15,7 @@ class ZYRA_API X3DObject : public SceneItem {
  public:
   X3DObject() = default;
   X3DObject(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(X3DObject)
 
   // Direct children in child order.
   CRefArray GetChildren() const;
@@ -62,6 +63,7 @@ class ZYRA_API Model : public X3DObject {
  public:
   Model() = default;
   Model(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(Model)
   // Action sources in creation order.
   CRefArray GetSources() const;
   bool HasMixer() const;
@@ -72,6 +74,7 @@ class ZYRA_API ChainElement : public X3DObject {
  public:
   ChainElement() = default;
   ChainElement(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(ChainElement)
   // The chain root this element belongs to (the element itself for a root).
   CRef GetRoot() const;
 
@@ -83,6 +86,7 @@ class ZYRA_API ChainRoot : public ChainElement {
  public:
   ChainRoot() = default;
   ChainRoot(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(ChainRoot)
   CRefArray GetBones() const;
   CRef GetEffector() const;
 };
@@ -91,18 +95,21 @@ class ZYRA_API ChainBone : public ChainElement {
  public:
   ChainBone() = default;
   ChainBone(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(ChainBone)
 };
 
 class ZYRA_API ChainEffector : public ChainElement {
  public:
   ChainEffector() = default;
   ChainEffector(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(ChainEffector)
 };
 
 class ZYRA_API Primitive : public ProjectItem {
  public:
   Primitive() = default;
   Primitive(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(Primitive)
   Geometry GetGeometry(const CTime& time = CTime::Current()) const;
 };
 
@@ -110,6 +117,7 @@ class ZYRA_API Geometry : public ZrObject {
  public:
   Geometry() = default;
   Geometry(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(Geometry)
   long GetPointCount() const;
   long GetPolygonCount() const;
   long GetTriangleCount() const;
@@ -127,6 +135,7 @@ class ZYRA_API PolygonMesh : public Geometry {
  public:
   PolygonMesh() = default;
   PolygonMesh(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(PolygonMesh)
   // Polygon data: a count followed by that many point indices, repeated.
   CLongArray GetPolygonData() const;
 };
@@ -135,6 +144,7 @@ class ZYRA_API Envelope : public ProjectItem {
  public:
   Envelope() = default;
   Envelope(const CRef& ref);  // NOLINT
+  ZYRA_HANDLE_FROM_OBJECT(Envelope)
   // The deformers still in the scene, in binding order.
   CRefArray GetDeformers() const;
   // One percentage per point of the enveloped mesh.
