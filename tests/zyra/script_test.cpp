@@ -174,6 +174,13 @@ class ScriptRun : public ::testing::Test {
       host.RegisterCommand({L"ScriptTest_Fail", L"", [](const CValueArray&, CValue&) {
                               return CStatus(CStatus::InvalidArgument, L"ScriptTest_Fail: no luck");
                             }});
+      // A plug-in command with a display name that holds blanks.
+      host.RegisterCommand({L"ScriptTestDisplay", L"Script Test Display",
+                            [](const CValueArray& args, CValue& result) {
+                              result = CValue(L"display:" + args[0].GetAsText().Wide());
+                              return CStatus(CStatus::OK);
+                            },
+                            false});  // not a plug-in's: unloading plug-ins elsewhere keeps it
       host.RegisterCommand({L"ScriptTest_Throw", L"", [](const CValueArray&, CValue&) -> CStatus {
                               throw std::runtime_error("boom");
                             }});
@@ -221,6 +228,23 @@ TEST_F(ScriptRun, ArgumentsArriveTyped) {
   EXPECT_EQ(args[6].AsRef(), args[5].AsRef());  // the short path reaches the same parameter
 }
 
+TEST_F(ScriptRun, QuotedCommandNames) {
+  {  // a quoted name reaches a command by its display name, or by its script name
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(Run(L"Print \"Script Test Display\" 1\nPrint \"ScriptTestDisplay\" 2\nPrint "
+                  L"ScriptTestDisplay 3"),
+              "");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "display:1\ndisplay:2\ndisplay:3\n");
+    EXPECT_EQ(Run(L"\"ScriptTest_Record\" 7"), "");
+    ASSERT_EQ(TestCalls().record.size(), 1u);
+  }
+  {  // a quoted directive name is looked up as a command, and there is none
+    EXPECT_EQ(Run(L"\"Shift\" on"), "t.zys:1: unknown command \"Shift\"");
+    EXPECT_FALSE(Host::Get().ui().shift);
+    EXPECT_EQ(Run(L"Print \"Shift\" on"), "t.zys:1: unknown command \"Shift\"");
+  }
+}
+
 TEST_F(ScriptRun, ErrorsNameFileAndLine) {
   auto model = CreateModel(Host::Get().scene().root, L"Rig");
   CreateX3D(model, siX3DObjectID, L"null", L"Hips");
@@ -244,8 +268,8 @@ TEST_F(ScriptRun, ErrorsNameFileAndLine) {
   EXPECT_EQ(Run(L"\n\nScriptTest_Fail 3"), "t.zys:3: ScriptTest_Fail: no luck");
   EXPECT_EQ(Run(L"ScriptTest_Throw"), "t.zys:1: ScriptTest_Throw failed: boom");
   EXPECT_EQ(Run(L"ScriptTest_Record \"open"), "t.zys:1: unterminated string");
-  EXPECT_EQ(Run(L"\"ScriptTest_Record\""),
-            "t.zys:1: expected a command name, got \"ScriptTest_Record\"");
+  EXPECT_EQ(Run(L"1.5 ScriptTest_Record"), "t.zys:1: expected a command name, got \"1.5\"");
+  EXPECT_EQ(Run(L"true"), "t.zys:1: expected a command name, got \"true\"");
   EXPECT_EQ(Run(L"print ScriptTest_Record"), "t.zys:1: unknown command \"print\"");  // case matters
   {  // the failing status keeps the command's code
     CStatus status = RunScriptText(L"ScriptTest_Fail", "x");

@@ -257,11 +257,14 @@ class Runner {
       Tokens tokens;
       CStatus status = script::Tokenize(line, tokens);
       if (!status.Succeeded() || tokens.empty()) return status;
-      if (tokens[0].kind != TokenKind::kWord) {
+      if (tokens[0].kind != TokenKind::kWord && tokens[0].kind != TokenKind::kString) {
         return Error(L"expected a command name, got \"" + tokens[0].text + L"\"");
       }
+      // A quoted name is always a command: plug-in display names may hold blanks.
       auto directive = Directives().find(tokens[0].text);
-      if (directive != Directives().end()) return (this->*directive->second)(tokens);
+      if (tokens[0].kind == TokenKind::kWord && directive != Directives().end()) {
+        return (this->*directive->second)(tokens);
+      }
       CValue result;
       return RunCommand(tokens, 0, result);
     } catch (const std::exception& e) {
@@ -355,10 +358,11 @@ class Runner {
   }
 
   CStatus PrintLine(const Tokens& tokens) {
-    if (tokens.size() < 2 || tokens[1].kind != TokenKind::kWord) {
+    if (tokens.size() < 2 ||
+        (tokens[1].kind != TokenKind::kWord && tokens[1].kind != TokenKind::kString)) {
       return Error(L"Print: expected a command, as in Print GetValue \"Obj.posx\"");
     }
-    if (Directives().count(tokens[1].text)) {
+    if (tokens[1].kind == TokenKind::kWord && Directives().count(tokens[1].text)) {
       return Error(L"Print: \"" + tokens[1].text + L"\" is a directive, not a command");
     }
     CValue result;
