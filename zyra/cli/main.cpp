@@ -134,7 +134,9 @@ class Run {
       }
     }
     for (const auto& plugin : options_.plugins) {
-      if (!Check(rt::LoadPlugin(plugin))) return false;
+      // A bare file name would send the module loader searching the library path.
+      std::string path = plugin.find('/') == std::string::npos ? "./" + plugin : plugin;
+      if (!Check(rt::LoadPlugin(path))) return false;
     }
     return true;
   }

@@ -329,7 +329,11 @@ class Runner {
   CStatus LoadPluginLine(const Tokens& tokens) {
     std::wstring path;
     CStatus status = OnePath(tokens, path);
-    return status.Succeeded() ? LoadPlugin(ToUtf8(path)) : status;
+    if (!status.Succeeded()) return status;
+    // A bare file name would send the module loader searching the library path, not the
+    // working directory that every other file argument is relative to.
+    if (path.find(L'/') == std::wstring::npos) path = L"./" + path;
+    return LoadPlugin(ToUtf8(path));
   }
 
   CStatus OpenSceneLine(const Tokens& tokens) {
