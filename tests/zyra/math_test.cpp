@@ -147,14 +147,6 @@ TEST(MathQuaternion, NormalizedAndConjugate) {
     EXPECT_EQ(n.GetY(), 0.0);
     EXPECT_EQ(n.GetZ(), 0.0);
   }
-
-  // q * conj(q) is |q|^2 with no vector part.
-  const CQuaternion r(1, 2, 3, 4);
-  const CQuaternion p = r * r.Conjugate();
-  EXPECT_DOUBLE_EQ(p.GetW(), 30.0);
-  EXPECT_EQ(p.GetX(), 0.0);
-  EXPECT_EQ(p.GetY(), 0.0);
-  EXPECT_EQ(p.GetZ(), 0.0);
 }
 
 TEST(MathEuler, FromXYZAnglesTurnsXThenYThenZ) {

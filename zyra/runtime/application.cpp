@@ -5,6 +5,8 @@
 
 #include "host.h"
 #include "model.h"
+#include "ui_objects.h"
+#include "zyra/ui.h"
 
 namespace Zyra {
 
@@ -71,6 +73,10 @@ CStatus Application::LogMessage(const CString& text, siSeverity severity) const 
 }
 
 Model Application::GetActiveSceneRoot() const { return Model(CRef(rt::Host::Get().scene().root)); }
+
+UIToolkit Application::GetUIToolkit() const { return UIToolkit(); }
+
+CValue Application::CreateObject(const CString& progId) const { return rt::CreateAutomationObject(progId); }
 
 CString Application::GetInstallationPath(siInstallationPath kind) const {
   if (kind == siUserPath) {

@@ -139,6 +139,9 @@ CStatus LoadPlugin(const std::string& path);
 // Loads every module (*.so) of a folder, in name order; the first failure is returned after
 // the others were tried.
 CStatus LoadPluginsIn(const std::string& directory);
+// Calls each module's ZyraUnloadPlugin, removes its commands and property types and closes it.
+// Properties of its types stay in the scene as plain custom properties without page events.
+void UnloadPlugins();
 // Where plug-ins are installed: the "plugins" folder beside the executable's "bin" folder.
 std::string DefaultPluginDirectory();
 bool IsPluginPropertyType(std::wstring_view type);

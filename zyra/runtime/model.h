@@ -104,7 +104,7 @@ class FCurveObject : public Object {
   std::vector<FCurveKey> keys;  // sorted by frame, one key per frame, except inside an edit
   int editDepth = 0;
 
-  // Adds a key or replaces the value at a frame that has one; returns the key's index (-1 while
+  // Adds a key or replaces the key at a frame that has one; returns the key's index (-1 while
   // editing, when indices settle only at EndEdit).
   long AddKey(const FCurveKey& key);
   // Removes the keys with from <= frame <= to; the whole curve without bounds.
@@ -116,6 +116,10 @@ class FCurveObject : public Object {
   // The index of the key at exactly `frame`, or -1.
   long FindKey(double frame) const;
   std::shared_ptr<FCurveObject> Clone() const;
+  // A copy holding only the keys with from <= frame <= to that evaluates like this curve on
+  // [from, to]: keys are added where the bounds cut a segment, and the kept end keys get their
+  // tangents written out. A curve without keys gives an empty copy.
+  std::shared_ptr<FCurveObject> CloneRange(double from, double to) const;
 };
 
 class Parameter : public Object {

@@ -5,6 +5,7 @@
 
 #include "host.h"
 #include "model.h"
+#include "ppg.h"
 
 namespace Zyra::rt {
 
@@ -125,8 +126,12 @@ CStatus ExportRenderArchiveCommand(const CValueArray& args, CValue&) {
   return CStatus::OK;
 }
 
-// Close(objects): closes property pages; a headless host has none open.
-CStatus CloseCommand(const CValueArray&, CValue&) { return CStatus::OK; }
+// Close(): closes the property page that is open (the innermost one), as a page's own button
+// does when it is done.
+CStatus CloseCommand(const CValueArray&, CValue&) {
+  CloseInnermostPage();
+  return CStatus::OK;
+}
 
 }  // namespace
 

@@ -54,6 +54,7 @@ enum siClassID : int {
   siPreferencesID = 243,
   siProgressBarID = 250,
   siFileBrowserID = 251,
+  siUIToolkitID = 252,  // the "Zyra.UIToolkit" scripting object
   siCommandID = 260,
   siContextID = 261,
   siPPGLayoutID = 262,

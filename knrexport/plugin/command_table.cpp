@@ -1,0 +1,61 @@
+// The command table: registration order, script names, selection rules and messages.
+#include "knrexport/plugin/command_table.h"
+
+#include <cwchar>
+
+BVHActionOperation gAddBVHAction = nullptr;
+RenderSetupOperation gGenerateRenderSetup = nullptr;
+
+namespace {
+
+using In = CommandInput;
+using Shift = ShiftUse;
+
+#define KNR_NODE_MESSAGE(Action) \
+  L"The " Action L" action requires selecting a single node in the actor description."
+
+// Operations not built yet are null; each area's issue fills its entries in.
+const CommandEntry kCommands[] = {
+    {L"Initialize", L"KnrInitActor", In::kNode, true, Shift::kFlagIsShift, KNR_NODE_MESSAGE(L"Initialize"), nullptr, nullptr, nullptr},
+    {L"Set Home", L"KnrSetHome", In::kNode, true, Shift::kFlagIsNotShift, KNR_NODE_MESSAGE(L"Set Home"), nullptr, nullptr, nullptr},
+    {L"Goto Home", L"KnrGotoHome", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Goto Home"), nullptr, nullptr, nullptr},
+    {L"Generate", L"KnrGenerateActor", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Generate"), nullptr, nullptr, nullptr},
+    {L"Set COG", L"KnrSetCOG", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Set COG"), nullptr, nullptr, nullptr},
+    {L"Set Foot", L"KnrSetFoot", In::kNode, true, Shift::kFlagIsNotShift, KNR_NODE_MESSAGE(L"Set Foot"), nullptr, nullptr, nullptr},
+    {L"Add Col Sphere", L"KnrAddColSphere", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Add Col Sphere"), nullptr, nullptr, nullptr},
+    {L"Add Floor", L"KnrAddFloor", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Add Floor"), nullptr, nullptr, nullptr},
+    {L"Set Collision Only", L"KnrSetCollisionOnly", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Set Collision Only"), nullptr, nullptr, nullptr},
+    {L"Set Visual Only", L"KnrSetVisualOnly", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Set Visual Only"), nullptr, nullptr, nullptr},
+    {L"Set Default", L"KnrSetDefault", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Set Default"), nullptr, nullptr, nullptr},
+    {L"Add Joint Limit", L"KnrAddJointLimit", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Add Joint Limit"), nullptr, nullptr, nullptr},
+    {L"Make Skill", L"KnrMakeSkill", In::kNodeOrSource, false, Shift::kNone,
+     L"The Make Skill action requires selecting a single node or action source in the actor description.", nullptr, nullptr, nullptr},
+    {L"Save Actor", L"KnrSaveActor", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Save Actor"), nullptr, nullptr, nullptr},
+    {L"Load Actor", L"KnrLoadActor", In::kNone, false, Shift::kNone, nullptr, nullptr, nullptr, nullptr},
+    {L"Render Setup", L"KnrRenderSetup", In::kNone, false, Shift::kNone, nullptr, nullptr, nullptr, nullptr},
+    {L"Import BVH Actor", L"KnrImportBVHActor", In::kNone, false, Shift::kNone, nullptr, nullptr, nullptr, nullptr},
+    {L"Import BVH Action", L"KnrImportBVHAction", In::kNode, false, Shift::kNone,
+     L"The Import BVH Action command requires selecting a single node in the target actor description.", nullptr, nullptr, nullptr},
+    {L"AddBVHAction", L"KnrAddBVHAction", In::kArguments, true, Shift::kNone, nullptr, nullptr, nullptr, nullptr},
+    // The wording says "single node" although an action source is accepted too, as for Make Skill.
+    {L"Make Loop", L"KnrMakeLoop", In::kNodeOrSource, false, Shift::kNone, KNR_NODE_MESSAGE(L"Loop Locomotion"), nullptr, nullptr, nullptr},
+    {L"Remove COG", L"KnrRemoveCOG", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Remove COG"), nullptr, nullptr, nullptr},
+    {L"Remove Foot", L"KnrRemoveFoot", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Remove Foot"), nullptr, nullptr, nullptr},
+    {L"Remove Floor", L"KnrRemoveFloor", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Remove Floor"), nullptr, nullptr, nullptr},
+    {L"Remove Joint Limit", L"KnrRemoveJointLimit", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Remove Joint Limit"), nullptr, nullptr, nullptr},
+    {L"GenerateRenderSetup", L"KnrGenerateRenderSetup", In::kArguments, false, Shift::kNone, nullptr, nullptr, nullptr, nullptr},
+};
+
+}  // namespace
+
+const CommandEntry* CommandTable(int& count) {
+  count = static_cast<int>(sizeof kCommands / sizeof kCommands[0]);
+  return kCommands;
+}
+
+const CommandEntry* FindCommandEntry(const wchar_t* displayName) {
+  for (const CommandEntry& entry : kCommands) {
+    if (std::wcscmp(entry.displayName, displayName) == 0) return &entry;
+  }
+  return nullptr;
+}

@@ -1,0 +1,233 @@
+// Host commands of the headless user interface: "InspectObj" (a modal property page run from
+// a queued answer) and "PickObject".
+#include <string>
+#include <vector>
+
+#include "host.h"
+#include "plugin_objects.h"
+#include "ppg.h"
+#include "zyra/plugin.h"
+
+namespace Zyra::rt {
+
+namespace {
+
+// Pages open right now, innermost last; CloseInnermostPage closes the last.
+struct OpenPage {
+  std::wstring title;
+  bool closed = false;
+};
+std::vector<OpenPage>& OpenPages() {
+  static std::vector<OpenPage> pages;
+  return pages;
+}
+
+// Takes the first queued page answer for `title` (or for any title).
+bool TakePageAnswer(const std::wstring& title, PageAnswer& out) {
+  auto& answers = Host::Get().ui().pageAnswers;
+  for (auto it = answers.begin(); it != answers.end(); ++it) {
+    if (it->title.empty() || it->title == title) {
+      out = *it;
+      answers.erase(it);
+      return true;
+    }
+  }
+  return false;
+}
+
+// The value an answer's text gives a parameter: a combo choice by its label, else the text
+// converted by the parameter itself.
+CValue AnswerValue(const Parameter& param, const PPGLayoutObject* layout,
+                   const std::wstring& text) {
+  if (param.valueType == siString) return CValue(CString(text));
+  if (layout) {
+    if (auto item = layout->Find(param.name)) {
+      const CValueArray& choices = item->uiItems;
+      for (long i = 0; i + 1 < choices.GetCount(); i += 2) {
+        if (choices[i].GetAsText().Wide() == text) return choices[i + 1];
+      }
+    }
+  }
+  return CValue(CString(text));
+}
+
+bool Flag(const std::shared_ptr<ContextObject>& context, const wchar_t* name) {
+  return context && context->attributes.Get(name).AsBool();
+}
+
+class PageRun {
+ public:
+  PageRun(std::shared_ptr<Object> target, std::wstring title)
+      : target_(std::move(target)), title_(std::move(title)) {
+    property_ = std::dynamic_pointer_cast<Property>(target_);
+    if (property_) layout_ = LayoutOf(property_);
+    OpenPages().push_back(OpenPage{title_, false});
+    depth_ = OpenPages().size() - 1;
+  }
+  ~PageRun() { OpenPages().resize(depth_); }
+
+  // Runs the page from `answer` (or confirmed unchanged without one); true when cancelled.
+  bool Run(const PageAnswer* answer) {
+    Host& host = Host::Get();
+    host.Log(kSevInfo, L"[Page] " + title_ + L" (" + target_->FullName() + L")");
+    Event(siOnInit, target_);
+    if (layout_ && !layout_->items.empty()) host.Log(kSevInfo, L"  " + layout_->Describe());
+
+    if (!answer) host.Log(kSevInfo, L"  (no answer queued)");
+    if (answer) {
+      for (const auto& [name, text] : answer->values) {
+        if (Closed(L"the answer " + name + L"=" + text)) continue;
+        SetValue(name, text);
+      }
+      for (const auto& button : answer->presses) {
+        if (Closed(L"the press of " + button)) continue;
+        Press(button);
+      }
+    }
+    Event(siOnClosed, target_);
+    bool cancelled = answer && answer->cancel;
+    if (cancelled) {
+      // Cancel undoes the user's edits; what the page's events did themselves stays.
+      for (auto& [param, value] : edited_) param->value = value;
+    }
+    host.Log(kSevInfo, cancelled ? L"  -> Cancel" : L"  -> OK");
+    return cancelled;
+  }
+
+ private:
+  void Event(int id, const std::shared_ptr<Object>& source, const std::wstring& button = {}) {
+    if (!property_) return;
+    auto context = RunPageEvent(property_, id, source, button);
+    if (Flag(context, L"Close")) OpenPages()[depth_].closed = true;
+    if (Flag(context, L"Refresh") && layout_ && id != siOnInit) {
+      Host::Get().Log(kSevInfo, L"  refreshed: " + layout_->Describe());
+    }
+  }
+
+  bool Closed(const std::wstring& what) {
+    if (!OpenPages()[depth_].closed) return false;
+    Host::Get().Log(kSevWarning, L"InspectObj: the page \"" + title_ + L"\" was closed; " + what +
+                                     L" is ignored.");
+    return true;
+  }
+
+  void SetValue(const std::wstring& name, const std::wstring& text) {
+    Host& host = Host::Get();
+    auto param = FindParameter(name);
+    if (!param) {
+      host.Log(kSevWarning, L"InspectObj: the page \"" + title_ + L"\" has no parameter \"" + name +
+                                L"\"; the answer is ignored.");
+      return;
+    }
+    if (param->capabilities & kReadOnly) {
+      host.Log(kSevWarning, L"InspectObj: the parameter \"" + param->FullName() +
+                                L"\" is read-only; the answer " + name + L"=" + text +
+                                L" is ignored.");
+      return;
+    }
+    CValue before = param->value;
+    CStatus status = param->Put(AnswerValue(*param, layout_.get(), text), host.CurrentFrame());
+    if (!status.Succeeded()) {
+      host.Log(kSevWarning, L"InspectObj: " + status.GetMessage().Wide());
+      return;
+    }
+    bool seen = false;
+    for (const auto& edit : edited_) seen = seen || edit.first == param;
+    if (!seen) edited_.emplace_back(param, before);
+    host.Log(kSevInfo, L"  " + name + L" = " + param->value.GetAsText().Wide());
+    Event(siParameterChange, param);
+  }
+
+  void Press(const std::wstring& button) {
+    Host& host = Host::Get();
+    auto item = layout_ ? layout_->Find(button) : nullptr;
+    if (!item || item->type != siControlButton) {
+      host.Log(kSevWarning, L"InspectObj: the page \"" + title_ + L"\" has no button \"" + button +
+                                L"\"; the press is ignored.");
+      return;
+    }
+    host.Log(kSevInfo, L"  press " + button);
+    Event(siButtonClicked, target_, button);
+  }
+
+  std::shared_ptr<Parameter> FindParameter(const std::wstring& name) const {
+    for (const auto& param : target_->params) {
+      if (param->name == name) return param;
+    }
+    auto found = Resolve(target_->FullName() + L"." + name);
+    return found && found->classId == siParameterID ? std::static_pointer_cast<Parameter>(found)
+                                                    : nullptr;
+  }
+
+  std::shared_ptr<Object> target_;
+  std::wstring title_;
+  std::shared_ptr<Property> property_;
+  std::shared_ptr<PPGLayoutObject> layout_;
+  std::vector<std::pair<std::shared_ptr<Parameter>, CValue>>
+      edited_;  // value before the first edit
+  size_t depth_ = 0;
+};
+
+// InspectObj(objects, keywords, title, mode, throw): see docs/host-ui.md.
+CStatus InspectObjCommand(const CValueArray& args, CValue& result) {
+  if (args.GetCount() < 1 || args[0].IsEmpty()) {
+    return ArgError(L"InspectObj", L"no object to inspect was given.");
+  }
+  std::vector<std::shared_ptr<Object>> objects;
+  CStatus status = ArgObjects(args[0], objects);
+  if (!status.Succeeded()) return ArgError(L"InspectObj", status.GetMessage().Wide());
+  if (objects.empty()) return ArgError(L"InspectObj", L"no object to inspect was given.");
+  std::wstring title = args.GetCount() > 2 ? args[2].GetAsText().Wide() : std::wstring();
+  if (title.empty()) title = objects.front()->FullName();
+  bool throwOnCancel = args.GetCount() > 4 && args[4].AsBool();
+
+  PageAnswer answer;
+  bool answered = TakePageAnswer(title, answer);
+  PageRun page(objects.front(), title);
+  bool cancelled = page.Run(answered ? &answer : nullptr);
+  result = CValue(cancelled);
+  if (cancelled && throwOnCancel) {
+    return CStatus(CStatus::Abort, L"InspectObj: the page \"" + title + L"\" was cancelled.");
+  }
+  return CStatus::OK;
+}
+
+// PickObject(leftText, rightText): [button, modifier, object]; button 1 when an object was
+// picked, 0 when nothing was.
+CStatus PickObjectCommand(const CValueArray& args, CValue& result) {
+  Host& host = Host::Get();
+  std::wstring prompt = args.GetCount() > 0 ? args[0].GetAsText().Wide() : std::wstring();
+  auto& picks = host.ui().pickAnswers;
+  std::shared_ptr<Object> picked;
+  std::wstring name;
+  if (!picks.empty()) {
+    name = picks.front();
+    picks.pop_front();
+    if (!name.empty()) {
+      picked = Resolve(name);
+      if (!picked) {
+        host.Log(kSevWarning,
+                 L"PickObject: no object is named \"" + name + L"\"; nothing is picked.");
+      }
+    }
+  }
+  CValueArray out;
+  out.Add(CValue(picked ? 1 : 0));
+  out.Add(CValue(0));
+  out.Add(picked ? CValue(CRef(picked)) : CValue());
+  result = CValue(out);
+  host.Log(kSevInfo, L"[Pick] " + prompt + L"\n  -> " +
+                         (picked ? picked->FullName() : std::wstring(L"nothing picked")));
+  return CStatus::OK;
+}
+
+}  // namespace
+
+ZYRA_HOST_COMMAND(L"InspectObj", InspectObjCommand);
+ZYRA_HOST_COMMAND(L"PickObject", PickObjectCommand);
+
+void CloseInnermostPage() {
+  if (!OpenPages().empty()) OpenPages().back().closed = true;
+}
+
+}  // namespace Zyra::rt
