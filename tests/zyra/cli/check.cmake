@@ -1,9 +1,11 @@
 # Runs the command after "--" and checks its exit status and output exactly.
 #   cmake -DEXPECT_EXIT=<n> [-DEXPECT_STDOUT=<text> | -DEXPECT_STDOUT_FILE=<file>]
 #         [-DEXPECT_STDERR=<text>] [-DEXPECT_STDERR_REGEX=<regex>] [-DKEEP_FILE=<file>]
-#         [-DINPUT_FILE=<file>] -P check.cmake -- <program> <args...>
+#         [-DINPUT_FILE=<file>] [-DEXPECT_FILE=<file> -DEXPECT_FILE_TEXT=<text>]
+#         -P check.cmake -- <program> <args...>
 # Texts are compared whole, without trailing line breaks. KEEP_FILE is filled before the run and
-# must hold the same bytes after it (a failed run must not touch it).
+# must hold the same bytes after it (a failed run must not touch it). EXPECT_FILE is filled with
+# stale text before the run and must hold exactly EXPECT_FILE_TEXT after it.
 set(command)
 set(after_dashes FALSE)
 math(EXPR last "${CMAKE_ARGC} - 1")
@@ -21,6 +23,10 @@ endif()
 set(keep_text "kept bytes: a run that fails must not replace this file\n")
 if(DEFINED KEEP_FILE)
   file(WRITE "${KEEP_FILE}" "${keep_text}")
+endif()
+
+if(DEFINED EXPECT_FILE)
+  file(WRITE "${EXPECT_FILE}" "stale text from an earlier run\n")
 endif()
 
 set(input_args)
@@ -57,6 +63,14 @@ if(DEFINED KEEP_FILE)
     if(NOT "${kept}" STREQUAL "${keep_text}")
       list(APPEND problems "${KEEP_FILE} was changed")
     endif()
+  endif()
+endif()
+
+if(DEFINED EXPECT_FILE)
+  file(READ "${EXPECT_FILE}" written)
+  string(REGEX REPLACE "\n+$" "" written "${written}")
+  if(NOT "${written}" STREQUAL "${EXPECT_FILE_TEXT}")
+    list(APPEND problems "${EXPECT_FILE} differs:\n--- expected\n${EXPECT_FILE_TEXT}\n--- got\n${written}")
   endif()
 endif()
 
