@@ -52,10 +52,12 @@ void DrvQuaternion_FromRotation(DrvQuaternion* q, DrvVector* axis, float angle);
 void DrvQuaternion_SetEulerAngles(DrvQuaternion* q, float rx, float ry, float rz);
 // Rotation about Y by ry, then X by rx, then Z by rz (q = qz qx qy): the BVH composition.
 void DrvQuaternion_SetZXY(DrvQuaternion* q, float rx, float ry, float rz);
-// The X-then-Y-then-Z angles of q, each in [0, 2 pi).
+// The X-then-Y-then-Z angles of q, each in [0, 2 pi): negative angles get 2 pi added, so one
+// within about 2.4e-7 below zero rounds to kDrvTwoPi itself. At gimbal lock rz is 0.
 void DrvQuaternion_GetEulerAngles(DrvQuaternion* q, DrvVector* out);
 // Spherical interpolation from a to b by t, with `spins` extra half turns in quaternion space.
-void DrvQuaternion_Interpolate(DrvQuaternion* out, DrvQuaternion* a, DrvQuaternion* b, float t, int spins);
+void DrvQuaternion_Interpolate(DrvQuaternion* out, DrvQuaternion* a, DrvQuaternion* b, float t,
+                               int spins);
 // The shortest rotation taking the direction of `from` to that of `to`.
 void DrvQuaternion_FromTwoVectors(DrvQuaternion* q, DrvVector* from, DrvVector* to);
 

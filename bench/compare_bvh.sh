@@ -1,0 +1,50 @@
+#!/bin/sh
+# Times the plug-in's BVH reader and assimp's ("assimp info") on the same ~70 MB file (the frames
+# of 01_03.bvh repeated to 90,000) and prints both times and their ratio.
+# Usage: bench/compare_bvh.sh   (builds the bench preset and the big file when missing; installs
+# the assimp-utils package when "assimp" is not on the path)
+set -eu
+root=$(cd "$(dirname "$0")/.." && pwd)
+build=$root/build-bench
+big=/tmp/zyra_bvh_bench_90000.bvh
+frames=90000
+
+[ -f "$build/build.ninja" ] || cmake --preset bench -S "$root" > /dev/null
+cmake --build "$build" -j2 --target bvh_read_tool > /dev/null
+tool=$build/bin/bvh_read_tool
+
+if [ ! -f "$big" ]; then
+  shared=$root/../shared/data/bvh
+  [ -d "$shared" ] || shared=$root/../../shared/data/bvh
+  "$tool" --make-big "$shared/01_03.bvh" "$frames" "$big"
+fi
+
+if ! command -v assimp > /dev/null; then
+  sudo=""
+  [ "$(id -u)" -eq 0 ] || sudo=sudo
+  $sudo apt-get install -y assimp-utils > /dev/null
+fi
+
+# Seconds of CPU (user + system) and of wall clock; the CPU figure is the fair one on a machine
+# that other jobs share.
+measure() {
+  /usr/bin/time -f "%U %S %e" -o /tmp/zyra_bvh_time.txt "$@" > /tmp/zyra_bvh_out.txt 2>&1 ||
+    { cat /tmp/zyra_bvh_out.txt; exit 1; }
+  awk '{ printf "%.3f %.3f\n", $1 + $2, $3 }' /tmp/zyra_bvh_time.txt
+}
+best() { sort -n | head -1; }
+
+# Best of three each (the file stays in the page cache after the first read).
+ours=$(for run in 1 2 3; do measure "$tool" "$big"; done | best)
+theirs=$(for run in 1 2 3; do measure assimp info "$big"; done | best)
+"$tool" "$big"
+grep "import took" /tmp/zyra_bvh_out.txt | sed 's/^ */assimp says: /'
+
+size=$(stat -c %s "$big")
+echo "$ours $theirs" | awk -v size="$size" '{
+  mb = size / 1048576
+  printf "file:          %.1f MiB\n", mb
+  printf "knrexport bvh: %.3f s CPU, %.3f s wall (%.0f MiB/s of CPU)\n", $1, $2, mb / $1
+  printf "assimp info:   %.3f s CPU, %.3f s wall (%.0f MiB/s of CPU)\n", $3, $4, mb / $3
+  printf "ratio:         %.1fx CPU, %.1fx wall\n", $3 / $1, $4 / $2
+}'

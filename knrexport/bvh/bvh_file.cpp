@@ -1,0 +1,342 @@
+#include "knrexport/bvh/bvh_file.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <cwchar>
+#include <new>
+#include <string_view>
+
+#include "knrexport/bvh/bvh_scanner.h"
+
+namespace {
+
+constexpr std::string_view kChannelNames[kBvMaxChannels] = {"Xrotation", "Yrotation", "Zrotation",
+                                                            "Xposition", "Yposition", "Zposition"};
+
+// The channel code of `name`, or -1.
+int FindChannel(std::string_view name) {
+  for (int code = 0; code < kBvMaxChannels; ++code) {
+    if (kChannelNames[code] == name) return code;
+  }
+  return -1;
+}
+
+// `text` in quotes for a message: at most 40 characters, control characters shown as '?'.
+std::string Quoted(std::string_view text) {
+  std::string out = "\"";
+  for (std::size_t i = 0; i < text.size() && i < 40; ++i) {
+    const unsigned char c = static_cast<unsigned char>(text[i]);
+    out += c < 0x20 || c == 0x7f ? '?' : static_cast<char>(c);
+  }
+  if (text.size() > 40) out += "...";
+  return out + "\"";
+}
+
+// File names reach us as wide characters; the file system takes UTF-8.
+std::string ToUtf8(const wchar_t* text) {
+  std::string out;
+  for (; *text; ++text) {
+    const auto c = static_cast<std::uint32_t>(*text);
+    if (c < 0x80) {
+      out += static_cast<char>(c);
+    } else if (c < 0x800) {
+      out += static_cast<char>(0xc0 | (c >> 6));
+      out += static_cast<char>(0x80 | (c & 0x3f));
+    } else if (c < 0x10000) {
+      out += static_cast<char>(0xe0 | (c >> 12));
+      out += static_cast<char>(0x80 | ((c >> 6) & 0x3f));
+      out += static_cast<char>(0x80 | (c & 0x3f));
+    } else {
+      out += static_cast<char>(0xf0 | ((c >> 18) & 0x07));
+      out += static_cast<char>(0x80 | ((c >> 12) & 0x3f));
+      out += static_cast<char>(0x80 | ((c >> 6) & 0x3f));
+      out += static_cast<char>(0x80 | (c & 0x3f));
+    }
+  }
+  return out;
+}
+
+}  // namespace
+
+const char* BvChannelName(int code) {
+  return code >= 0 && code < kBvMaxChannels ? kChannelNames[code].data() : "?";
+}
+
+ZyraBvHierarchy::ZyraBvHierarchy() : nodeCount(0) {
+  for (ZyraBvNode& node : nodes) {
+    std::memset(node.name, 0, sizeof node.name);
+    node.parent = -1;
+    node.childCount = 0;
+    node.channelCount = 0;
+    for (int& channel : node.channels) channel = 0;
+    node.offset = DrvVector{0.0f, 0.0f, 0.0f};
+    node.endsite = DrvVector{0.0f, 0.0f, 0.0f};
+    for (float& value : node.spare) value = 0.0f;
+  }
+}
+
+MocapData::~MocapData() { FreeMocapData(*this); }
+
+void FreeMocapData(MocapData& data) {
+  if (data.records) {
+    for (int i = 0; i < data.nodeCount; ++i) std::free(data.records[i].samples);
+    delete[] data.records;
+  }
+  data.records = nullptr;
+  data.nodeCount = 0;
+}
+
+ZyraBvFile::ZyraBvFile() : scanner_(new BvScanner) {}
+
+ZyraBvFile::~ZyraBvFile() { Close(); }
+
+bool ZyraBvFile::Open(const wchar_t* path, float scale) {
+  if (!OpenScanner(scale)) return false;
+  if (!path) return FailNoPlace("no file name given");
+  const std::string name = ToUtf8(path);
+  std::FILE* file = std::fopen(name.c_str(), "rb");
+  if (!file) return FailNoPlace("cannot open " + Quoted(name) + ": " + std::strerror(errno));
+  struct stat info;
+  if (fstat(fileno(file), &info) != 0 || !S_ISREG(info.st_mode)) {
+    std::fclose(file);
+    return FailNoPlace(Quoted(name) + " is not a regular file");
+  }
+  // The scanner reads in large blocks itself; a second buffer in the stream would only copy.
+  std::setvbuf(file, nullptr, _IONBF, 0);
+  scanner_->AttachFile(file, static_cast<std::uint64_t>(info.st_size));
+  return true;
+}
+
+bool ZyraBvFile::OpenMemory(const char* data, std::size_t size, float scale) {
+  if (!OpenScanner(scale)) return false;
+  if (!data && size > 0) return FailNoPlace("no text given");
+  scanner_->AttachMemory(data ? data : "", size);
+  return true;
+}
+
+bool ZyraBvFile::OpenScanner(float scale) {
+  error_.clear();
+  errorLine_ = 0;
+  if (scanner_->IsOpen()) return FailNoPlace("a file is already open");
+  if (hierarchy_) return FailNoPlace("a hierarchy is still held");
+  scale_ = scale;
+  return true;
+}
+
+bool ZyraBvFile::Close() {
+  if (!scanner_->IsOpen()) return false;
+  const bool closed = scanner_->Reset();
+  hierarchy_.reset();
+  return closed;
+}
+
+bool ZyraBvFile::FailAtOffset(std::uint64_t offset, const std::string& message) {
+  error_ = message;
+  errorLine_ = scanner_->IsOpen() ? scanner_->LineAt(offset) : 0;
+  return false;
+}
+
+bool ZyraBvFile::Fail(const std::string& message) {
+  if (!scanner_->IsOpen()) return FailNoPlace(message);
+  const std::uint64_t at = scanner_->AtEnd() ? scanner_->EndOffset() : scanner_->Offset();
+  return FailAtOffset(at, message);
+}
+
+bool ZyraBvFile::FailNoPlace(const std::string& message) {
+  error_ = message;
+  errorLine_ = 0;
+  return false;
+}
+
+bool ZyraBvFile::FailExpected(const char* what, const std::string& context) {
+  if (scanner_->AtEnd()) return Fail(context + ": the file ends where " + what + " should be");
+  return Fail(context + ": expected " + what + ", found " + Quoted(scanner_->Excerpt()));
+}
+
+bool ZyraBvFile::ReadHierarchy() {
+  error_.clear();
+  errorLine_ = 0;
+  if (!scanner_->IsOpen()) return FailNoPlace("no file is open");
+  if (hierarchy_) return FailNoPlace("the hierarchy has already been read");
+  std::string_view token;
+  if (!scanner_->ReadToken(&token) || token != "HIERARCHY") {
+    if (!token.empty()) {
+      return FailAtOffset(scanner_->Offset() - token.size(),
+                          "expected \"HIERARCHY\", found " + Quoted(token));
+    }
+    return FailExpected("\"HIERARCHY\"", "start of file");
+  }
+  if (!scanner_->MatchLiteral("ROOT")) return FailExpected("\"ROOT\"", "HIERARCHY");
+  hierarchy_.reset(new (std::nothrow) ZyraBvHierarchy);
+  if (!hierarchy_) return FailNoPlace("out of memory for the joint table");
+  return ReadHierarchyNodes(-1);
+}
+
+bool ZyraBvFile::ReadHierarchyNodes(int parent) {
+  ZyraBvHierarchy& table = *hierarchy_;
+  if (table.nodeCount >= kBvMaxNodes) {
+    return Fail("more than " + std::to_string(kBvMaxNodes) + " joints");
+  }
+  const int index = table.nodeCount++;
+  ZyraBvNode& node = table.nodes[index];
+  std::string_view token;
+  const std::string parentContext =
+      parent < 0 ? std::string("ROOT") : "joint " + Quoted(table.nodes[parent].name);
+  if (!scanner_->ReadToken(&token)) return FailExpected("a joint name", parentContext);
+  if (token.size() >= static_cast<std::size_t>(kBvNameSize)) {
+    return FailAtOffset(scanner_->Offset() - token.size(),
+                        "joint name of " + std::to_string(token.size()) +
+                            " characters; names are at most " + std::to_string(kBvNameSize - 1));
+  }
+  std::memcpy(node.name, token.data(), token.size());
+  node.name[token.size()] = '\0';
+  node.parent = parent;
+  node.childCount = 0;
+  const std::string context = "joint " + Quoted(node.name);
+  if (!scanner_->MatchLiteral("{")) return FailExpected("\"{\"", context);
+
+  for (;;) {
+    if (!scanner_->ReadToken(&token)) return FailExpected("\"}\"", context);
+    if (token == "OFFSET") {
+      float v[3];
+      for (float& value : v) {
+        if (!scanner_->ReadFloat(&value)) return FailExpected("three OFFSET numbers", context);
+      }
+      node.offset = DrvVector{v[0] * scale_, v[1] * scale_, v[2] * scale_};
+    } else if (token == "CHANNELS") {
+      int count = 0;
+      if (!scanner_->ReadInt(&count)) return FailExpected("a channel count", context);
+      if (count < 0 || count > kBvMaxChannels) {
+        return FailAtOffset(scanner_->Offset() - 1, context + ": " + std::to_string(count) +
+                                                        " channels; a joint has 0 to " +
+                                                        std::to_string(kBvMaxChannels));
+      }
+      for (int c = 0; c < count; ++c) {
+        if (!scanner_->ReadToken(&token)) return FailExpected("a channel name", context);
+        const int code = FindChannel(token);
+        if (code < 0) {
+          return FailAtOffset(scanner_->Offset() - token.size(),
+                              context + ": unknown channel " + Quoted(token));
+        }
+        node.channels[c] = code;
+      }
+      node.channelCount = count;
+    } else if (token == "JOINT") {
+      if (!ReadHierarchyNodes(index)) return false;
+      ++node.childCount;
+    } else if (token == "End") {
+      float v[3];
+      if (!scanner_->MatchLiteral("Site") || !scanner_->MatchLiteral("{") ||
+          !scanner_->MatchLiteral("OFFSET") || !scanner_->ReadFloat(&v[0]) ||
+          !scanner_->ReadFloat(&v[1]) || !scanner_->ReadFloat(&v[2]) ||
+          !scanner_->MatchLiteral("}")) {
+        return FailExpected("\"Site { OFFSET x y z }\"", context + ", End Site");
+      }
+      node.endsite = DrvVector{v[0] * scale_, v[1] * scale_, v[2] * scale_};
+    } else if (token == "}") {
+      return true;
+    } else {
+      return FailAtOffset(scanner_->Offset() - token.size(),
+                          context + ": unknown keyword " + Quoted(token));
+    }
+  }
+}
+
+bool ZyraBvFile::ReadMotionData(MocapData* data, bool firstFrameOnly) {
+  error_.clear();
+  errorLine_ = 0;
+  if (!data) return FailNoPlace("no motion data to fill");
+  FreeMocapData(*data);
+  if (!scanner_->IsOpen()) return FailNoPlace("no file is open");
+  if (!hierarchy_ || hierarchy_->nodeCount < 1) return FailNoPlace("no hierarchy has been read");
+  const ZyraBvHierarchy& table = *hierarchy_;
+  const int nodeCount = table.nodeCount;
+
+  std::string_view token;
+  if (!scanner_->ReadToken(&token) || token != "MOTION") {
+    if (!token.empty()) {
+      return FailAtOffset(scanner_->Offset() - token.size(),
+                          "after the hierarchy: expected \"MOTION\", found " + Quoted(token));
+    }
+    return FailExpected("\"MOTION\"", "after the hierarchy");
+  }
+  int fileFrames = 0;
+  if (!scanner_->MatchLiteral("Frames:") || !scanner_->ReadInt(&fileFrames)) {
+    return FailExpected("\"Frames:\" and a frame count", "MOTION");
+  }
+  const std::uint64_t framesAt = scanner_->Offset() - 1;
+  if (fileFrames < 0) {
+    return FailAtOffset(framesAt, "MOTION: negative frame count " + std::to_string(fileFrames));
+  }
+  float frameTime = 0.0f;
+  if (!scanner_->MatchLiteral("Frame") || !scanner_->MatchLiteral("Time:") ||
+      !scanner_->ReadFloat(&frameTime)) {
+    return FailExpected("\"Frame Time:\" and a number", "MOTION");
+  }
+
+  long long channelTotal = 0;
+  for (int i = 0; i < nodeCount; ++i) channelTotal += table.nodes[i].channelCount;
+  int frames = firstFrameOnly ? 1 : fileFrames;
+  if (!firstFrameOnly) {
+    // Every value takes at least two bytes (a character and a separator) but the last, so the
+    // rest of the file bounds the frame count before anything is allocated from it. A motion
+    // without channels is bounded as if it had one.
+    const unsigned long long perFrame =
+        2ULL * static_cast<unsigned long long>(channelTotal > 0 ? channelTotal : 1);
+    const unsigned long long fit = (scanner_->Remaining() + 1) / perFrame;
+    if (static_cast<unsigned long long>(frames) > fit) {
+      return FailAtOffset(framesAt, "MOTION: \"Frames: " + std::to_string(frames) +
+                                        "\" but the rest of the file " + "holds at most " +
+                                        std::to_string(fit) + " frames of " +
+                                        std::to_string(channelTotal) + " values");
+    }
+  }
+
+  data->records = new (std::nothrow) MocapRecord[static_cast<std::size_t>(nodeCount)];
+  if (!data->records) return FailNoPlace("out of memory for the motion records");
+  data->nodeCount = nodeCount;
+  data->frameTime = frameTime;
+  for (int i = 0; i < nodeCount; ++i) {
+    MocapRecord& record = data->records[i];
+    std::memcpy(record.name, table.nodes[i].name, sizeof record.name);
+    if (frames < 1) continue;
+    record.samples = static_cast<DrvTransform*>(
+        std::malloc(static_cast<std::size_t>(frames) * sizeof(DrvTransform)));
+    if (!record.samples) {
+      return FailNoPlace("out of memory for " + std::to_string(frames) + " frames");
+    }
+    record.frameCount = frames;
+  }
+
+  for (int f = 0; f < frames; ++f) {
+    for (int i = 0; i < nodeCount; ++i) {
+      const ZyraBvNode& node = table.nodes[i];
+      float angle[3] = {0.0f, 0.0f, 0.0f};
+      float position[3] = {node.offset.x, node.offset.y, node.offset.z};
+      for (int c = 0; c < node.channelCount; ++c) {
+        float value = 0.0f;
+        if (!scanner_->ReadFloat(&value)) {
+          return FailExpected("a number", "frame " + std::to_string(f + 1) + ", joint " +
+                                              Quoted(node.name) + ", " +
+                                              BvChannelName(node.channels[c]));
+        }
+        const int code = node.channels[c];
+        if (code < kBvXposition) {
+          angle[code] = value * kBvDegToRad;
+        } else {
+          position[code - kBvXposition] = value * scale_;
+        }
+      }
+      DrvTransform& sample = data->records[i].samples[f];
+      DrvQuaternion_SetZXY(&sample.rotation, angle[0], angle[1], angle[2]);
+      sample.translation = DrvVector{position[0], position[1], position[2]};
+      sample.scaling = DrvVector{1.0f, 1.0f, 1.0f};  // unused by the importers; kept defined
+    }
+  }
+  return true;
+}
