@@ -1,0 +1,80 @@
+# Runs the command after "--" and checks its exit status and output exactly.
+#   cmake -DEXPECT_EXIT=<n> [-DEXPECT_STDOUT=<text> | -DEXPECT_STDOUT_FILE=<file>]
+#         [-DEXPECT_STDERR=<text>] [-DEXPECT_STDERR_REGEX=<regex>] [-DKEEP_FILE=<file>]
+#         [-DINPUT_FILE=<file>] [-DEXPECT_FILE=<file> -DEXPECT_FILE_TEXT=<text>]
+#         -P check.cmake -- <program> <args...>
+# Texts are compared whole, without trailing line breaks. KEEP_FILE is filled before the run and
+# must hold the same bytes after it (a failed run must not touch it). EXPECT_FILE is filled with
+# stale text before the run and must hold exactly EXPECT_FILE_TEXT after it.
+set(command)
+set(after_dashes FALSE)
+math(EXPR last "${CMAKE_ARGC} - 1")
+foreach(i RANGE ${last})
+  if(after_dashes)
+    list(APPEND command "${CMAKE_ARGV${i}}")
+  elseif("${CMAKE_ARGV${i}}" STREQUAL "--")
+    set(after_dashes TRUE)
+  endif()
+endforeach()
+if(NOT command)
+  message(FATAL_ERROR "check.cmake: no command after --")
+endif()
+
+set(keep_text "kept bytes: a run that fails must not replace this file\n")
+if(DEFINED KEEP_FILE)
+  file(WRITE "${KEEP_FILE}" "${keep_text}")
+endif()
+
+if(DEFINED EXPECT_FILE)
+  file(WRITE "${EXPECT_FILE}" "stale text from an earlier run\n")
+endif()
+
+set(input_args)
+if(DEFINED INPUT_FILE)
+  set(input_args INPUT_FILE "${INPUT_FILE}")
+endif()
+execute_process(COMMAND ${command} ${input_args}
+  RESULT_VARIABLE status OUTPUT_VARIABLE out ERROR_VARIABLE err)
+
+set(problems)
+if(NOT "${status}" STREQUAL "${EXPECT_EXIT}")
+  list(APPEND problems "exit status ${status}, expected ${EXPECT_EXIT}")
+endif()
+string(REGEX REPLACE "\n+$" "" out_trimmed "${out}")
+string(REGEX REPLACE "\n+$" "" err_trimmed "${err}")
+if(DEFINED EXPECT_STDOUT_FILE)
+  file(READ "${EXPECT_STDOUT_FILE}" EXPECT_STDOUT)
+  string(REGEX REPLACE "\n+$" "" EXPECT_STDOUT "${EXPECT_STDOUT}")
+endif()
+if(DEFINED EXPECT_STDOUT AND NOT "${out_trimmed}" STREQUAL "${EXPECT_STDOUT}")
+  list(APPEND problems "standard output differs:\n--- expected\n${EXPECT_STDOUT}\n--- got\n${out_trimmed}")
+endif()
+if(DEFINED EXPECT_STDERR AND NOT "${err_trimmed}" STREQUAL "${EXPECT_STDERR}")
+  list(APPEND problems "standard error differs:\n--- expected\n${EXPECT_STDERR}\n--- got\n${err_trimmed}")
+endif()
+if(DEFINED EXPECT_STDERR_REGEX AND NOT "${err}" MATCHES "${EXPECT_STDERR_REGEX}")
+  list(APPEND problems "standard error does not match ${EXPECT_STDERR_REGEX}:\n${err}")
+endif()
+if(DEFINED KEEP_FILE)
+  if(NOT EXISTS "${KEEP_FILE}")
+    list(APPEND problems "${KEEP_FILE} was removed")
+  else()
+    file(READ "${KEEP_FILE}" kept)
+    if(NOT "${kept}" STREQUAL "${keep_text}")
+      list(APPEND problems "${KEEP_FILE} was changed")
+    endif()
+  endif()
+endif()
+
+if(DEFINED EXPECT_FILE)
+  file(READ "${EXPECT_FILE}" written)
+  string(REGEX REPLACE "\n+$" "" written "${written}")
+  if(NOT "${written}" STREQUAL "${EXPECT_FILE_TEXT}")
+    list(APPEND problems "${EXPECT_FILE} differs:\n--- expected\n${EXPECT_FILE_TEXT}\n--- got\n${written}")
+  endif()
+endif()
+
+if(problems)
+  string(REPLACE ";" "\n" problems "${problems}")
+  message(FATAL_ERROR "${problems}\n--- stdout\n${out}--- stderr\n${err}")
+endif()
