@@ -71,8 +71,7 @@ CStatus RunNodeOrSource(const CommandEntry& entry) {
       return CStatus::OK;
     }
     Model model(source.GetModel());
-    CRefArray sources = model.GetSources();
-    while (index < sources.GetCount() && ActionSource(sources[index]).GetName() != source.GetName()) ++index;
+    index = SourceIndexByName(model.GetSources(), source.GetName());
     target = model;
   }
   if (!entry.sourceOperation) {
@@ -168,21 +167,29 @@ CStatus InitCommand(const wchar_t* displayName, CRef& context) {
   return CStatus::OK;
 }
 
+int SourceIndexByName(const CRefArray& sources, const CString& name) {
+  int index = 0;
+  while (index < sources.GetCount() && ActionSource(sources[index]).GetName() != name) ++index;
+  return index;
+}
+
+CStatus ExecuteEntry(const CommandEntry& entry, const CValueArray& arguments) {
+  switch (entry.input) {
+    case CommandInput::kNode:
+      return RunNode(entry);
+    case CommandInput::kNodeOrSource:
+      return RunNodeOrSource(entry);
+    case CommandInput::kNone:
+      return RunPlain(entry);
+    case CommandInput::kArguments:
+      return Is(entry.displayName, L"AddBVHAction") ? RunAddBVHAction(entry, arguments)
+                                                    : RunGenerateRenderSetup(entry, arguments);
+  }
+  return CStatus::OK;
+}
+
 CStatus ExecuteCommand(const wchar_t* displayName, CRef& context) {
   const CommandEntry* entry = FindCommandEntry(displayName);
   if (!entry) return CStatus(CStatus::Unexpected, CString(L"Unknown command ") + displayName);
-  switch (entry->input) {
-    case CommandInput::kNode:
-      return RunNode(*entry);
-    case CommandInput::kNodeOrSource:
-      return RunNodeOrSource(*entry);
-    case CommandInput::kNone:
-      return RunPlain(*entry);
-    case CommandInput::kArguments: {
-      CValueArray args = Context(context).GetAttribute(L"Arguments").AsArray();
-      return Is(displayName, L"AddBVHAction") ? RunAddBVHAction(*entry, args)
-                                              : RunGenerateRenderSetup(*entry, args);
-    }
-  }
-  return CStatus::OK;
+  return ExecuteEntry(*entry, Context(context).GetAttribute(L"Arguments").AsArray());
 }

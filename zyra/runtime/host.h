@@ -142,6 +142,8 @@ CStatus LoadPluginsIn(const std::string& directory);
 // Calls each module's ZyraUnloadPlugin, removes its commands and property types and closes it.
 // Properties of its types stay in the scene as plain custom properties without page events.
 void UnloadPlugins();
+// The registrars of the loaded plug-ins, in load order (PluginRegistrar handles).
+CRefArray LoadedPlugins();
 // Where plug-ins are installed: the "plugins" folder beside the executable's "bin" folder.
 std::string DefaultPluginDirectory();
 bool IsPluginPropertyType(std::wstring_view type);

@@ -286,6 +286,12 @@ void UnloadPlugins() {
   table.modules.clear();
 }
 
+CRefArray LoadedPlugins() {
+  CRefArray out;
+  for (const auto& module : Table().modules) out.Add(CRef(module->registrar));
+  return out;
+}
+
 std::string DefaultPluginDirectory() {
   namespace fs = std::filesystem;
   std::error_code error;

@@ -1,6 +1,6 @@
 # Runs the command after "--" and checks its exit status and output exactly.
 #   cmake -DEXPECT_EXIT=<n> [-DEXPECT_STDOUT=<text> | -DEXPECT_STDOUT_FILE=<file>]
-#         [-DEXPECT_STDERR=<text>] [-DEXPECT_STDERR_REGEX=<regex>] [-DKEEP_FILE=<file>]
+#         [-DEXPECT_STDERR=<text> | -DEXPECT_STDERR_FILE=<file>] [-DEXPECT_STDERR_REGEX=<regex>] [-DKEEP_FILE=<file>]
 #         [-DINPUT_FILE=<file>] [-DEXPECT_FILE=<file> -DEXPECT_FILE_TEXT=<text>]
 #         -P check.cmake -- <program> <args...>
 # Texts are compared whole, without trailing line breaks. KEEP_FILE is filled before the run and
@@ -48,6 +48,10 @@ if(DEFINED EXPECT_STDOUT_FILE)
 endif()
 if(DEFINED EXPECT_STDOUT AND NOT "${out_trimmed}" STREQUAL "${EXPECT_STDOUT}")
   list(APPEND problems "standard output differs:\n--- expected\n${EXPECT_STDOUT}\n--- got\n${out_trimmed}")
+endif()
+if(DEFINED EXPECT_STDERR_FILE)
+  file(READ "${EXPECT_STDERR_FILE}" EXPECT_STDERR)
+  string(REGEX REPLACE "\n+$" "" EXPECT_STDERR "${EXPECT_STDERR}")
 endif()
 if(DEFINED EXPECT_STDERR AND NOT "${err_trimmed}" STREQUAL "${EXPECT_STDERR}")
   list(APPEND problems "standard error differs:\n--- expected\n${EXPECT_STDERR}\n--- got\n${err_trimmed}")
