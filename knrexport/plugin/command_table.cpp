@@ -3,6 +3,9 @@
 
 #include <cwchar>
 
+#include "knrexport/actor/home_pose.h"
+#include "knrexport/actor/initialize.h"
+
 BVHActionOperation gAddBVHAction = nullptr;
 RenderSetupOperation gGenerateRenderSetup = nullptr;
 
@@ -16,9 +19,10 @@ using Shift = ShiftUse;
 
 // Operations not built yet are null; each area's issue fills its entries in.
 const CommandEntry kCommands[] = {
-    {L"Initialize", L"KnrInitActor", In::kNode, true, Shift::kFlagIsShift, KNR_NODE_MESSAGE(L"Initialize"), nullptr, nullptr, nullptr},
-    {L"Set Home", L"KnrSetHome", In::kNode, true, Shift::kFlagIsNotShift, KNR_NODE_MESSAGE(L"Set Home"), nullptr, nullptr, nullptr},
-    {L"Goto Home", L"KnrGotoHome", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Goto Home"), nullptr, nullptr, nullptr},
+    {L"Initialize", L"KnrInitActor", In::kNode, true, Shift::kFlagIsShift, KNR_NODE_MESSAGE(L"Initialize"), InitializeActorTB, nullptr, nullptr},
+    {L"Set Home", L"KnrSetHome", In::kNode, true, Shift::kFlagIsNotShift, KNR_NODE_MESSAGE(L"Set Home"), SetHomeTB, nullptr, nullptr},
+    {L"Goto Home", L"KnrGotoHome", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Goto Home"),
+     [](Zyra::X3DObject& node, bool) { return GotoHomeTB(node); }, nullptr, nullptr},
     {L"Generate", L"KnrGenerateActor", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Generate"), nullptr, nullptr, nullptr},
     {L"Set COG", L"KnrSetCOG", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Set COG"), nullptr, nullptr, nullptr},
     {L"Set Foot", L"KnrSetFoot", In::kNode, true, Shift::kFlagIsNotShift, KNR_NODE_MESSAGE(L"Set Foot"), nullptr, nullptr, nullptr},
