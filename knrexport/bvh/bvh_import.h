@@ -1,6 +1,8 @@
 // Building actors and actions from BVH motion-capture files.
 #pragma once
 
+#include "knrexport/bvh/bvh_file.h"
+#include "zyra/object.h"
 #include "zyra/x3dobject.h"
 
 // The Import BVH Actor command: options page (BVHActor on the scene root), then a new actor.
@@ -17,3 +19,28 @@ bool ImportBVHAction(Zyra::X3DObject& selected);
 bool AddBVHAction(Zyra::Model& actor, const Zyra::CString& path, const Zyra::CString& actionName,
                   float scale, bool optimize, const Zyra::CString& filter,
                   const Zyra::CString& subtree, bool keepRoot);
+
+// ---- Shared by the two imports and the options page ------------------------------------------
+
+// The BVHActor options property of `owner`, added when it has none (`added` then true). The
+// plug-in's own property type when the module registered it, else a "Custom_parameter_list"
+// named BVHActor with the same parameters.
+Zyra::CustomProperty FindOrAddBVHActor(Zyra::X3DObject& owner, bool& added);
+// Rebuilds the page layout of a BVHActor property from its "Mode": the actor group for 0, the
+// action group otherwise.
+void BuildBVHActorLayout(const Zyra::CustomProperty& property);
+// Opens `path` and reads the hierarchy and the motion (only the first frame when asked). On any
+// failure a message box names the file and what is wrong, and the result is false.
+bool ReadBvhForImport(ZyraBvFile& file, MocapData& data, const Zyra::CString& path, float scale,
+                      bool firstFrameOnly);
+// Drops the joints whose names contain one of the ';'-separated `filter` tags, then the subtrees
+// named in `subtree` (keeping their roots when asked). With `updateEndsites` the end sites are
+// brought up to date before each step, so a joint left without children keeps the end it had.
+void RemoveBvhJoints(ZyraBvFile& file, MocapData& data, const Zyra::CString& filter,
+                     const Zyra::CString& subtree, bool keepRoot, bool updateEndsites);
+// The message for a file that cannot be imported: "Cannot import the BVH file "path": why."
+Zyra::CString BvhImportMessage(const Zyra::CString& path, const std::string& why);
+// The scene name of a joint's object: the joint name with ':', '.' and ',' made '_'. The host
+// turns '.' and ',' into '_' itself; ':' is mapped as well so that names stay plain words in
+// scripts, and the actor import and the action import of one file agree on every name.
+Zyra::CString BvhObjectName(const char* jointName);

@@ -3,10 +3,12 @@
 
 #include <cwchar>
 
+#include "knrexport/bvh/bvh_import.h"
+
 #include "knrexport/actor/home_pose.h"
 #include "knrexport/actor/initialize.h"
 
-BVHActionOperation gAddBVHAction = nullptr;
+BVHActionOperation gAddBVHAction = &AddBVHAction;
 RenderSetupOperation gGenerateRenderSetup = nullptr;
 
 namespace {
@@ -37,9 +39,10 @@ const CommandEntry kCommands[] = {
     {L"Save Actor", L"KnrSaveActor", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Save Actor"), nullptr, nullptr, nullptr},
     {L"Load Actor", L"KnrLoadActor", In::kNone, false, Shift::kNone, nullptr, nullptr, nullptr, nullptr},
     {L"Render Setup", L"KnrRenderSetup", In::kNone, false, Shift::kNone, nullptr, nullptr, nullptr, nullptr},
-    {L"Import BVH Actor", L"KnrImportBVHActor", In::kNone, false, Shift::kNone, nullptr, nullptr, nullptr, nullptr},
+    {L"Import BVH Actor", L"KnrImportBVHActor", In::kNone, false, Shift::kNone, nullptr, nullptr, nullptr, ImportBVHActor},
     {L"Import BVH Action", L"KnrImportBVHAction", In::kNode, false, Shift::kNone,
-     L"The Import BVH Action command requires selecting a single node in the target actor description.", nullptr, nullptr, nullptr},
+     L"The Import BVH Action command requires selecting a single node in the target actor description.",
+     [](Zyra::X3DObject& node, bool) { return ImportBVHAction(node); }, nullptr, nullptr},
     {L"AddBVHAction", L"KnrAddBVHAction", In::kArguments, true, Shift::kNone, nullptr, nullptr, nullptr, nullptr},
     // The wording says "single node" although an action source is accepted too, as for Make Skill.
     {L"Make Loop", L"KnrMakeLoop", In::kNodeOrSource, false, Shift::kNone, KNR_NODE_MESSAGE(L"Loop Locomotion"), nullptr, nullptr, nullptr},

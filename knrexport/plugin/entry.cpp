@@ -3,6 +3,7 @@
 
 #include "knrexport/actor/option_properties.h"
 #include "knrexport/bvh/bvh_actor_property.h"
+#include "knrexport/bvh/bvh_import.h"
 #include "knrexport/plugin/command_table.h"
 #include "knrexport/plugin/dispatch.h"
 #include "knrexport/render/render_setup_property.h"
@@ -87,5 +88,35 @@ ZYRA_PLUGIN_CALLBACK CStatus KinraJL_Define(CRef& context) { return DefineWith(D
 ZYRA_PLUGIN_CALLBACK CStatus Skill_Define(CRef& context) { return DefineWith(DefineSkill, context); }
 ZYRA_PLUGIN_CALLBACK CStatus KinraGen_Define(CRef& context) { return DefineWith(DefineKinraGen, context); }
 ZYRA_PLUGIN_CALLBACK CStatus BVHActor_Define(CRef& context) { return DefineWith(DefineBVHActor, context); }
+// The BVHActor page is built when it opens, from its "Mode" (actor or action options).
+ZYRA_PLUGIN_CALLBACK CStatus BVHActor_DefineLayout(CRef& context) {
+  PPGLayout layout(Context(context).GetSource());
+  if (layout.IsValid()) layout.Clear();
+  return CStatus::OK;
+}
+ZYRA_PLUGIN_CALLBACK CStatus BVHActor_PPGEvent(CRef& context) {
+  PPGEventContext event(context);
+  switch (event.GetEventID()) {
+    case siOnInit:
+      BuildBVHActorLayout(CustomProperty(event.GetSource()));
+      break;
+    case siButtonClicked:
+      if (event.GetAttribute(L"Button").GetAsText() == CString(L"Refresh")) {
+        BuildBVHActorLayout(CustomProperty(event.GetSource()));
+        event.PutAttribute(L"Refresh", true);
+      }
+      break;
+    case siParameterChange:
+      // A change of mode switches between the actor and the action options.
+      if (Parameter(event.GetSource()).GetName() == CString(L"Mode")) {
+        BuildBVHActorLayout(CustomProperty(Parameter(event.GetSource()).GetParent()));
+        event.PutAttribute(L"Refresh", true);
+      }
+      break;
+    case siOnClosed:
+      break;
+  }
+  return CStatus::OK;
+}
 ZYRA_PLUGIN_CALLBACK CStatus LoopSkill_Define(CRef& context) { return DefineWith(DefineLoopSkill, context); }
 ZYRA_PLUGIN_CALLBACK CStatus RenderSetup_Define(CRef& context) { return DefineWith(DefineRenderSetup, context); }

@@ -1,0 +1,206 @@
+// BVH action import: keys every frame of a BVH file on the actor objects named after its joints
+// and stores the curves as an action source.
+#include <string>
+#include <vector>
+
+#include "knrexport/bvh/bvh_import.h"
+#include "knrexport/scene/actor_lookup.h"
+#include "knrexport/scene/host_calls.h"
+#include "knrexport/scene/pose_storage.h"
+#include "zyra/application.h"
+#include "zyra/fcurve.h"
+#include "zyra/ui.h"
+
+using namespace Zyra;
+
+namespace {
+
+constexpr int kValueCurve = 30;         // curve type of the keyed curves
+constexpr int kLinearCurve = 2;         // curve interpolation
+constexpr int kCurveInterpolation = 0;  // key interpolation: the curve's
+constexpr const wchar_t* kChannels[6] = {L"posx", L"posy", L"posz", L"rotx", L"roty", L"rotz"};
+
+// Gives channel `c` of `object` a new curve in the record's slot `c` and lists the parameter.
+void AddCurve(X3DObject& object, int c, MocapRecord& record, CString& list) {
+  Parameter parameter = object.GetParameter(kChannels[c]);
+  FCurve curve;
+  if (!parameter.IsValid() || !parameter.AddFCurve(kValueCurve, curve).Succeeded()) return;
+  curve.PutInterpolation(kLinearCurve);
+  record.curves[c] = curve;
+  if (!list.IsEmpty()) list += L',';
+  list += parameter.GetFullName();
+}
+
+// Takes the curves made for the import off their parameters again.
+void RemoveCurves(MocapData& data) {
+  for (int i = 0; i < data.nodeCount; ++i) {
+    for (FCurve& curve : data.records[i].curves) {
+      if (!curve.IsValid()) continue;
+      Parameter(curve.GetParent()).RemoveAnimation();
+      curve = FCurve();
+    }
+  }
+}
+
+}  // namespace
+
+bool AddBVHAction(Model& actor, const CString& path, const CString& actionName, float scale,
+                  bool optimize, const CString& filter, const CString& subtree, bool keepRoot) {
+  if (!actor.IsValid()) {
+    ShowMessage(CString(L"Cannot import the BVH file \"") + path +
+                L"\": no actor model was given.");
+    return false;
+  }
+  if (actionName.FindString(L".") != CString::npos ||
+      actionName.FindString(L",") != CString::npos) {
+    ShowMessage(CString(L"The action name \"") + actionName + L"\" may not hold \".\" or \",\".");
+    return false;
+  }
+  ZyraBvFile file;
+  MocapData data;
+  if (!ReadBvhForImport(file, data, path, scale, false)) return false;
+  RemoveBvhJoints(file, data, filter, subtree, keepRoot, false);
+  ZyraBvHierarchy& hierarchy = *file.Hierarchy();
+  const int joints = hierarchy.nodeCount;
+  const int frames = joints > 0 ? data.records[0].frameCount : 0;
+
+  // Find every joint's object before anything changes: without one there is nothing to key.
+  const CString prefix = actor.GetName() + L".";
+  int found = 0;
+  for (int i = 0; i < joints; ++i) {
+    ZyraBvNode& node = hierarchy.nodes[i];
+    node.object = actor.FindChild(prefix + BvhObjectName(node.name), CString(), CRefArray(), true);
+    found += node.object.IsValid();
+  }
+  if (found == 0) {
+    ShowMessage(BvhImportMessage(path, "no joint of the file matches an object of the actor \"" +
+                                           actor.GetName().GetAsciiString() + "\""));
+    return false;
+  }
+
+  StorePose(actor);
+  ProgressBar bar = Application().GetUIToolkit().GetProgressBar();
+  bar.PutCancelEnabled(false);
+  bar.PutVisible(true);
+  bar.PutMaximum(frames + joints);
+  bar.PutStep(1);
+  bar.PutCaption(L"Processing Mocap Data");
+
+  // With optimize on only the root keeps translation curves: the other joints' translations are
+  // their fixed bone offsets.
+  CString parameters;
+  std::vector<int> keyed;  // the joints that have an object, in hierarchy order
+  for (int i = 0; i < joints; ++i) {
+    X3DObject& object = hierarchy.nodes[i].object;
+    if (object.IsValid()) {
+      keyed.push_back(i);
+      const bool translate = i == 0 || !optimize;
+      for (int c = translate ? 0 : 3; c < 6; ++c) AddCurve(object, c, data.records[i], parameters);
+    }
+    bar.Increment();
+  }
+
+  CValue rate;
+  Application().ExecuteCommand(L"GetValue", {L"preferences.output_format.frame_rate"}, rate);
+  const double spacing = rate.AsDouble() / (1.0 / static_cast<double>(data.frameTime));
+
+  bar.PutCaption(L"Transferring Mocap Data");
+  for (int i : keyed) {
+    for (FCurve& curve : data.records[i].curves) {
+      if (curve.IsValid()) curve.BeginEdit();
+    }
+  }
+  for (int f = 0; f < frames; ++f) {
+    const CTime time(spacing * f);
+    for (int i : keyed) {
+      MocapRecord& record = data.records[i];
+      DrvTransform& sample = record.samples[f];
+      if (record.curves[0].IsValid()) {
+        record.curves[0].AddKey(time, static_cast<double>(sample.translation.x),
+                                kCurveInterpolation);
+        record.curves[1].AddKey(time, static_cast<double>(sample.translation.y),
+                                kCurveInterpolation);
+        record.curves[2].AddKey(time, static_cast<double>(sample.translation.z),
+                                kCurveInterpolation);
+      }
+      DrvVector radians;
+      DrvQuaternion_GetEulerAngles(&sample.rotation, &radians);
+      float angles[3] = {radians.x / kBvDegToRad, radians.y / kBvDegToRad, radians.z / kBvDegToRad};
+      for (int a = 0; a < 3; ++a) {
+        // Keep each curve on the side of +-180 it came from, so no key jumps by a whole turn.
+        if (f > 0) angles[a] = EnforceContinuity(angles[a], record.prevAngles[a]);
+        record.prevAngles[a] = angles[a];
+        record.curves[3 + a].AddKey(time, static_cast<double>(angles[a]), kCurveInterpolation);
+      }
+    }
+    bar.Increment();
+  }
+  for (int i : keyed) {
+    for (FCurve& curve : data.records[i].curves) {
+      if (curve.IsValid()) curve.EndEdit();
+    }
+  }
+
+  bar.PutCaption(L"Creating Action Source");
+  CValue source;
+  CStatus stored = Application().ExecuteCommand(
+      L"StoreAction",
+      {CValue(actor.GetRef()), parameters, 6, actionName, 1, 0.0, spacing * (frames - 1), 0, 0},
+      source);
+  if (!stored.Succeeded()) {
+    // Nothing is kept of a failed import: its curves go and the pose comes back.
+    RemoveCurves(data);
+    ShowMessage(BvhImportMessage(
+        path, "the action cannot be stored: " + stored.GetMessage().GetAsciiString()));
+  }
+  bar.PutValue(frames + joints);
+  bar.PutVisible(false);
+  file.Close();
+  RestorePose(actor, true);
+  CleanupPose(actor);
+  return stored.Succeeded();
+}
+
+bool ImportBVHAction(X3DObject& selected) {
+  Model model;
+  if (!GetModel(selected, model)) {
+    ShowMessage(L"Failed to find the actor model.");
+    return false;
+  }
+  if (model.GetRef() == Application().GetActiveSceneRoot().GetRef()) {
+    ShowMessage(
+        L"Actor descriptions must be contained by a single model (scene root not supported).");
+    return false;
+  }
+  bool added = false;
+  CustomProperty options = FindOrAddBVHActor(model, added);
+  if (!options.IsValid()) return false;
+  const CValue previousMode = options.GetParameterValue(L"Mode");
+  options.PutParameterValue(L"Mode", 11);
+  BuildBVHActorLayout(options);
+  if (!InspectObj(options.GetFullName(), L"", L"Import BVH Action", 4, false)) {
+    // Cancelled: leave the actor as it was, options included.
+    if (added) {
+      CValue ignored;
+      Application().ExecuteCommand(L"DeleteObj", {CValue(options.GetRef())}, ignored);
+    } else {
+      options.PutParameterValue(L"Mode", previousMode);
+    }
+    return false;
+  }
+  const CValueArray args = {CValue(model.GetRef()),
+                            options.GetParameterValue(L"BVHFile").GetAsText(),
+                            options.GetParameterValue(L"ActionName").GetAsText(),
+                            options.GetParameterValue(L"Scale").AsDouble(),
+                            options.GetParameterValue(L"Optimize").AsBool(),
+                            options.GetParameterValue(L"Filter").GetAsText(),
+                            options.GetParameterValue(L"Remove").GetAsText(),
+                            options.GetParameterValue(L"Root").AsBool()};
+  CValue ignored;
+  CStatus status = Application().ExecuteCommand(L"KnrAddBVHAction", args, ignored);
+  if (status.GetCode() != CStatus::MemberNotFound) return status.Succeeded();
+  // The plug-in linked in without its module registered: run the import itself.
+  ScopedLogOff logOff;
+  return AddBVHAction(model, args[1].GetAsText(), args[2].GetAsText(), args[3].AsFloat(),
+                      args[4].AsBool(), args[5].GetAsText(), args[6].GetAsText(), args[7].AsBool());
+}
