@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# Sets up what is missing, builds, and runs the main job, examples/pipeline.zys, saving the scene
-# to pipeline.zyra (or to the path given with -o). A BVH file may be given as the argument; the
-# motion-capture import lands with the plug-in, and until then the job says so and runs the
-# sample scene.
+# Sets up what is missing, builds, and runs the main job, examples/pipeline.zys: a BVH take
+# imported as an actor with its action, the scene saved to pipeline.zyra (or to the path given
+# with -o). Without a file the bundled take examples/data/pipeline.bvh is used.
+#
+#   scripts/run-pipeline.sh [file.bvh] [-o out.zyra]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 out="pipeline.zyra"
@@ -14,8 +15,24 @@ while [ $# -gt 0 ]; do
   esac
 done
 scripts/setup.sh default
+
+script="examples/pipeline.zys"
 if [ -n "$bvh" ]; then
-  echo "Motion-capture import is not available in this build yet; running the sample scene instead of $bvh." >&2
+  if [ ! -r "$bvh" ]; then
+    echo "run-pipeline: cannot read the BVH file \"$bvh\"" >&2
+    exit 2
+  fi
+  # Scripts have no variables: run a copy of the job that names the given file wherever it names
+  # the bundled take (quotes and backslashes escaped as script strings want them).
+  path="$(cd "$(dirname "$bvh")" && pwd)/$(basename "$bvh")"
+  quoted="${path//\\/\\\\}"
+  quoted="${quoted//\"/\\\"}"
+  tmpdir="$(mktemp -d)"
+  trap 'rm -rf "$tmpdir"' EXIT
+  text="$(cat examples/pipeline.zys)"
+  shopt -u patsub_replacement 2>/dev/null || true  # keep "&" in the path as it is
+  printf '%s\n' "${text//\"examples\/data\/pipeline.bvh\"/\"$quoted\"}" > "$tmpdir/pipeline.zys"
+  script="$tmpdir/pipeline.zys"
 fi
-build/bin/zyra examples/pipeline.zys --save "$out"
+build/bin/zyra "$script" --save "$out"
 echo "Saved $out"
