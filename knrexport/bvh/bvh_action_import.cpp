@@ -21,25 +21,16 @@ constexpr int kCurveInterpolation = 0;  // key interpolation: the curve's
 constexpr const wchar_t* kChannels[6] = {L"posx", L"posy", L"posz", L"rotx", L"roty", L"rotz"};
 
 // Gives channel `c` of `object` a new curve in the record's slot `c` and lists the parameter.
-void AddCurve(X3DObject& object, int c, MocapRecord& record, CString& list) {
+void AddCurve(X3DObject& object, int c, MocapRecord& record, CString& list,
+              std::vector<Parameter>& animated) {
   Parameter parameter = object.GetParameter(kChannels[c]);
   FCurve curve;
   if (!parameter.IsValid() || !parameter.AddFCurve(kValueCurve, curve).Succeeded()) return;
   curve.PutInterpolation(kLinearCurve);
   record.curves[c] = curve;
+  animated.push_back(parameter);
   if (!list.IsEmpty()) list += L',';
   list += parameter.GetFullName();
-}
-
-// Takes the curves made for the import off their parameters again.
-void RemoveCurves(MocapData& data) {
-  for (int i = 0; i < data.nodeCount; ++i) {
-    for (FCurve& curve : data.records[i].curves) {
-      if (!curve.IsValid()) continue;
-      Parameter(curve.GetParent()).RemoveAnimation();
-      curve = FCurve();
-    }
-  }
 }
 
 }  // namespace
@@ -89,13 +80,15 @@ bool AddBVHAction(Model& actor, const CString& path, const CString& actionName, 
   // With optimize on only the root keeps translation curves: the other joints' translations are
   // their fixed bone offsets.
   CString parameters;
-  std::vector<int> keyed;  // the joints that have an object, in hierarchy order
+  std::vector<Parameter> animated;  // every parameter given a curve, to undo a failed store
+  std::vector<int> keyed;           // the joints that have an object, in hierarchy order
   for (int i = 0; i < joints; ++i) {
     X3DObject& object = hierarchy.nodes[i].object;
     if (object.IsValid()) {
       keyed.push_back(i);
       const bool translate = i == 0 || !optimize;
-      for (int c = translate ? 0 : 3; c < 6; ++c) AddCurve(object, c, data.records[i], parameters);
+      for (int c = translate ? 0 : 3; c < 6; ++c)
+        AddCurve(object, c, data.records[i], parameters, animated);
     }
     bar.Increment();
   }
@@ -104,41 +97,47 @@ bool AddBVHAction(Model& actor, const CString& path, const CString& actionName, 
   Application().ExecuteCommand(L"GetValue", {L"preferences.output_format.frame_rate"}, rate);
   const double spacing = rate.AsDouble() / (1.0 / static_cast<double>(data.frameTime));
 
+  // One curve at a time, every frame in order: each curve's keys are appended in one batch, and
+  // the memory one curve outgrows serves the next one.
   bar.PutCaption(L"Transferring Mocap Data");
-  for (int i : keyed) {
-    for (FCurve& curve : data.records[i].curves) {
-      if (curve.IsValid()) curve.BeginEdit();
+  std::vector<double> values(static_cast<size_t>(frames) * 3);
+  auto keyAll = [&](FCurve& curve, int component) {
+    if (!curve.IsValid()) return;
+    curve.BeginEdit();
+    for (int f = 0; f < frames; ++f) {
+      curve.AddKey(CTime(spacing * f), values[3 * static_cast<size_t>(f) + component],
+                   kCurveInterpolation);
     }
-  }
-  for (int f = 0; f < frames; ++f) {
-    const CTime time(spacing * f);
-    for (int i : keyed) {
-      MocapRecord& record = data.records[i];
-      DrvTransform& sample = record.samples[f];
-      if (record.curves[0].IsValid()) {
-        record.curves[0].AddKey(time, static_cast<double>(sample.translation.x),
-                                kCurveInterpolation);
-        record.curves[1].AddKey(time, static_cast<double>(sample.translation.y),
-                                kCurveInterpolation);
-        record.curves[2].AddKey(time, static_cast<double>(sample.translation.z),
-                                kCurveInterpolation);
+    curve.EndEdit();
+  };
+  for (size_t k = 0; k < keyed.size(); ++k) {
+    MocapRecord& record = data.records[keyed[k]];
+    if (record.curves[0].IsValid()) {
+      for (int f = 0; f < frames; ++f) {
+        const DrvVector& t = record.samples[f].translation;
+        double* v = &values[3 * static_cast<size_t>(f)];
+        v[0] = t.x;
+        v[1] = t.y;
+        v[2] = t.z;
       }
+      for (int c = 0; c < 3; ++c) keyAll(record.curves[c], c);
+    }
+    for (int f = 0; f < frames; ++f) {
       DrvVector radians;
-      DrvQuaternion_GetEulerAngles(&sample.rotation, &radians);
+      DrvQuaternion_GetEulerAngles(&record.samples[f].rotation, &radians);
       float angles[3] = {radians.x / kBvDegToRad, radians.y / kBvDegToRad, radians.z / kBvDegToRad};
+      double* v = &values[3 * static_cast<size_t>(f)];
       for (int a = 0; a < 3; ++a) {
         // Keep each curve on the side of +-180 it came from, so no key jumps by a whole turn.
         if (f > 0) angles[a] = EnforceContinuity(angles[a], record.prevAngles[a]);
         record.prevAngles[a] = angles[a];
-        record.curves[3 + a].AddKey(time, static_cast<double>(angles[a]), kCurveInterpolation);
+        v[a] = angles[a];
       }
     }
-    bar.Increment();
-  }
-  for (int i : keyed) {
-    for (FCurve& curve : data.records[i].curves) {
-      if (curve.IsValid()) curve.EndEdit();
-    }
+    for (int a = 0; a < 3; ++a) keyAll(record.curves[3 + a], a);
+    bar.PutValue(joints +
+                 static_cast<long>(static_cast<double>(frames) * static_cast<double>(k + 1) /
+                                   static_cast<double>(keyed.size())));
   }
 
   bar.PutCaption(L"Creating Action Source");
@@ -149,7 +148,7 @@ bool AddBVHAction(Model& actor, const CString& path, const CString& actionName, 
       source);
   if (!stored.Succeeded()) {
     // Nothing is kept of a failed import: its curves go and the pose comes back.
-    RemoveCurves(data);
+    for (Parameter& parameter : animated) parameter.RemoveAnimation();
     ShowMessage(BvhImportMessage(
         path, "the action cannot be stored: " + stored.GetMessage().GetAsciiString()));
   }
