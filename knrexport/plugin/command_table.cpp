@@ -4,12 +4,12 @@
 #include <cwchar>
 
 #include "knrexport/actor/actor_tags.h"
+#include "knrexport/actor/home_pose.h"
+#include "knrexport/actor/initialize.h"
 #include "knrexport/actor/joint_limit.h"
 
 BVHActionOperation gAddBVHAction = nullptr;
 RenderSetupOperation gGenerateRenderSetup = nullptr;
-
-using Zyra::X3DObject;
 
 namespace {
 
@@ -21,18 +21,27 @@ using Shift = ShiftUse;
 
 // Operations not built yet are null; each area's issue fills its entries in.
 const CommandEntry kCommands[] = {
-    {L"Initialize", L"KnrInitActor", In::kNode, true, Shift::kFlagIsShift, KNR_NODE_MESSAGE(L"Initialize"), nullptr, nullptr, nullptr},
-    {L"Set Home", L"KnrSetHome", In::kNode, true, Shift::kFlagIsNotShift, KNR_NODE_MESSAGE(L"Set Home"), nullptr, nullptr, nullptr},
-    {L"Goto Home", L"KnrGotoHome", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Goto Home"), nullptr, nullptr, nullptr},
+    {L"Initialize", L"KnrInitActor", In::kNode, true, Shift::kFlagIsShift, KNR_NODE_MESSAGE(L"Initialize"), InitializeActorTB, nullptr, nullptr},
+    {L"Set Home", L"KnrSetHome", In::kNode, true, Shift::kFlagIsNotShift, KNR_NODE_MESSAGE(L"Set Home"), SetHomeTB, nullptr, nullptr},
+    {L"Goto Home", L"KnrGotoHome", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Goto Home"),
+     [](Zyra::X3DObject& node, bool) { return GotoHomeTB(node); }, nullptr, nullptr},
     {L"Generate", L"KnrGenerateActor", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Generate"), nullptr, nullptr, nullptr},
-    {L"Set COG", L"KnrSetCOG", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Set COG"), [](X3DObject& n, bool) { return SetCOG(n); }, nullptr, nullptr},
-    {L"Set Foot", L"KnrSetFoot", In::kNode, true, Shift::kFlagIsNotShift, KNR_NODE_MESSAGE(L"Set Foot"), [](X3DObject& n, bool addSphere) { return SetFoot(n, addSphere); }, nullptr, nullptr},
-    {L"Add Col Sphere", L"KnrAddColSphere", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Add Col Sphere"), [](X3DObject& n, bool) { return AddColSphere(n, true).IsValid(); }, nullptr, nullptr},
-    {L"Add Floor", L"KnrAddFloor", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Add Floor"), [](X3DObject& n, bool) { return AddFloor(n); }, nullptr, nullptr},
-    {L"Set Collision Only", L"KnrSetCollisionOnly", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Set Collision Only"), [](X3DObject& n, bool) { return SetCollisionOnly(n); }, nullptr, nullptr},
-    {L"Set Visual Only", L"KnrSetVisualOnly", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Set Visual Only"), [](X3DObject& n, bool) { return SetVisualOnly(n); }, nullptr, nullptr},
-    {L"Set Default", L"KnrSetDefault", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Set Default"), [](X3DObject& n, bool) { return SetDefault(n); }, nullptr, nullptr},
-    {L"Add Joint Limit", L"KnrAddJointLimit", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Add Joint Limit"), [](X3DObject& n, bool) { return AddKinraJL(n); }, nullptr, nullptr},
+    {L"Set COG", L"KnrSetCOG", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Set COG"),
+     [](Zyra::X3DObject& n, bool) { return SetCOG(n); }, nullptr, nullptr},
+    {L"Set Foot", L"KnrSetFoot", In::kNode, true, Shift::kFlagIsNotShift, KNR_NODE_MESSAGE(L"Set Foot"),
+     [](Zyra::X3DObject& n, bool addSphere) { return SetFoot(n, addSphere); }, nullptr, nullptr},
+    {L"Add Col Sphere", L"KnrAddColSphere", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Add Col Sphere"),
+     [](Zyra::X3DObject& n, bool) { return AddColSphere(n, true).IsValid(); }, nullptr, nullptr},
+    {L"Add Floor", L"KnrAddFloor", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Add Floor"),
+     [](Zyra::X3DObject& n, bool) { return AddFloor(n); }, nullptr, nullptr},
+    {L"Set Collision Only", L"KnrSetCollisionOnly", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Set Collision Only"),
+     [](Zyra::X3DObject& n, bool) { return SetCollisionOnly(n); }, nullptr, nullptr},
+    {L"Set Visual Only", L"KnrSetVisualOnly", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Set Visual Only"),
+     [](Zyra::X3DObject& n, bool) { return SetVisualOnly(n); }, nullptr, nullptr},
+    {L"Set Default", L"KnrSetDefault", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Set Default"),
+     [](Zyra::X3DObject& n, bool) { return SetDefault(n); }, nullptr, nullptr},
+    {L"Add Joint Limit", L"KnrAddJointLimit", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Add Joint Limit"),
+     [](Zyra::X3DObject& n, bool) { return AddKinraJL(n); }, nullptr, nullptr},
     {L"Make Skill", L"KnrMakeSkill", In::kNodeOrSource, false, Shift::kNone,
      L"The Make Skill action requires selecting a single node or action source in the actor description.", nullptr, nullptr, nullptr},
     {L"Save Actor", L"KnrSaveActor", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Save Actor"), nullptr, nullptr, nullptr},
@@ -44,10 +53,14 @@ const CommandEntry kCommands[] = {
     {L"AddBVHAction", L"KnrAddBVHAction", In::kArguments, true, Shift::kNone, nullptr, nullptr, nullptr, nullptr},
     // The wording says "single node" although an action source is accepted too, as for Make Skill.
     {L"Make Loop", L"KnrMakeLoop", In::kNodeOrSource, false, Shift::kNone, KNR_NODE_MESSAGE(L"Loop Locomotion"), nullptr, nullptr, nullptr},
-    {L"Remove COG", L"KnrRemoveCOG", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Remove COG"), [](X3DObject& n, bool) { return RemoveCOG(n); }, nullptr, nullptr},
-    {L"Remove Foot", L"KnrRemoveFoot", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Remove Foot"), [](X3DObject& n, bool) { return RemoveFoot(n); }, nullptr, nullptr},
-    {L"Remove Floor", L"KnrRemoveFloor", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Remove Floor"), [](X3DObject& n, bool) { return RemoveFloor(n); }, nullptr, nullptr},
-    {L"Remove Joint Limit", L"KnrRemoveJointLimit", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Remove Joint Limit"), [](X3DObject& n, bool) { return RemoveJointLimit(n); }, nullptr, nullptr},
+    {L"Remove COG", L"KnrRemoveCOG", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Remove COG"),
+     [](Zyra::X3DObject& n, bool) { return RemoveCOG(n); }, nullptr, nullptr},
+    {L"Remove Foot", L"KnrRemoveFoot", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Remove Foot"),
+     [](Zyra::X3DObject& n, bool) { return RemoveFoot(n); }, nullptr, nullptr},
+    {L"Remove Floor", L"KnrRemoveFloor", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Remove Floor"),
+     [](Zyra::X3DObject& n, bool) { return RemoveFloor(n); }, nullptr, nullptr},
+    {L"Remove Joint Limit", L"KnrRemoveJointLimit", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Remove Joint Limit"),
+     [](Zyra::X3DObject& n, bool) { return RemoveJointLimit(n); }, nullptr, nullptr},
     {L"GenerateRenderSetup", L"KnrGenerateRenderSetup", In::kArguments, false, Shift::kNone, nullptr, nullptr, nullptr, nullptr},
 };
 
