@@ -26,8 +26,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "knrexport/actor/initialize.h"
 #include "knrexport/actor/home_pose.h"
+#include "knrexport/actor/initialize.h"
 #include "knrexport/scene/actor_lookup.h"
 #include "knrexport/scene/host_calls.h"
 #include "knrexport/scene/tags.h"
@@ -91,7 +91,8 @@ bool HomePosition(X3DObject& obj, CVector3& out) {
 // A new collision sphere "<node>_CS" under the node with the given primitive radius.
 X3DObject MakeColSphere(X3DObject& node, float radius) {
   X3DObject sphere;
-  if (!node.AddPrimitive(L"Sphere", node.GetName() + L"_CS", sphere).Succeeded()) return X3DObject();
+  if (!node.AddPrimitive(L"Sphere", node.GetName() + L"_CS", sphere).Succeeded())
+    return X3DObject();
   // The primitive sits on the node's pivot: its local transform stays the identity.
   sphere.GetActivePrimitive().PutParameterValue(L"radius", static_cast<double>(radius));
   AddRTKNode(sphere);
@@ -183,13 +184,16 @@ bool SetCOG(X3DObject& node) {
     return false;
   }
   if (model.GetRef() == Application().GetActiveSceneRoot().GetRef()) {
-    ShowMessage(L"The actor description must be contained by a single model (scene root not supported).");
+    ShowMessage(
+        L"The actor description must be contained by a single model (scene root not supported).");
     return false;
   }
   X3DObject root;
   if (!GetRootNode(model, root, true)) return false;
   if (CheckForEmbeddedModel(root)) {
-    ShowMessage(L"The source description must be contained by a single model (embedded models not supported).");
+    ShowMessage(
+        L"The source description must be contained by a single model (embedded models not "
+        L"supported).");
     return false;
   }
   if (IsLightOrCamera(node)) {
@@ -214,8 +218,9 @@ bool RemoveCOG(X3DObject& node) {
 
 bool SetFoot(X3DObject& node, bool addSphere) {
   if (!HasTag(node, kTagHomePose)) {
-    ShowMessage(L"The Set Foot action can not be applied to an actor whose Home pose is not set.\n"
-                L"Please set the Home pose and try again.");
+    ShowMessage(
+        L"The Set Foot action can not be applied to an actor whose Home pose is not set.\n"
+        L"Please set the Home pose and try again.");
     return false;
   }
   if (IsActorRoot(node)) {
@@ -226,8 +231,9 @@ bool SetFoot(X3DObject& node, bool addSphere) {
   SetWireframeDisplayColor(node, kColourFoot);
   if (!addSphere) return true;
   if (HasSphereChild(node)) {
-    ShowMessage(L"The foot node already has a collision sphere as a child.  You will\n"
-                L"need to add additional collision spheres manually.");
+    ShowMessage(
+        L"The foot node already has a collision sphere as a child.  You will\n"
+        L"need to add additional collision spheres manually.");
     return true;
   }
   AddFootColSphere(node);
@@ -243,7 +249,8 @@ bool RemoveFoot(X3DObject& node) {
   }
   CRefArray spheres;
   FindRTKNodes(node, kTagSphere, spheres);
-  if (spheres.GetCount() > 0 && AskYesNo(L"Do you want to remove the collision spheres under the foot node?")) {
+  if (spheres.GetCount() > 0 &&
+      AskYesNo(L"Do you want to remove the collision spheres under the foot node?")) {
     for (const CRef& sphere : spheres) DeleteObj(X3DObject(sphere).GetFullName());
   }
   return true;
@@ -262,14 +269,16 @@ float ComputeSphereRadius(X3DObject& node) {
   }
   if (!found) {
     X3DObject parent(node.GetParent());
-    if (parent.IsValid() && parent.GetClassID() != siModelID) length = Distance(at, GlobalPosition(parent));
+    if (parent.IsValid() && parent.GetClassID() != siModelID)
+      length = Distance(at, GlobalPosition(parent));
   }
   return std::max(kMinSphereRadius, static_cast<float>(0.25 * length));
 }
 
 X3DObject AddColSphere(X3DObject& node, bool inspect) {
   if (IsActorRoot(node)) {
-    ShowMessage(L"The Add Collision Sphere action can not be applied to the root node of an actor.");
+    ShowMessage(
+        L"The Add Collision Sphere action can not be applied to the root node of an actor.");
     return X3DObject();
   }
   X3DObject sphere = MakeColSphere(node, ComputeSphereRadius(node));
@@ -298,13 +307,15 @@ bool AddFloor(X3DObject& node) {
     return false;
   }
   if (!HasTag(node, kTagNode)) {
-    ShowMessage(L"The Add Floor action requires the selected node to be initialized.\n"
-                L"Please initialize the actor and try again.");
+    ShowMessage(
+        L"The Add Floor action requires the selected node to be initialized.\n"
+        L"Please initialize the actor and try again.");
     return false;
   }
   MeshExtent extent{};
   if (!GlobalMeshExtent(node, extent)) {
-    ShowMessage(L"The Add Floor action can not be applied to a node without an associated polygon mesh.");
+    ShowMessage(
+        L"The Add Floor action can not be applied to a node without an associated polygon mesh.");
     return false;
   }
   for (const CRef& ref : node.GetChildren()) {
@@ -322,7 +333,8 @@ bool AddFloor(X3DObject& node) {
   if (!node.AddPolygonMesh(points, polygons, L"Floor", floor).Succeeded()) return false;
   CTransformation place;
   place.SetIdentity();
-  place.SetTranslationFromValues((extent.minX + extent.maxX) / 2, extent.minY, (extent.minZ + extent.maxZ) / 2);
+  place.SetTranslationFromValues((extent.minX + extent.maxX) / 2, extent.minY,
+                                 (extent.minZ + extent.maxZ) / 2);
   floor.GetKinematics().GetGlobal().PutTransform(place);
   AddTag(floor, kTagFloor, static_cast<float>(extent.maxY - extent.minY));
   return true;

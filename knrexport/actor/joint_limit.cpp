@@ -10,8 +10,9 @@ using namespace Zyra;
 
 bool AddKinraJL(X3DObject& node) {
   if (!HasTag(node, kTagNode)) {
-    ShowMessage(L"The Add Joint Limit action requires the selected node to be initialized.\n"
-                L"Please initialize the actor and try again.");
+    ShowMessage(
+        L"The Add Joint Limit action requires the selected node to be initialized.\n"
+        L"Please initialize the actor and try again.");
     return false;
   }
   X3DObject parent(node.GetParent());
