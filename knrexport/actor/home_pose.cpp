@@ -15,36 +15,6 @@ namespace {
 constexpr double kRadToDeg = 57.29577951308;
 const wchar_t* const kPoseParameters[] = {L"px", L"py", L"pz", L"rx", L"ry", L"rz", L"sx", L"sy", L"sz"};
 
-bool IsSceneRoot(Model& model) { return model.GetRef() == Application().GetActiveSceneRoot().GetRef(); }
-
-// The model of `node`, refusing a missing model and the scene root with their messages.
-bool FindActorModel(X3DObject& node, Model& model) {
-  if (!GetModel(node, model)) {
-    ShowMessage(L"Failed to find the actor model.");
-    return false;
-  }
-  if (IsSceneRoot(model)) {
-    ShowMessage(L"Actor descriptions must be contained by a single model (scene root not supported).");
-    return false;
-  }
-  return true;
-}
-
-ProgressBar NewBar(long maximum, const wchar_t* caption) {
-  ProgressBar bar = Application().GetUIToolkit().GetProgressBar();
-  bar.PutCancelEnabled(false);
-  bar.PutVisible(true);
-  bar.PutMaximum(maximum);
-  bar.PutCaption(caption);
-  bar.PutStep(1);
-  return bar;
-}
-
-void FinishBar(ProgressBar& bar) {
-  bar.PutValue(bar.GetMaximum());
-  bar.PutVisible(false);
-}
-
 // The transform stored in a pose tag (translation, XYZ angles in radians, scaling).
 MATH::CTransformation PoseOf(Property& tag, double values[9]) {
   for (int i = 0; i < 9; ++i) values[i] = tag.GetParameterValue(kPoseParameters[i]).AsDouble();
@@ -63,15 +33,15 @@ bool SetHomeTB(X3DObject& node, bool fixBase) {
     ShowMessage(L"Failed to find the actor model.");
     return false;
   }
-  ProgressBar bar = NewBar(3 * GetNumChildren(model), L"Storing Home Pose");
+  ProgressBar bar = ShowProgressBar(3 * GetNumChildren(model), L"Storing Home Pose");
   bool done = SetHome(node, fixBase, bar, true);
-  FinishBar(bar);
+  FinishProgressBar(bar);
   return done;
 }
 
 bool SetHome(X3DObject& node, bool fixBase, ProgressBar bar, bool initialize) {
   Model model;
-  if (!FindActorModel(node, model)) return false;
+  if (!GetActorModel(node, model)) return false;
   X3DObject root;
   if (!GetRootNode(model, root, true)) return false;
   if (CheckForEmbeddedModel(root)) {
@@ -114,19 +84,19 @@ void AddHomePose(X3DObject& node, bool recurse, ProgressBar bar) {
 
 bool GotoHomeTB(X3DObject& node) {
   Model model;
-  if (!FindActorModel(node, model)) return false;
+  if (!GetActorModel(node, model)) return false;
   X3DObject root;
   if (!GetRootNode(model, root, true)) return false;
   long count = GetNumChildren(model);
-  ProgressBar bar = NewBar(HasTag(root, kTagActor) ? count : 4 * count, L"Applying Home Pose");
+  ProgressBar bar = ShowProgressBar(HasTag(root, kTagActor) ? count : 4 * count, L"Applying Home Pose");
   bool done = GotoHome(node, bar);
-  FinishBar(bar);
+  FinishProgressBar(bar);
   return done;
 }
 
 bool GotoHome(X3DObject& node, ProgressBar bar) {
   Model model;
-  if (!FindActorModel(node, model)) return false;
+  if (!GetActorModel(node, model)) return false;
   X3DObject root;
   if (!GetRootNode(model, root, true)) return false;
   if (!HasTag(root, kTagHomePose)) return false;
@@ -169,7 +139,7 @@ bool GotoHomePose(X3DObject& node, bool pass, ProgressBar bar) {
 
 bool GotoBase(X3DObject& node) {
   Model model;
-  if (!FindActorModel(node, model)) return false;
+  if (!GetActorModel(node, model)) return false;
   X3DObject root;
   if (!GetRootNode(model, root, true)) return false;
   return GotoBasePose(root);
@@ -192,7 +162,7 @@ bool GotoBasePose(X3DObject& root) {
 
 bool RemoveFCurves(X3DObject& node) {
   Model model;
-  if (!FindActorModel(node, model)) return false;
+  if (!GetActorModel(node, model)) return false;
   CValue ignored;
   Application().ExecuteCommand(L"RemoveAllAnimation", {CValue(model.GetRef()), CValue(), 1, 9}, ignored);
   return true;

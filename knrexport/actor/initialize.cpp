@@ -34,28 +34,15 @@ bool InitializeActorTB(X3DObject& node, bool addActor) {
     ShowMessage(L"Failed to find the actor model.");
     return false;
   }
-  ProgressBar bar = Application().GetUIToolkit().GetProgressBar();
-  bar.PutCancelEnabled(false);
-  bar.PutVisible(true);
-  bar.PutMaximum(2 * GetNumChildren(model));
-  bar.PutCaption(L"Initializing Actor");
-  bar.PutStep(1);
+  ProgressBar bar = ShowProgressBar(2 * GetNumChildren(model), L"Initializing Actor");
   bool done = InitializeActor(node, addActor, bar);
-  bar.PutValue(bar.GetMaximum());
-  bar.PutVisible(false);
+  FinishProgressBar(bar);
   return done;
 }
 
 bool InitializeActor(X3DObject& node, bool addActor, ProgressBar bar) {
   Model model;
-  if (!GetModel(node, model)) {
-    ShowMessage(L"Failed to find the actor model.");
-    return false;
-  }
-  if (model.GetRef() == Application().GetActiveSceneRoot().GetRef()) {
-    ShowMessage(L"Actor descriptions must be contained by a single model (scene root not supported).");
-    return false;
-  }
+  if (!GetActorModel(node, model)) return false;
   X3DObject root;
   if (!GetRootNode(model, root, true)) return false;
   if (CheckForEmbeddedModel(root)) {

@@ -18,6 +18,18 @@ bool GetModel(X3DObject& obj, Model& model) {
   return false;
 }
 
+bool GetActorModel(X3DObject& obj, Model& model) {
+  if (!GetModel(obj, model)) {
+    ShowMessage(L"Failed to find the actor model.");
+    return false;
+  }
+  if (model.GetRef() == Application().GetActiveSceneRoot().GetRef()) {
+    ShowMessage(L"Actor descriptions must be contained by a single model (scene root not supported).");
+    return false;
+  }
+  return true;
+}
+
 bool IsLightOrCamera(X3DObject& obj) {
   for (siClassID id : {siLightID, siLightInterestID, siCameraID, siCameraInterestID}) {
     if (obj.GetClassID() == id) return true;

@@ -15,6 +15,8 @@
 
 // The nearest model holding `obj` (or `obj` itself); false when there is none.
 bool GetModel(Zyra::X3DObject& obj, Zyra::Model& model);
+// GetModel for the commands: refuses a missing model and the scene root with their messages.
+bool GetActorModel(Zyra::X3DObject& obj, Zyra::Model& model);
 // The model's single non-light, non-camera child. A polygon-mesh root with triangles is first
 // put under a new null "GlobalSRT", which becomes the root. With several or no candidates it
 // fails, with a message box naming them when `showMessage`.

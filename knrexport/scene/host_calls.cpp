@@ -26,6 +26,21 @@ void ShowMessage(const CString& text) { Ask(text, siMsgOkOnly); }
 bool AskOkCancel(const CString& text) { return Ask(text, siMsgOkCancel) != siMsgCancel; }
 bool AskYesNo(const CString& text) { return Ask(text, siMsgYesNo) == siMsgYes; }
 
+ProgressBar ShowProgressBar(long maximum, const CString& caption) {
+  ProgressBar bar = Application().GetUIToolkit().GetProgressBar();
+  bar.PutCancelEnabled(false);
+  bar.PutVisible(true);
+  bar.PutMaximum(maximum);
+  bar.PutCaption(caption);
+  bar.PutStep(1);
+  return bar;
+}
+
+void FinishProgressBar(ProgressBar& bar) {
+  bar.PutValue(bar.GetMaximum());
+  bar.PutVisible(false);
+}
+
 CString FileBrowser(const CString& filter, const CString& title, const CString& initialDir, bool open) {
   AutomationObject toolkit;
   if (!toolkit.CreateInstance(L"Zyra.UIToolkit").Succeeded()) return CString();

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "zyra/core.h"
+#include "zyra/ui.h"
 #include "zyra/x3dobject.h"
 
 // The caption of every message box the plug-in shows.
@@ -14,6 +15,11 @@ void ShowMessage(const Zyra::CString& text);
 bool AskOkCancel(const Zyra::CString& text);
 // A question with Yes and No; true for Yes.
 bool AskYesNo(const Zyra::CString& text);
+
+// The host's progress bar, shown: cancel disabled, step 1, the given maximum and caption.
+Zyra::ProgressBar ShowProgressBar(long maximum, const Zyra::CString& caption);
+// Fills the bar to its maximum and hides it: the end of a long operation.
+void FinishProgressBar(Zyra::ProgressBar& bar);
 
 // The host's file dialog: the chosen path, or empty when the user cancelled.
 Zyra::CString FileBrowser(const Zyra::CString& filter, const Zyra::CString& title,
