@@ -3,10 +3,11 @@
 
 #include <cwchar>
 
-#include "knrexport/bvh/bvh_import.h"
-
+#include "knrexport/actor/actor_tags.h"
 #include "knrexport/actor/home_pose.h"
 #include "knrexport/actor/initialize.h"
+#include "knrexport/actor/joint_limit.h"
+#include "knrexport/bvh/bvh_import.h"
 
 BVHActionOperation gAddBVHAction = &AddBVHAction;
 RenderSetupOperation gGenerateRenderSetup = nullptr;
@@ -26,14 +27,22 @@ const CommandEntry kCommands[] = {
     {L"Goto Home", L"KnrGotoHome", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Goto Home"),
      [](Zyra::X3DObject& node, bool) { return GotoHomeTB(node); }, nullptr, nullptr},
     {L"Generate", L"KnrGenerateActor", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Generate"), nullptr, nullptr, nullptr},
-    {L"Set COG", L"KnrSetCOG", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Set COG"), nullptr, nullptr, nullptr},
-    {L"Set Foot", L"KnrSetFoot", In::kNode, true, Shift::kFlagIsNotShift, KNR_NODE_MESSAGE(L"Set Foot"), nullptr, nullptr, nullptr},
-    {L"Add Col Sphere", L"KnrAddColSphere", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Add Col Sphere"), nullptr, nullptr, nullptr},
-    {L"Add Floor", L"KnrAddFloor", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Add Floor"), nullptr, nullptr, nullptr},
-    {L"Set Collision Only", L"KnrSetCollisionOnly", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Set Collision Only"), nullptr, nullptr, nullptr},
-    {L"Set Visual Only", L"KnrSetVisualOnly", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Set Visual Only"), nullptr, nullptr, nullptr},
-    {L"Set Default", L"KnrSetDefault", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Set Default"), nullptr, nullptr, nullptr},
-    {L"Add Joint Limit", L"KnrAddJointLimit", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Add Joint Limit"), nullptr, nullptr, nullptr},
+    {L"Set COG", L"KnrSetCOG", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Set COG"),
+     [](Zyra::X3DObject& n, bool) { return SetCOG(n); }, nullptr, nullptr},
+    {L"Set Foot", L"KnrSetFoot", In::kNode, true, Shift::kFlagIsNotShift, KNR_NODE_MESSAGE(L"Set Foot"),
+     [](Zyra::X3DObject& n, bool addSphere) { return SetFoot(n, addSphere); }, nullptr, nullptr},
+    {L"Add Col Sphere", L"KnrAddColSphere", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Add Col Sphere"),
+     [](Zyra::X3DObject& n, bool) { return AddColSphere(n, true).IsValid(); }, nullptr, nullptr},
+    {L"Add Floor", L"KnrAddFloor", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Add Floor"),
+     [](Zyra::X3DObject& n, bool) { return AddFloor(n); }, nullptr, nullptr},
+    {L"Set Collision Only", L"KnrSetCollisionOnly", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Set Collision Only"),
+     [](Zyra::X3DObject& n, bool) { return SetCollisionOnly(n); }, nullptr, nullptr},
+    {L"Set Visual Only", L"KnrSetVisualOnly", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Set Visual Only"),
+     [](Zyra::X3DObject& n, bool) { return SetVisualOnly(n); }, nullptr, nullptr},
+    {L"Set Default", L"KnrSetDefault", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Set Default"),
+     [](Zyra::X3DObject& n, bool) { return SetDefault(n); }, nullptr, nullptr},
+    {L"Add Joint Limit", L"KnrAddJointLimit", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Add Joint Limit"),
+     [](Zyra::X3DObject& n, bool) { return AddKinraJL(n); }, nullptr, nullptr},
     {L"Make Skill", L"KnrMakeSkill", In::kNodeOrSource, false, Shift::kNone,
      L"The Make Skill action requires selecting a single node or action source in the actor description.", nullptr, nullptr, nullptr},
     {L"Save Actor", L"KnrSaveActor", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Save Actor"), nullptr, nullptr, nullptr},
@@ -46,10 +55,14 @@ const CommandEntry kCommands[] = {
     {L"AddBVHAction", L"KnrAddBVHAction", In::kArguments, true, Shift::kNone, nullptr, nullptr, nullptr, nullptr},
     // The wording says "single node" although an action source is accepted too, as for Make Skill.
     {L"Make Loop", L"KnrMakeLoop", In::kNodeOrSource, false, Shift::kNone, KNR_NODE_MESSAGE(L"Loop Locomotion"), nullptr, nullptr, nullptr},
-    {L"Remove COG", L"KnrRemoveCOG", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Remove COG"), nullptr, nullptr, nullptr},
-    {L"Remove Foot", L"KnrRemoveFoot", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Remove Foot"), nullptr, nullptr, nullptr},
-    {L"Remove Floor", L"KnrRemoveFloor", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Remove Floor"), nullptr, nullptr, nullptr},
-    {L"Remove Joint Limit", L"KnrRemoveJointLimit", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Remove Joint Limit"), nullptr, nullptr, nullptr},
+    {L"Remove COG", L"KnrRemoveCOG", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Remove COG"),
+     [](Zyra::X3DObject& n, bool) { return RemoveCOG(n); }, nullptr, nullptr},
+    {L"Remove Foot", L"KnrRemoveFoot", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Remove Foot"),
+     [](Zyra::X3DObject& n, bool) { return RemoveFoot(n); }, nullptr, nullptr},
+    {L"Remove Floor", L"KnrRemoveFloor", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Remove Floor"),
+     [](Zyra::X3DObject& n, bool) { return RemoveFloor(n); }, nullptr, nullptr},
+    {L"Remove Joint Limit", L"KnrRemoveJointLimit", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Remove Joint Limit"),
+     [](Zyra::X3DObject& n, bool) { return RemoveJointLimit(n); }, nullptr, nullptr},
     {L"GenerateRenderSetup", L"KnrGenerateRenderSetup", In::kArguments, false, Shift::kNone, nullptr, nullptr, nullptr, nullptr},
 };
 

@@ -48,6 +48,9 @@ TEST_F(CommandTest, CreationCommandsReturnWhatTheyMake) {
   MATH::CVector3 lo, hi;
   ASSERT_TRUE(ball.GetActivePrimitive().GetGeometry().GetBoundingBox(lo, hi).Succeeded());
   EXPECT_DOUBLE_EQ(hi.GetY(), 2.5) << "a sphere is bounded by its radius";
+  ProjectItem page(Application().GetObjectFromPath(L"Fred.Ball.Sphere"));
+  EXPECT_EQ(page.GetRef(), ball.GetActivePrimitive().GetRef()) << "the primitive is reached by its name";
+  EXPECT_DOUBLE_EQ(page.GetParameterValue(L"radius").AsDouble(), 2.5);
   X3DObject light = Make(L"CreateLight", {L"Key", L"Fred"});
   EXPECT_EQ(light.GetClassID(), siLightID);
   X3DObject tri = Make(L"CreatePolygonMesh", {L"Tri", L"0,0,0 1,0,0 0,1,0", L"3,0,1,2"});

@@ -65,6 +65,7 @@ std::shared_ptr<X3D> CreatePrimitiveObject(const std::shared_ptr<X3D>& parent, c
   if (preset != L"Sphere") return nullptr;
   auto sphere = CreateX3D(parent, siX3DObjectID, L"sphere", name.empty() ? L"sphere" : name);
   auto primitive = std::make_shared<Primitive>(L"sphere");
+  primitive->name = L"Sphere";  // "Ball.Sphere" is the sphere's page: its radius
   primitive->owner = sphere;
   primitive->AddParam(MakeParam(L"radius", siDouble, CValue(1.0), CValue(0.0), CValue(1e6)));
   auto geometry = std::make_shared<Geometry>();

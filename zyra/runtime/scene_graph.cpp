@@ -150,6 +150,7 @@ std::shared_ptr<Object> X3D::Lookup(std::wstring_view wanted) const {
   if (auto found = Object::Lookup(wanted)) return found;
   if (IsLocalChannel(wanted)) return local->Lookup(wanted);
   if (primitive) {
+    if (primitive->name == wanted) return primitive;
     if (auto p = primitive->Lookup(wanted)) return p;
   }
   return nullptr;
