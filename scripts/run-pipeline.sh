@@ -31,7 +31,21 @@ if [ -n "$bvh" ]; then
   trap 'rm -rf "$tmpdir"' EXIT
   text="$(cat examples/pipeline.zys)"
   shopt -u patsub_replacement 2>/dev/null || true  # keep "&" in the path as it is
-  printf '%s\n' "${text//\"examples\/data\/pipeline.bvh\"/\"$quoted\"}" > "$tmpdir/pipeline.zys"
+  printf '%s\n' "${text//\"examples\/data\/pipeline.bvh\"/\"$quoted\"}" > "$tmpdir/named.zys"
+  # The COG and feet lines name joints of the bundled take; those the file lacks are left out
+  # (a selection line with the tagging line after it, and the lines that print them).
+  drop=()
+  for joint in Hips LeftAnkle RightAnkle; do
+    if ! grep -Eq "^[[:space:]]*(ROOT|JOINT)[[:space:]]+$joint[[:space:]]*\$" "$bvh"; then
+      echo "run-pipeline: the file has no joint $joint; the pipeline's lines that tag it are left out." >&2
+      drop+=(-e "/^SelectObj Performer\.$joint\$/{N;d}" -e "/Performer\.$joint\./d")
+    fi
+  done
+  if [ ${#drop[@]} -gt 0 ]; then
+    sed "${drop[@]}" "$tmpdir/named.zys" > "$tmpdir/pipeline.zys"
+  else
+    cp "$tmpdir/named.zys" "$tmpdir/pipeline.zys"
+  fi
   script="$tmpdir/pipeline.zys"
 fi
 build/bin/zyra "$script" --save "$out"
