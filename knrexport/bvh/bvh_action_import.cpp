@@ -97,28 +97,23 @@ bool AddBVHAction(Model& actor, const CString& path, const CString& actionName, 
   Application().ExecuteCommand(L"GetValue", {L"preferences.output_format.frame_rate"}, rate);
   const double spacing = rate.AsDouble() / (1.0 / static_cast<double>(data.frameTime));
 
-  // One curve at a time, every frame in order: each curve's keys are appended in one batch, and
-  // the memory one curve outgrows serves the next one.
+  // One curve at a time: every frame of a joint's channel goes into its curve in one call, so a
+  // long take is keyed without a host call per key.
   bar.PutCaption(L"Transferring Mocap Data");
-  std::vector<double> values(static_cast<size_t>(frames) * 3);
+  CDoubleArray times(frames);
+  for (int f = 0; f < frames; ++f) times[f] = spacing * f;
+  std::vector<CDoubleArray> channel(3, CDoubleArray(frames));
   auto keyAll = [&](FCurve& curve, int component) {
-    if (!curve.IsValid()) return;
-    curve.BeginEdit();
-    for (int f = 0; f < frames; ++f) {
-      curve.AddKey(CTime(spacing * f), values[3 * static_cast<size_t>(f) + component],
-                   kCurveInterpolation);
-    }
-    curve.EndEdit();
+    if (curve.IsValid()) curve.SetKeys(times, channel[static_cast<size_t>(component)], kCurveInterpolation);
   };
   for (size_t k = 0; k < keyed.size(); ++k) {
     MocapRecord& record = data.records[keyed[k]];
     if (record.curves[0].IsValid()) {
       for (int f = 0; f < frames; ++f) {
         const DrvVector& t = record.samples[f].translation;
-        double* v = &values[3 * static_cast<size_t>(f)];
-        v[0] = t.x;
-        v[1] = t.y;
-        v[2] = t.z;
+        channel[0][f] = t.x;
+        channel[1][f] = t.y;
+        channel[2][f] = t.z;
       }
       for (int c = 0; c < 3; ++c) keyAll(record.curves[c], c);
     }
@@ -126,12 +121,11 @@ bool AddBVHAction(Model& actor, const CString& path, const CString& actionName, 
       DrvVector radians;
       DrvQuaternion_GetEulerAngles(&record.samples[f].rotation, &radians);
       float angles[3] = {radians.x / kBvDegToRad, radians.y / kBvDegToRad, radians.z / kBvDegToRad};
-      double* v = &values[3 * static_cast<size_t>(f)];
       for (int a = 0; a < 3; ++a) {
         // Keep each curve on the side of +-180 it came from, so no key jumps by a whole turn.
         if (f > 0) angles[a] = EnforceContinuity(angles[a], record.prevAngles[a]);
         record.prevAngles[a] = angles[a];
-        v[a] = angles[a];
+        channel[static_cast<size_t>(a)][f] = angles[a];
       }
     }
     for (int a = 0; a < 3; ++a) keyAll(record.curves[3 + a], a);

@@ -419,3 +419,30 @@ TEST(Actions, SourceItemsAddedThroughTheSdkCopyTheirCurve) {
 }
 
 }  // namespace
+
+TEST(Actions, RemovingStoreMovesWholeCurvesAndCopiesCutOnes) {
+  rt::Host::Get().NewScene();
+  BuildRig(L"RigA");
+  AnimateRig(L"RigA");
+  auto posx = Param(L"RigA.Hips.kine.local.posx");
+  std::vector<rt::FCurveKey> keys = posx->fcurve->keys;
+  int interpolation = posx->fcurve->interpolation;
+  Zyra::FCurve before(CRef(posx->fcurve));
+  ASSERT_TRUE(Store(L"RigA", L"RigA.Hips.kine.local.posx", 6, L"Whole", 1, -1000, 1000).Succeeded());
+  EXPECT_FALSE(before.IsValid()) << "the parameter's curve is gone";
+  Zyra::ActionSource whole(Zyra::Model(CRef(rt::Resolve(L"RigA"))).GetSources()[0]);
+  Zyra::FCurve stored(Zyra::AnimationSourceItem(whole.GetItems()[0]).GetSource());
+  ASSERT_EQ(stored.GetKeyCount(), static_cast<long>(keys.size()));
+  EXPECT_EQ(stored.GetInterpolation(), interpolation);
+  for (long i = 0; i < stored.GetKeyCount(); ++i) {
+    EXPECT_EQ(stored.GetKeyTime(i).GetTime(), keys[static_cast<size_t>(i)].frame);
+    EXPECT_EQ(stored.GetKeyValue(i).AsDouble(), keys[static_cast<size_t>(i)].value);
+  }
+  // A range that cuts the curve stores a copy that still evaluates like it inside the range.
+  auto rotz = Param(L"RigA.Spine.kine.local.rotz");
+  double at = (rotz->fcurve->keys.front().frame + rotz->fcurve->keys.back().frame) / 2;
+  double expected = rotz->fcurve->Evaluate(at);
+  ASSERT_TRUE(Store(L"RigA", L"RigA.Spine.kine.local.rotz", 6, L"Cut", 1, at - 1, at + 1).Succeeded());
+  Zyra::ActionSource cut(Zyra::Model(CRef(rt::Resolve(L"RigA"))).GetSources()[1]);
+  EXPECT_NEAR(Zyra::FCurve(Zyra::AnimationSourceItem(cut.GetItems()[0]).GetSource()).Eval(Zyra::CTime(at)), expected, 1e-9);
+}

@@ -407,3 +407,28 @@ TEST(FCurveHandle, ChecksItsArgumentsAndFollowsItsCurve) {
 }
 
 }  // namespace
+
+TEST(FCurveHandle, SetKeysReplacesTheKeysOrRefusesAndKeepsThem) {
+  rt::Host::Get().NewScene();
+  auto null = rt::CreateX3D(rt::Host::Get().scene().root, Zyra::siX3DObjectID, L"null", L"Take");
+  Zyra::Parameter rotx(CRef(null->local->FindParam(L"rotx")->shared_from_this()));
+  FCurve curve;
+  ASSERT_TRUE(rotx.AddFCurve(Zyra::siValueFCurve, curve).Succeeded());
+  ASSERT_TRUE(curve.AddKey(CTime(50), CValue(9.0)).Succeeded());
+  Zyra::CDoubleArray frames(std::vector<double>{0, 2, 4}), values(std::vector<double>{1, 3, 5});
+  ASSERT_TRUE(curve.SetKeys(frames, values, 2).Succeeded());
+  ASSERT_EQ(curve.GetKeyCount(), 3) << "the earlier key is replaced";
+  EXPECT_DOUBLE_EQ(curve.Eval(CTime(3)), 4.0);
+  EXPECT_EQ(curve.GetKeyInterpolation(2), 2);
+  const Zyra::CDoubleArray bad[][2] = {
+      {Zyra::CDoubleArray(std::vector<double>{0, 1}), values},
+      {Zyra::CDoubleArray(std::vector<double>{0, 4, 4}), values},
+      {Zyra::CDoubleArray(std::vector<double>{0, 1, std::nan("")}), values},
+  };
+  for (const auto& b : bad) {
+    EXPECT_FALSE(curve.SetKeys(b[0], b[1]).Succeeded());
+    EXPECT_EQ(curve.GetKeyCount(), 3);
+    EXPECT_DOUBLE_EQ(curve.GetKeyValue(0).AsDouble(), 1.0);
+  }
+  EXPECT_FALSE(curve.SetKeys(frames, values, 4).Succeeded());
+}

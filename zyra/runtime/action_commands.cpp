@@ -209,7 +209,17 @@ CStatus StoreAction(const CValueArray& args, CValue& result) {
     if (type == 1) {
       item->staticValue = s.param->Evaluate(now);
     } else if (s.param->fcurve && !s.param->fcurve->keys.empty()) {
-      item->fcurve = s.param->fcurve->CloneRange(start, end);
+      const FCurveObject& curve = *s.param->fcurve;
+      bool inside = curve.editDepth == 0 && start <= curve.keys.front().frame && curve.keys.back().frame <= end;
+      if (remove && inside) {
+        // The parameter gives its curve up anyway: the keys move instead of being copied, which
+        // keeps storing a long take (millions of keys) cheap. The emptied curve is removed below.
+        item->fcurve = std::make_shared<FCurveObject>();
+        item->fcurve->interpolation = curve.interpolation;
+        item->fcurve->keys = std::move(s.param->fcurve->keys);
+      } else {
+        item->fcurve = curve.CloneRange(start, end);
+      }
     } else {
       item->fcurve = std::make_shared<FCurveObject>();
       FCurveKey key;

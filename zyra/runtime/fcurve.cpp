@@ -173,6 +173,37 @@ CStatus FCurve::PutInterpolation(int interpolation) {
   return CStatus::OK;
 }
 
+CStatus FCurve::SetKeys(const CDoubleArray& frames, const CDoubleArray& values, int keyInterpolation) {
+  auto curve = CurveOf(ref_);
+  if (!curve) return Deleted();
+  auto refuse = [&curve](const std::wstring& why) {
+    return CStatus(CStatus::InvalidArgument, L"Cannot key " + curve->FullName() + L": " + why);
+  };
+  if (frames.GetCount() != values.GetCount()) {
+    return refuse(std::to_wstring(frames.GetCount()) + L" frames for " + std::to_wstring(values.GetCount()) +
+                  L" values.");
+  }
+  if (keyInterpolation < siDefaultInterpolation || keyInterpolation > siCubicInterpolation) {
+    return refuse(L"key interpolation " + std::to_wstring(keyInterpolation) +
+                  L" is not one of 0 (curve's), 1 constant, 2 linear, 3 cubic.");
+  }
+  if (curve->editDepth > 0) return refuse(L"the curve is being edited.");
+  std::vector<rt::FCurveKey> keys(static_cast<size_t>(frames.GetCount()));
+  for (long i = 0; i < frames.GetCount(); ++i) {
+    double frame = frames[i], value = values[i];
+    if (!std::isfinite(frame) || !std::isfinite(value)) return refuse(L"key " + std::to_wstring(i) + L" is not finite.");
+    if (i > 0 && !(frame > frames[i - 1])) {
+      return refuse(L"the frames are not increasing at key " + std::to_wstring(i) + L".");
+    }
+    rt::FCurveKey& key = keys[static_cast<size_t>(i)];
+    key.frame = frame;
+    key.value = value;
+    key.interpolation = keyInterpolation;
+  }
+  curve->keys = std::move(keys);
+  return CStatus::OK;
+}
+
 CStatus FCurve::BeginEdit() {
   auto curve = CurveOf(ref_);
   if (!curve) return Deleted();

@@ -60,6 +60,10 @@ class ZYRA_API FCurve : public ProjectItem {
 
   // Between BeginEdit and EndEdit, AddKey appends without keeping the order; EndEdit sorts and
   // keeps the last key added at each frame. Edits nest; the outermost EndEdit settles the keys.
+  // Replaces every key by one key per frame, all with `keyInterpolation`: the fast way to key a
+  // long take. The frames must be finite and strictly increasing and the two arrays of one size;
+  // otherwise it fails with InvalidArgument and the curve is unchanged.
+  CStatus SetKeys(const CDoubleArray& frames, const CDoubleArray& values, int keyInterpolation = 0);
   CStatus BeginEdit();
   CStatus EndEdit();
 };
