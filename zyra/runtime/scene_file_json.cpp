@@ -89,6 +89,15 @@ bool ReadBool(const Json& j, const Path& p) {
   return j.get<bool>();
 }
 
+siClassID X3DClass(const Json& j, const Path& p) {
+  ExpectObject(j, p);
+  long cls = ReadInt(Member(j, "class", p), p / "class");
+  if (!IsX3DObjectClass(static_cast<siClassID>(cls))) {
+    Fail(p / "class", "class " + std::to_string(cls) + " is not a 3D object class");
+  }
+  return static_cast<siClassID>(cls);
+}
+
 bool IsValueType(long t) {
   switch (t) {
     case siEmpty:

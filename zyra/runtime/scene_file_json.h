@@ -66,6 +66,8 @@ double ReadNumber(const Json& j, const Path& p);
 long ReadInt(const Json& j, const Path& p, long lo = -2147483647L - 1, long hi = 2147483647L);
 bool ReadBool(const Json& j, const Path& p);
 
+// The "class" of the 3D object `j` (checked to be an object): one of the 3D object classes.
+siClassID X3DClass(const Json& j, const Path& p);
 bool IsValueType(long t);
 bool IsPropertyClass(long c);
 // Standard base64 with '=' padding; false on anything else.

@@ -66,14 +66,10 @@ void Reader::X3DContent(const Json& j, const Path& p, const std::shared_ptr<X3D>
 
 std::shared_ptr<X3D> Reader::Child(const Json& j, const Path& p, const std::shared_ptr<X3D>& parent,
                                    const std::wstring& prefix, int depth) {
-  ExpectObject(j, p);
-  long cls = ReadInt(Member(j, "class", p), p / "class");
-  if (!IsX3DObjectClass(static_cast<siClassID>(cls))) {
-    Fail(p / "class", "class " + std::to_string(cls) + " is not a 3D object class");
-  }
+  const siClassID cls = X3DClass(j, p);
   std::wstring type = ReadString(Member(j, "type", p), p / "type");
   std::wstring name = ReadName(Member(j, "name", p), p / "name");
-  auto object = CreateX3D(parent, static_cast<siClassID>(cls), type, name);
+  auto object = CreateX3D(parent, cls, type, name);
   object->name = name;  // unique within the file; made unique in the scene on import
   Register(prefix + name, object, p / "name");
   std::wstring childPrefix = cls == siModelID ? prefix + name + L"." : prefix;

@@ -57,14 +57,10 @@ CStatus Structural(const std::string& fileName, const FormatError& e) {
 std::shared_ptr<X3D> BranchTop(Reader& reader, const Json& top, const Path& p,
                                const std::shared_ptr<X3D>& parent, const std::wstring& fullName,
                                const std::wstring& name) {
-  ExpectObject(top, p);
-  long cls = ReadInt(Member(top, "class", p), p / "class");
-  if (!IsX3DObjectClass(static_cast<siClassID>(cls))) {
-    Fail(p / "class", "class " + std::to_string(cls) + " is not a 3D object class");
-  }
+  const siClassID cls = X3DClass(top, p);
   std::wstring fileName = ReadName(Member(top, "name", p), p / "name");
   std::wstring type = ReadString(Member(top, "type", p), p / "type");
-  auto object = CreateX3D(parent, static_cast<siClassID>(cls), type, name);
+  auto object = CreateX3D(parent, cls, type, name);
   object->name = name;
   reader.Register(fullName, object, p / "name");
   std::wstring prefix;
