@@ -110,6 +110,49 @@ TEST_F(CommandTest, BadArgumentsFailWithClearMessagesAndChangeNothing) {
   EXPECT_EQ(Message(Run(L"NoSuchCommand", {})), "Unknown command \"NoSuchCommand\".");
 }
 
+// The argument readers every host command shares.
+TEST_F(CommandTest, ArgumentHelpersReadOnlyWhatTheyCanRepresent) {
+  {  // positions past the end (or before the start) are empty values
+    const CValueArray args = {1, L"x"};
+    EXPECT_EQ(rt::Arg(args, 1).GetAsText().Wide(), L"x");
+    EXPECT_TRUE(rt::Arg(args, 2).IsEmpty());
+    EXPECT_TRUE(rt::Arg(args, -1).IsEmpty());
+    EXPECT_TRUE(rt::Arg(CValueArray(), 0).IsEmpty());
+  }
+  {  // numbers: numeric values and texts; nothing else, nothing infinite
+    double d = -7;
+    EXPECT_TRUE(rt::ArgNumber(CValue(L"-2.5e1"), d));
+    EXPECT_EQ(d, -25.0);
+    EXPECT_TRUE(rt::ArgNumber(CValue(true), d));
+    EXPECT_EQ(d, 1.0);
+    for (const CValue& bad : {CValue(), CValue(L"ten"), CValue(L""), CValue(CValueArray{1}),
+                              CValue(CRef()), CValue(1e308 * 10)}) {
+      EXPECT_FALSE(rt::ArgNumber(bad, d)) << bad.GetAsText().GetAsciiString();
+    }
+  }
+  {  // integers: whole numbers that fit, never a value cast out of range
+    int n = 0;
+    EXPECT_TRUE(rt::ArgInteger(CValue(L"12"), n));
+    EXPECT_EQ(n, 12);
+    EXPECT_TRUE(rt::ArgInteger(CValue(-1e9), n));
+    EXPECT_EQ(n, -1000000000);
+    n = 5;
+    for (const CValue& bad : {CValue(2.5), CValue(4294967297.0), CValue(1e12), CValue(-3e9),
+                              CValue(L"1e300")}) {
+      EXPECT_FALSE(rt::ArgInteger(bad, n)) << bad.GetAsText().GetAsciiString();
+    }
+    EXPECT_EQ(n, 5) << "a refused integer leaves the output alone";
+  }
+  EXPECT_EQ(rt::Quoted(CValue(L"a b")), L"\"a b\"");
+  {  // through commands: an integer argument too large for an int is refused, not wrapped
+    Make(L"CreateNull", {L"A"});
+    EXPECT_EQ(Message(Run(L"Rotate", {L"A", 0, 0, 0, 4294967297.0})),
+              "Rotate: delta must be 0 (absolute) or 1 (relative), got \"4294967297\".");
+    EXPECT_FALSE(Run(L"SetKey", {L"A.posx", 1, 0, 4294967298.0}).Succeeded());
+    EXPECT_FALSE(Parameter(Application().GetObjectFromPath(L"A.posx")).IsAnimated());
+  }
+}
+
 TEST_F(CommandTest, ValuesAndDefinitionsThroughPaths) {
   Make(L"CreateNull", {L"A"});
   X3DObject b = Make(L"CreateNull", {L"B", L"A"});

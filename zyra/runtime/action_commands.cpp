@@ -11,29 +11,6 @@ namespace Zyra::rt {
 
 namespace {
 
-const CValue& Arg(const CValueArray& args, long i) {
-  static const CValue kEmpty;
-  return i < args.GetCount() ? args[i] : kEmpty;
-}
-
-std::wstring Quoted(const CValue& value) { return L"\"" + value.GetAsText().Wide() + L"\""; }
-
-// A finite number from a numeric, bool or numeric-text argument.
-bool ReadNumber(const CValue& value, double& out) {
-  if (value.IsEmpty() || value.GetType() == siRef || value.GetType() == siArray) return false;
-  CValue number;
-  if (!value.ChangeType(siDouble, number).Succeeded()) return false;
-  out = number.AsDouble();
-  return std::isfinite(out);
-}
-
-bool ReadInt(const CValue& value, int& out) {
-  double number = 0;
-  if (!ReadNumber(value, number) || number != std::floor(number)) return false;
-  out = static_cast<int>(number);
-  return true;
-}
-
 std::shared_ptr<ModelObject> ModelArg(const CValue& value) {
   return std::dynamic_pointer_cast<ModelObject>(ArgObject(value));
 }
@@ -91,14 +68,14 @@ CStatus SetKey(const CValueArray& args, CValue& result) {
   if (param->valueType == siString)
     return ArgError(kCmd, param->FullName() + L" holds text and cannot be keyed.");
   FCurveKey key;
-  if (!ReadNumber(Arg(args, 1), key.frame)) {
+  if (!ArgNumber(Arg(args, 1), key.frame)) {
     return ArgError(kCmd, L"the frame " + Quoted(Arg(args, 1)) + L" is not a finite number.");
   }
-  if (!ReadNumber(Arg(args, 2), key.value)) {
+  if (!ArgNumber(Arg(args, 2), key.value)) {
     return ArgError(kCmd, L"the value " + Quoted(Arg(args, 2)) + L" for " + param->FullName() +
                               L" is not a finite number.");
   }
-  if (!Arg(args, 3).IsEmpty() && (!ReadInt(Arg(args, 3), key.interpolation) ||
+  if (!Arg(args, 3).IsEmpty() && (!ArgInteger(Arg(args, 3), key.interpolation) ||
                                   key.interpolation < 0 || key.interpolation > 3)) {
     return ArgError(kCmd, L"the interpolation " + Quoted(Arg(args, 3)) +
                               L" is not 0 (curve's), 1 constant, 2 linear or 3 cubic.");
@@ -117,7 +94,7 @@ CStatus RemoveKey(const CValueArray& args, CValue& result) {
   long removed = static_cast<long>(param->fcurve->keys.size());
   if (!Arg(args, 1).IsEmpty()) {
     double frame = 0;
-    if (!ReadNumber(Arg(args, 1), frame)) {
+    if (!ArgNumber(Arg(args, 1), frame)) {
       return ArgError(kCmd, L"the frame " + Quoted(Arg(args, 1)) + L" is not a finite number.");
     }
     long index = param->fcurve->FindKey(frame);
@@ -154,7 +131,7 @@ CStatus StoreAction(const CValueArray& args, CValue& result) {
   if (objects.empty()) return ArgError(kCmd, L"no parameters to store.");
 
   int type = 6;
-  if (!Arg(args, 2).IsEmpty() && (!ReadInt(Arg(args, 2), type) || (type != 1 && type != 6))) {
+  if (!Arg(args, 2).IsEmpty() && (!ArgInteger(Arg(args, 2), type) || (type != 1 && type != 6))) {
     return ArgError(
         kCmd, L"the type " + Quoted(Arg(args, 2)) + L" is not 6 (fcurves) or 1 (current values).");
   }
@@ -164,10 +141,10 @@ CStatus StoreAction(const CValueArray& args, CValue& result) {
   bool remove = Arg(args, 4).AsBool();
   double start = PlayControl(L"In");
   double end = PlayControl(L"Out");
-  if (!Arg(args, 5).IsEmpty() && !ReadNumber(Arg(args, 5), start)) {
+  if (!Arg(args, 5).IsEmpty() && !ArgNumber(Arg(args, 5), start)) {
     return ArgError(kCmd, L"the start frame " + Quoted(Arg(args, 5)) + L" is not a number.");
   }
-  if (!Arg(args, 6).IsEmpty() && !ReadNumber(Arg(args, 6), end)) {
+  if (!Arg(args, 6).IsEmpty() && !ArgNumber(Arg(args, 6), end)) {
     return ArgError(kCmd, L"the end frame " + Quoted(Arg(args, 6)) + L" is not a number.");
   }
   if (start > end) {
@@ -342,7 +319,7 @@ CStatus RemoveAllAnimation(const CValueArray& args, CValue& result) {
   std::vector<std::wstring> filter = SplitNames(filterArg.GetAsText().Wide());
   bool branch = Arg(args, 2).AsBool();
   int sourceType = 9;
-  if (!Arg(args, 3).IsEmpty() && !ReadInt(Arg(args, 3), sourceType)) {
+  if (!Arg(args, 3).IsEmpty() && !ArgInteger(Arg(args, 3), sourceType)) {
     return ArgError(kCmd, L"the source type " + Quoted(Arg(args, 3)) + L" is not a number.");
   }
   // Fcurves are the only animation sources this host has; asking for another kind removes nothing.

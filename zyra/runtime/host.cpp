@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
@@ -196,6 +197,29 @@ CStatus ArgObjects(const CValue& arg, std::vector<std::shared_ptr<Object>>& out)
     start = comma + 1;
   }
   return CStatus::OK;
+}
+
+const CValue& Arg(const CValueArray& args, long i) {
+  static const CValue kEmpty;
+  return i >= 0 && i < args.GetCount() ? args[i] : kEmpty;
+}
+
+std::wstring Quoted(const CValue& arg) { return L"\"" + arg.GetAsText().Wide() + L"\""; }
+
+bool ArgNumber(const CValue& arg, double& out) {
+  CValue number;
+  if (!arg.ChangeType(siDouble, number).Succeeded()) return false;
+  out = number.AsDouble();
+  return std::isfinite(out);
+}
+
+bool ArgInteger(const CValue& arg, int& out) {
+  double number = 0;
+  if (!ArgNumber(arg, number) || number != std::floor(number) || std::fabs(number) > 1e9) {
+    return false;
+  }
+  out = static_cast<int>(number);
+  return true;
 }
 
 CStatus ArgError(std::wstring_view command, const std::wstring& what) {

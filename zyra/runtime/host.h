@@ -171,6 +171,15 @@ CStatus RunScriptText(const std::wstring& text, const std::string& origin,
 
 // ---- Argument helpers for host commands --------------------------------------------------------
 
+// The argument at `i`; an empty value past the end (arguments are optional from the end).
+const CValue& Arg(const CValueArray& args, long i);
+// An argument as messages quote it: its text between double quotes.
+std::wstring Quoted(const CValue& arg);
+// A finite number from a numeric, bool or numeric-text argument; empty, references and arrays
+// are not numbers.
+bool ArgNumber(const CValue& arg, double& out);
+// A whole number of at most 1e9 in size (kept well inside int) read as ArgNumber does.
+bool ArgInteger(const CValue& arg, int& out);
 
 // The object an argument names: a reference, or a name / full name / path string.
 std::shared_ptr<Object> ArgObject(const CValue& arg);

@@ -16,29 +16,23 @@ constexpr double kDegToRad = kPi / 180.0;
 const wchar_t* const kChannelNames[9] = {L"posx", L"posy", L"posz", L"rotx", L"roty",
                                          L"rotz", L"sclx", L"scly", L"sclz"};
 
-// Reads a numeric argument; an empty (missing) argument gives `fallback`.
-bool ArgNumber(const CValue& arg, double fallback, double& out) {
+// A numeric argument; an empty (missing) argument gives `fallback`.
+bool NumberOr(const CValue& arg, double fallback, double& out) {
   if (arg.IsEmpty()) {
     out = fallback;
     return true;
   }
-  CValue converted;
-  if (!arg.ChangeType(siDouble, converted).Succeeded()) return false;
-  out = converted.AsDouble();
-  return std::isfinite(out);
+  return ArgNumber(arg, out);
 }
 
-// Reads an integer argument (a number with no fractional part); empty gives `fallback`.
-bool ArgInteger(const CValue& arg, int fallback, int& out) {
-  double value = 0;
-  if (!ArgNumber(arg, fallback, value) || value != std::floor(value) || std::fabs(value) > 1e9) {
-    return false;
+// An integer argument; an empty (missing) argument gives `fallback`.
+bool IntegerOr(const CValue& arg, int fallback, int& out) {
+  if (arg.IsEmpty()) {
+    out = fallback;
+    return true;
   }
-  out = static_cast<int>(value);
-  return true;
+  return ArgInteger(arg, out);
 }
-
-std::wstring Text(const CValue& v) { return L"\"" + v.GetAsText().Wide() + L"\""; }
 
 // The 3D objects an argument names; an empty argument means the selection. Fails naming the
 // command and the first thing that is not a 3D object.
@@ -74,24 +68,25 @@ enum RotateRef : int { kRefGlobal = 1, kRefLocal = 2 };
 // turn is relative and global. Children follow their parent.
 CStatus RotateCommand(const CValueArray& args, CValue& /*result*/) {
   constexpr std::wstring_view kName = L"Rotate";
-  auto arg = [&args](long i) { return i < args.GetCount() ? args[i] : CValue(); };
 
   double angles[3];
   for (int a = 0; a < 3; ++a) {
-    if (!ArgNumber(arg(1 + a), 0.0, angles[a])) {
-      return ArgError(kName, L"the angle " + Text(arg(1 + a)) + L" is not a number.");
+    if (!NumberOr(Arg(args, 1 + a), 0.0, angles[a])) {
+      return ArgError(kName, L"the angle " + Quoted(Arg(args, 1 + a)) + L" is not a number.");
     }
   }
   int delta = 0, refmode = 0;
-  if (!ArgInteger(arg(4), 1, delta) || (delta != 0 && delta != 1)) {
-    return ArgError(kName,
-                    L"delta must be 0 (absolute) or 1 (relative), got " + Text(arg(4)) + L".");
+  if (!IntegerOr(Arg(args, 4), 1, delta) || (delta != 0 && delta != 1)) {
+    return ArgError(
+        kName, L"delta must be 0 (absolute) or 1 (relative), got " + Quoted(Arg(args, 4)) + L".");
   }
-  if (!ArgInteger(arg(5), kRefGlobal, refmode) || (refmode != kRefGlobal && refmode != kRefLocal)) {
-    return ArgError(kName, L"refmode must be 1 (global) or 2 (local), got " + Text(arg(5)) + L".");
+  if (!IntegerOr(Arg(args, 5), kRefGlobal, refmode) ||
+      (refmode != kRefGlobal && refmode != kRefLocal)) {
+    return ArgError(kName,
+                    L"refmode must be 1 (global) or 2 (local), got " + Quoted(Arg(args, 5)) + L".");
   }
   std::vector<std::shared_ptr<X3D>> objects;
-  CStatus status = ArgX3DObjects(kName, arg(0), objects);
+  CStatus status = ArgX3DObjects(kName, Arg(args, 0), objects);
   if (!status.Succeeded()) return status;
 
   const double frame = Host::Get().CurrentFrame();
@@ -227,25 +222,24 @@ void ApplyReset(const ResetPlan& plan, double frame) {
 // global transforms. `reference` must be 1 (the object's own local transform).
 CStatus ResetTransformCommand(const CValueArray& args, CValue& /*result*/) {
   constexpr std::wstring_view kName = L"ResetTransform";
-  auto arg = [&args](long i) { return i < args.GetCount() ? args[i] : CValue(); };
 
   int reference = 0, parts = 0, axes = 0;
-  if (!ArgInteger(arg(1), 1, reference) || reference != 1) {
+  if (!IntegerOr(Arg(args, 1), 1, reference) || reference != 1) {
     return ArgError(kName, L"the reference must be 1 (the object's local transform), got " +
-                               Text(arg(1)) + L".");
+                               Quoted(Arg(args, 1)) + L".");
   }
-  if (!ArgInteger(arg(2), 7, parts) || parts < 1 || parts > 7) {
+  if (!IntegerOr(Arg(args, 2), 7, parts) || parts < 1 || parts > 7) {
     return ArgError(kName,
                     L"the parts to reset must combine 1 (scaling), 2 (rotation) and "
                     L"4 (translation), got " +
-                        Text(arg(2)) + L".");
+                        Quoted(Arg(args, 2)) + L".");
   }
-  if (!ArgInteger(arg(3), 7, axes) || axes < 1 || axes > 7) {
-    return ArgError(kName,
-                    L"the axes must combine 1 (X), 2 (Y) and 4 (Z), got " + Text(arg(3)) + L".");
+  if (!IntegerOr(Arg(args, 3), 7, axes) || axes < 1 || axes > 7) {
+    return ArgError(
+        kName, L"the axes must combine 1 (X), 2 (Y) and 4 (Z), got " + Quoted(Arg(args, 3)) + L".");
   }
   std::vector<std::shared_ptr<X3D>> objects;
-  CStatus status = ArgX3DObjects(kName, arg(0), objects);
+  CStatus status = ArgX3DObjects(kName, Arg(args, 0), objects);
   if (!status.Succeeded()) return status;
 
   // Check every object before changing any, so a refusal leaves the scene as it was.

@@ -11,8 +11,6 @@ namespace Zyra::rt {
 
 namespace {
 
-CValue Arg(const CValueArray& args, long i) { return i < args.GetCount() ? args[i] : CValue(); }
-
 // The parent argument at `i`: the scene root when empty, else a 3D object.
 CStatus ParentArg(std::wstring_view command, const CValueArray& args, long i, std::shared_ptr<X3D>& out) {
   CValue v = Arg(args, i);
@@ -21,7 +19,7 @@ CStatus ParentArg(std::wstring_view command, const CValueArray& args, long i, st
     return CStatus::OK;
   }
   out = std::dynamic_pointer_cast<X3D>(ArgObject(v));
-  if (!out) return ArgError(command, L"\"" + v.GetAsText().Wide() + L"\" is not a 3D object to put it under.");
+  if (!out) return ArgError(command, Quoted(v) + L" is not a 3D object to put it under.");
   return CStatus::OK;
 }
 
@@ -40,7 +38,8 @@ CStatus NumbersArg(std::wstring_view command, const CValue& v, std::vector<doubl
   if (v.GetType() == siArray) {
     for (const CValue& item : v.AsArray()) {
       CValue d;
-      if (!item.ChangeType(siDouble, d).Succeeded()) return ArgError(command, L"\"" + item.GetAsText().Wide() + L"\" is not a number.");
+      if (!item.ChangeType(siDouble, d).Succeeded())
+        return ArgError(command, Quoted(item) + L" is not a number.");
       out.push_back(d.AsDouble());
     }
     return CStatus::OK;
@@ -254,7 +253,7 @@ CStatus CreateGroupCommand(const CValueArray& args, CValue& result) {
 CStatus ApplyEnvelopeCommand(const CValueArray& args, CValue& result) {
   const wchar_t* command = L"ApplyEnvelope";
   auto mesh = std::dynamic_pointer_cast<X3D>(ArgObject(Arg(args, 0)));
-  if (!mesh) return ArgError(command, L"\"" + Arg(args, 0).GetAsText().Wide() + L"\" is not a 3D object.");
+  if (!mesh) return ArgError(command, Quoted(Arg(args, 0)) + L" is not a 3D object.");
   std::vector<std::shared_ptr<X3D>> deformers;
   for (long i = 1; i < args.GetCount(); ++i) {
     std::vector<std::shared_ptr<Object>> some;
@@ -275,7 +274,7 @@ CStatus SetDeformerWeightsCommand(const CValueArray& args, CValue&) {
   const wchar_t* command = L"SetDeformerWeights";
   auto mesh = std::dynamic_pointer_cast<X3D>(ArgObject(Arg(args, 0)));
   if (!mesh || mesh->envelopes.empty()) {
-    return ArgError(command, L"\"" + Arg(args, 0).GetAsText().Wide() + L"\" has no envelope.");
+    return ArgError(command, Quoted(Arg(args, 0)) + L" has no envelope.");
   }
   auto deformer = ArgObject(Arg(args, 1));
   if (!deformer) return ArgError(command, L"no object is named \"" + Arg(args, 1).GetAsText().Wide() + L"\".");

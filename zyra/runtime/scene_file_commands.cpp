@@ -7,7 +7,7 @@ namespace {
 
 // A file-name argument: a non-empty string.
 bool FileArg(const CValueArray& args, long i, std::string& out) {
-  if (i >= args.GetCount() || args[i].GetType() != siString) return false;
+  if (Arg(args, i).GetType() != siString) return false;
   out = args[i].GetAsText().GetAsciiString();
   return !out.empty();
 }
@@ -15,10 +15,10 @@ bool FileArg(const CValueArray& args, long i, std::string& out) {
 // "ZrExportDotZyraFile"(object, file): writes the object's branch with the export options.
 CStatus ExportCommand(const CValueArray& args, CValue& result) {
   const wchar_t* name = L"ZrExportDotZyraFile";
-  auto object = args.GetCount() > 0 ? std::dynamic_pointer_cast<X3D>(ArgObject(args[0])) : nullptr;
+  auto object = std::dynamic_pointer_cast<X3D>(ArgObject(Arg(args, 0)));
   if (!object) {
-    return ArgError(name, L"the first argument must name a 3D object, got \"" +
-                              (args.GetCount() > 0 ? args[0].GetAsText().Wide() : L"") + L"\".");
+    return ArgError(
+        name, L"the first argument must name a 3D object, got " + Quoted(Arg(args, 0)) + L".");
   }
   std::string file;
   if (!FileArg(args, 1, file)) return ArgError(name, L"the second argument must be a file name.");
@@ -33,11 +33,11 @@ CStatus ImportCommand(const CValueArray& args, CValue& result) {
   std::string file;
   if (!FileArg(args, 0, file)) return ArgError(name, L"the first argument must be a file name.");
   std::shared_ptr<X3D> parent = Host::Get().scene().root;
-  if (args.GetCount() > 1 && !args[1].IsEmpty()) {
+  if (!Arg(args, 1).IsEmpty()) {
     parent = std::dynamic_pointer_cast<X3D>(ArgObject(args[1]));
     if (!parent) {
-      return ArgError(name, L"the second argument must name a 3D object, got \"" +
-                                args[1].GetAsText().Wide() + L"\".");
+      return ArgError(name,
+                      L"the second argument must name a 3D object, got " + Quoted(args[1]) + L".");
     }
   }
   std::shared_ptr<X3D> top;

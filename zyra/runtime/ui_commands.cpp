@@ -170,16 +170,16 @@ class PageRun {
 
 // InspectObj(objects, keywords, title, mode, throw): see docs/host-ui.md.
 CStatus InspectObjCommand(const CValueArray& args, CValue& result) {
-  if (args.GetCount() < 1 || args[0].IsEmpty()) {
+  if (Arg(args, 0).IsEmpty()) {
     return ArgError(L"InspectObj", L"no object to inspect was given.");
   }
   std::vector<std::shared_ptr<Object>> objects;
   CStatus status = ArgObjects(args[0], objects);
   if (!status.Succeeded()) return ArgError(L"InspectObj", status.GetMessage().Wide());
   if (objects.empty()) return ArgError(L"InspectObj", L"no object to inspect was given.");
-  std::wstring title = args.GetCount() > 2 ? args[2].GetAsText().Wide() : std::wstring();
+  std::wstring title = Arg(args, 2).GetAsText().Wide();
   if (title.empty()) title = objects.front()->FullName();
-  bool throwOnCancel = args.GetCount() > 4 && args[4].AsBool();
+  bool throwOnCancel = Arg(args, 4).AsBool();
 
   PageAnswer answer;
   bool answered = TakePageAnswer(title, answer);
@@ -196,7 +196,7 @@ CStatus InspectObjCommand(const CValueArray& args, CValue& result) {
 // picked, 0 when nothing was.
 CStatus PickObjectCommand(const CValueArray& args, CValue& result) {
   Host& host = Host::Get();
-  std::wstring prompt = args.GetCount() > 0 ? args[0].GetAsText().Wide() : std::wstring();
+  std::wstring prompt = Arg(args, 0).GetAsText().Wide();
   auto& picks = host.ui().pickAnswers;
   std::shared_ptr<Object> picked;
   std::wstring name;

@@ -11,8 +11,6 @@ namespace Zyra::rt {
 
 namespace {
 
-CValue Arg(const CValueArray& args, long i) { return i < args.GetCount() ? args[i] : CValue(); }
-
 CStatus ParameterArg(std::wstring_view command, const CValue& v, std::shared_ptr<Parameter>& out) {
   auto object = ArgObject(v);
   if (!object) return ArgError(command, L"no parameter is named \"" + v.GetAsText().Wide() + L"\".");
@@ -105,7 +103,7 @@ CStatus ExportRenderArchiveCommand(const CValueArray& args, CValue&) {
   const wchar_t* command = L"ExportRenderArchive";
   auto pass = ArgObject(Arg(args, 0));
   if (!pass || pass->classId != siPassID) {
-    return ArgError(command, L"\"" + Arg(args, 0).GetAsText().Wide() + L"\" is not a pass.");
+    return ArgError(command, Quoted(Arg(args, 0)) + L" is not a pass.");
   }
   long first = Arg(args, 1).IsEmpty() ? 1 : Arg(args, 1).AsInt();
   long last = Arg(args, 2).IsEmpty() ? first : Arg(args, 2).AsInt();

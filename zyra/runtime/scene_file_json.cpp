@@ -1,0 +1,170 @@
+// Scene-file reading, the JSON side: typed, checked access to the elements of the document.
+#include "scene_file_json.h"
+
+#include <cmath>
+
+namespace Zyra::rt::scene_reading {
+
+[[noreturn]] void Fail(const Path& p, const std::string& what) {
+  throw FormatError{p.Text(), what};
+}
+
+std::string Describe(const Json& j) {
+  switch (j.type()) {
+    case Json::value_t::null:
+      return "null";
+    case Json::value_t::boolean:
+      return "true/false";
+    case Json::value_t::string:
+      return "a string";
+    case Json::value_t::object:
+      return "an object";
+    case Json::value_t::array:
+      return "an array";
+    default:
+      return "a number";
+  }
+}
+
+const Json& ExpectObject(const Json& j, const Path& p) {
+  if (!j.is_object()) Fail(p, "expected an object, found " + Describe(j));
+  return j;
+}
+
+const Json& ExpectArray(const Json& j, const Path& p) {
+  if (!j.is_array()) Fail(p, "expected an array, found " + Describe(j));
+  return j;
+}
+
+// The member `key` of an object (checked by the caller); null when absent.
+const Json* Find(const Json& object, const char* key) {
+  auto it = object.find(key);
+  return it == object.end() ? nullptr : &*it;
+}
+
+const Json& Member(const Json& object, const char* key, const Path& p) {
+  const Json* found = Find(object, key);
+  if (!found) Fail(p, std::string("missing \"") + key + "\"");
+  return *found;
+}
+
+std::wstring ReadString(const Json& j, const Path& p) {
+  if (!j.is_string()) Fail(p, "expected a string, found " + Describe(j));
+  return FromUtf8(j.get_ref<const std::string&>());
+}
+
+// An object, property or parameter name: not empty, no '.' (it separates path segments).
+std::wstring ReadName(const Json& j, const Path& p) {
+  std::wstring name = ReadString(j, p);
+  if (name.empty()) Fail(p, "a name cannot be empty");
+  if (name.find_first_of(L".,") != std::wstring::npos) {
+    Fail(p, "\"" + ToUtf8(name) + "\" is not a name (it holds '.' or ',')");
+  }
+  return name;
+}
+
+double ReadNumber(const Json& j, const Path& p) {
+  if (j.is_number()) return j.get<double>();
+  if (j.is_string()) {
+    const auto& s = j.get_ref<const std::string&>();
+    if (s == "inf") return HUGE_VAL;
+    if (s == "-inf") return -HUGE_VAL;
+    if (s == "nan") return std::nan("");
+  }
+  Fail(p, "expected a number, found " + Describe(j));
+}
+
+long ReadInt(const Json& j, const Path& p, long lo, long hi) {
+  if (!j.is_number_integer()) Fail(p, "expected an integer, found " + Describe(j));
+  if (j.is_number_unsigned() ? j.get<uint64_t>() > static_cast<uint64_t>(hi)
+                             : (j.get<int64_t>() < lo || j.get<int64_t>() > hi)) {
+    Fail(p,
+         "integer " + j.dump() + " out of range " + std::to_string(lo) + ".." + std::to_string(hi));
+  }
+  return static_cast<long>(j.get<int64_t>());
+}
+
+bool ReadBool(const Json& j, const Path& p) {
+  if (!j.is_boolean()) Fail(p, "expected true or false, found " + Describe(j));
+  return j.get<bool>();
+}
+
+siClassID X3DClass(const Json& j, const Path& p) {
+  ExpectObject(j, p);
+  long cls = ReadInt(Member(j, "class", p), p / "class");
+  if (!IsX3DObjectClass(static_cast<siClassID>(cls))) {
+    Fail(p / "class", "class " + std::to_string(cls) + " is not a 3D object class");
+  }
+  return static_cast<siClassID>(cls);
+}
+
+bool IsValueType(long t) {
+  switch (t) {
+    case siEmpty:
+    case siInt4:
+    case siFloat:
+    case siDouble:
+    case siString:
+    case siBool:
+    case siArray:
+    case siRef:
+      return true;
+    default:
+      return false;
+  }
+}
+
+bool IsPropertyClass(long c) {
+  switch (c) {
+    case siPropertyID:
+    case siCustomPropertyID:
+    case siUserDataBlobID:
+    case siKinematicsID:
+    case siKinematicStateID:
+    case siPreferencesID:
+      return true;
+    default:
+      return false;
+  }
+}
+
+bool DecodeBase64(const std::string& text, std::vector<uint8_t>& out) {
+  auto digit = [](char c) -> int {
+    if (c >= 'A' && c <= 'Z') return c - 'A';
+    if (c >= 'a' && c <= 'z') return c - 'a' + 26;
+    if (c >= '0' && c <= '9') return c - '0' + 52;
+    if (c == '+') return 62;
+    if (c == '/') return 63;
+    return -1;
+  };
+  if (text.size() % 4 != 0) return false;
+  out.clear();
+  out.reserve(text.size() / 4 * 3);
+  for (size_t i = 0; i < text.size(); i += 4) {
+    bool last = i + 4 == text.size();
+    int pad = last ? (text[i + 3] == '=') + (text[i + 2] == '=') : 0;
+    if (pad == 1 && text[i + 2] == '=') return false;
+    uint32_t n = 0;
+    for (size_t k = 0; k < 4; ++k) {
+      int d = k >= 4 - static_cast<size_t>(pad) ? 0 : digit(text[i + k]);
+      if (d < 0) return false;
+      n = (n << 6) | static_cast<uint32_t>(d);
+    }
+    out.push_back(static_cast<uint8_t>(n >> 16));
+    if (pad < 2) out.push_back(static_cast<uint8_t>(n >> 8));
+    if (pad < 1) out.push_back(static_cast<uint8_t>(n));
+  }
+  return true;
+}
+
+std::wstring FileStem(const std::string& fileName) {
+  std::string stem = fileName.substr(fileName.find_last_of('/') + 1);
+  size_t dot = stem.rfind('.');
+  if (dot != std::string::npos && dot > 0) stem.erase(dot);
+  for (char& c : stem) {
+    if (c == '.' || c == ',') c = '_';
+  }
+  return stem.empty() ? L"Model" : FromUtf8(stem);
+}
+
+}  // namespace Zyra::rt::scene_reading

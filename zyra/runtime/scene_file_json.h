@@ -1,0 +1,78 @@
+// Scene-file reading, the JSON side: where an element sits in the document (for messages), the
+// error a malformed element raises, and the checked readers of names, numbers and values every
+// part of the reader uses. Private to the scene-file reader.
+#pragma once
+
+#include <cstdint>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "zyra/core.h"
+
+namespace Zyra::rt::scene_reading {
+
+using Json = nlohmann::json;
+
+// Children may nest this deep; a deeper file is refused rather than exhausting the stack.
+inline constexpr int kMaxDepth = 1000;
+
+// The place of an element in the document, kept on the stack and turned into text
+// ("scene.root.children[2].name") only for a message.
+struct Path {
+  const Path* parent = nullptr;
+  const char* key = nullptr;  // null: an array index
+  size_t index = 0;
+
+  // A child path points at its parent: only a named path (not a temporary) can have one.
+  Path operator/(const char* k) const& { return Path{this, k, 0}; }
+  Path operator[](size_t i) const& { return Path{this, nullptr, i}; }
+  Path operator/(const char* k) const&& = delete;
+  Path operator[](size_t i) const&& = delete;
+  std::string Text() const {
+    if (!parent && !key) return std::string();  // the document itself
+    std::string head = parent ? parent->Text() : std::string();
+    if (key) return head.empty() ? key : head + "." + key;
+    return head + "[" + std::to_string(index) + "]";
+  }
+};
+
+struct FormatError {
+  std::string where;
+  std::string what;
+};
+
+// Throws the FormatError for the element at `p`.
+[[noreturn]] void Fail(const Path& p, const std::string& what);
+
+// The kind of a JSON value as a message names it ("a string", "an array", ...).
+std::string Describe(const Json& j);
+
+// `j` itself when it is an object (an array), else a failure at `p`.
+const Json& ExpectObject(const Json& j, const Path& p);
+const Json& ExpectArray(const Json& j, const Path& p);
+
+// The member `key` of an object (checked by the caller); null when absent.
+const Json* Find(const Json& object, const char* key);
+// The member `key` of an object; a failure at `p` when absent.
+const Json& Member(const Json& object, const char* key, const Path& p);
+
+std::wstring ReadString(const Json& j, const Path& p);
+// An object, property or parameter name: not empty, no '.' (it separates path segments).
+std::wstring ReadName(const Json& j, const Path& p);
+// A number, or one of the strings "inf", "-inf" and "nan".
+double ReadNumber(const Json& j, const Path& p);
+// An integer within lo..hi.
+long ReadInt(const Json& j, const Path& p, long lo = -2147483647L - 1, long hi = 2147483647L);
+bool ReadBool(const Json& j, const Path& p);
+
+// The "class" of the 3D object `j` (checked to be an object): one of the 3D object classes.
+siClassID X3DClass(const Json& j, const Path& p);
+bool IsValueType(long t);
+bool IsPropertyClass(long c);
+// Standard base64 with '=' padding; false on anything else.
+bool DecodeBase64(const std::string& text, std::vector<uint8_t>& out);
+// The file's name without folder and extension, made a valid object name ("Model" if empty).
+std::wstring FileStem(const std::string& fileName);
+
+}  // namespace Zyra::rt::scene_reading

@@ -1,0 +1,217 @@
+// The scene-file reader, scene level: checks the file's header, reads a whole scene (root,
+// passes, groups, play control, preferences, export options) or a branch, and hands the complete
+// graph over only when everything read and resolved.
+#include "scene_file.h"
+#include "scene_file_reader.h"
+
+namespace Zyra::rt {
+
+using namespace scene_reading;
+
+namespace {
+
+// ---- Header and scene ---------------------------------------------------------------------------
+
+// Parses and checks the header; returns the "scene" object or fails with the file's name.
+CStatus ParseDocument(const std::string& text, const std::string& fileName, Json& doc) {
+  try {
+    doc = Json::parse(text);
+  } catch (const Json::parse_error& e) {
+    std::string message = e.what();
+    size_t bracket = message.find("] ");
+    if (message.rfind("[json.exception", 0) == 0 && bracket != std::string::npos) {
+      message.erase(0, bracket + 2);
+    }
+    return CStatus(CStatus::Fail, FromUtf8(fileName + ": not a scene file: " + message));
+  }
+  const Json* format = doc.is_object() ? Find(doc, "format") : nullptr;
+  if (!format || !format->is_string()) {
+    return CStatus(CStatus::Fail, FromUtf8(fileName + ": not a Zyra scene file (no \"format\")"));
+  }
+  if (*format != kSceneFileFormat) {
+    return CStatus(CStatus::Fail, FromUtf8(fileName + ": not a Zyra scene file (format \"" +
+                                           format->get<std::string>() + "\")"));
+  }
+  const Json* version = Find(doc, "version");
+  if (!version || !version->is_number_integer() || version->get<int64_t>() < 1) {
+    std::string found = version ? version->dump() : "none";
+    return CStatus(
+        CStatus::Fail,
+        FromUtf8(fileName + ": at version: expected a version number from 1, found " + found));
+  }
+  if (version->get<int64_t>() > kSceneFileVersion) {
+    return CStatus(
+        CStatus::Fail,
+        FromUtf8(fileName + ": written by a newer Zyra (scene file version " + version->dump() +
+                 "; this host reads " + std::to_string(kSceneFileVersion) + ")"));
+  }
+  return CStatus::OK;
+}
+
+CStatus Structural(const std::string& fileName, const FormatError& e) {
+  std::string where = e.where.empty() ? std::string() : "at " + e.where + ": ";
+  return CStatus(CStatus::Fail, FromUtf8(fileName + ": " + where + e.what));
+}
+
+// The branch's top object under `parent`, named `name`; its file full name is `fullName`.
+std::shared_ptr<X3D> BranchTop(Reader& reader, const Json& top, const Path& p,
+                               const std::shared_ptr<X3D>& parent, const std::wstring& fullName,
+                               const std::wstring& name) {
+  const siClassID cls = X3DClass(top, p);
+  std::wstring fileName = ReadName(Member(top, "name", p), p / "name");
+  std::wstring type = ReadString(Member(top, "type", p), p / "type");
+  auto object = CreateX3D(parent, cls, type, name);
+  object->name = name;
+  reader.Register(fullName, object, p / "name");
+  std::wstring prefix;
+  if (cls == siModelID) {
+    prefix = fullName == L"Scene_Root" ? L"" : fullName + L".";
+  } else if (fullName.size() > fileName.size() &&
+             fullName.compare(fullName.size() - fileName.size(), fileName.size(), fileName) == 0) {
+    prefix = fullName.substr(0, fullName.size() - fileName.size());
+  }
+  reader.X3DContent(top, p, object, prefix, 1);
+  return object;
+}
+
+// The "kind" of the scene object: "scene" or "branch".
+std::string Kind(const Json& scene, const Path& p) {
+  std::string kind = ToUtf8(ReadString(Member(scene, "kind", p), p / "kind"));
+  if (kind != "scene" && kind != "branch")
+    Fail(p / "kind", "expected \"scene\" or \"branch\", found \"" + kind + "\"");
+  return kind;
+}
+
+}  // namespace
+
+CStatus ReadSceneText(const std::string& text, const std::string& fileName, Scene& out) {
+  Json doc;
+  CStatus status = ParseDocument(text, fileName, doc);
+  if (!status.Succeeded()) return status;
+  // A default scene, made by the host and taken away from it at once: the file's content is
+  // merged into it while the open scene stays in place.
+  Host& host = Host::Get();
+  Scene open = std::move(host.scene());
+  host.scene() = Scene();
+  host.NewScene();
+  Scene fresh = std::move(host.scene());
+  host.scene() = std::move(open);
+  try {
+    Path root{nullptr, "scene", 0};
+    const Json& scene = ExpectObject(Member(doc, "scene", Path{}), root);
+    Reader reader(false);
+    Path rp = root / "root";
+    const Json& top = ExpectObject(Member(scene, "root", root), rp);
+    if (Kind(scene, root) == "branch") {
+      // A branch opens as a new scene that holds it.
+      std::wstring fullName = ReadString(Member(scene, "fullName", root), root / "fullName");
+      std::wstring name = ReadName(Member(top, "name", rp), rp / "name");
+      if (name == L"Scene_Root") name = FileStem(fileName);
+      BranchTop(reader, top, rp, fresh.root, fullName, name);
+    } else {
+      if (ReadInt(Member(top, "class", rp), rp / "class") != siModelID) {
+        Fail(rp / "class", "the scene root must be a model (class 74)");
+      }
+      reader.byName_[L"Scene_Root"] = fresh.root;
+      reader.X3DContent(top, rp, fresh.root, L"", 0);
+      fresh.root->type = L"#model";
+      fresh.root->name = L"Scene_Root";
+      if (const Json* v = Find(scene, "currentPass"))
+        fresh.currentPass = ReadName(*v, root / "currentPass");
+      if (const Json* v = Find(scene, "passes")) {
+        Path pp = root / "passes";
+        ExpectArray(*v, pp);
+        for (size_t i = 0; i < v->size(); ++i) {
+          Path at = pp[i];
+          const Json& j = ExpectObject((*v)[i], at);
+          std::wstring name = ReadName(Member(j, "name", at), at / "name");
+          std::shared_ptr<rt::Object> pass = fresh.passes->Lookup(name);
+          if (!pass) pass = CreatePass(fresh.passes, name);
+          reader.ObjectContent(j, at, pass, 1);
+        }
+      }
+      if (!fresh.passes->Lookup(fresh.currentPass)) {
+        Fail(root / "currentPass", "no pass is named \"" + ToUtf8(fresh.currentPass) + "\"");
+      }
+      if (const Json* v = Find(scene, "groups")) {
+        Path gp = root / "groups";
+        ExpectArray(*v, gp);
+        for (size_t i = 0; i < v->size(); ++i) {
+          Path at = gp[i];
+          const Json& j = ExpectObject((*v)[i], at);
+          std::wstring name = ReadName(Member(j, "name", at), at / "name");
+          if (fresh.groups->Lookup(name))
+            Fail(at / "name", "group \"" + ToUtf8(name) + "\" is listed twice");
+          auto group = std::make_shared<GroupObject>(name);
+          group->owner = fresh.groups;
+          fresh.groups->items.push_back(group);
+          reader.ObjectContent(j, at, group, 1);
+          Path mp = at / "members";
+          const Json& members = ExpectArray(Member(j, "members", at), mp);
+          for (size_t k = 0; k < members.size(); ++k) {
+            std::wstring member = ReadString(members[k], mp[k]);
+            GroupObject* target = group.get();
+            reader.Later(mp[k], [&reader, target, member](const std::string& where) {
+              target->members.push_back(reader.Referent(member, where));
+            });
+          }
+        }
+      }
+      struct Single {
+        const char* key;
+        std::shared_ptr<Property> property;
+      };
+      for (const Single& s :
+           {Single{"playControl", fresh.playControl}, Single{"preferences", fresh.preferences},
+            Single{"exportOptions", fresh.exportOptions}}) {
+        if (const Json* v = Find(scene, s.key))
+          reader.PropertyContent(*v, root / s.key, s.property, 1);
+      }
+    }
+    reader.ResolveAll();
+  } catch (const FormatError& e) {
+    DestroySceneObjects(fresh);
+    return Structural(fileName, e);
+  }
+  out = std::move(fresh);
+  return CStatus::OK;
+}
+
+CStatus ReadBranchText(const std::string& text, const std::string& fileName,
+                       const std::shared_ptr<X3D>& parent, std::shared_ptr<X3D>& out) {
+  out.reset();
+  Json doc;
+  CStatus status = ParseDocument(text, fileName, doc);
+  if (!status.Succeeded()) return status;
+  // The branch is built under a holder outside the scene and moved under `parent` only when
+  // it is complete.
+  auto holder = CreateModel(nullptr, L"Import");
+  std::shared_ptr<X3D> top;
+  try {
+    Path root{nullptr, "scene", 0};
+    const Json& scene = ExpectObject(Member(doc, "scene", Path{}), root);
+    Reader reader(true);
+    Path rp = root / "root";
+    const Json& topJson = ExpectObject(Member(scene, "root", root), rp);
+    std::wstring fullName = L"Scene_Root";
+    if (Kind(scene, root) == "branch")
+      fullName = ReadString(Member(scene, "fullName", root), root / "fullName");
+    std::wstring name = ReadName(Member(topJson, "name", rp), rp / "name");
+    if (name == L"Scene_Root") name = FileStem(fileName);  // a whole scene imports as a model
+    top = BranchTop(reader, topJson, rp, holder, fullName, name);
+    reader.ResolveAll();
+  } catch (const FormatError& e) {
+    Destroy(holder);
+    return Structural(fileName, e);
+  }
+  status = Reparent(top, parent, false);
+  Destroy(holder);
+  if (!status.Succeeded()) {
+    Destroy(top);
+    return status;
+  }
+  out = top;
+  return CStatus::OK;
+}
+
+}  // namespace Zyra::rt

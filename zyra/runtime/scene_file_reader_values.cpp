@@ -1,0 +1,142 @@
+// The scene-file reader, values: typed parameter values, function curves, and the references
+// by full name that resolve once every object of the file exists.
+#include <cmath>
+
+#include "host.h"
+#include "scene_file_reader.h"
+
+namespace Zyra::rt::scene_reading {
+
+void Reader::Value(const Json& j, const Path& p, CValue& slot) {
+  bool refs = false;
+  slot = Decode(j, p, nullptr, refs);
+  if (refs) {
+    const Json* json = &j;
+    CValue* target = &slot;
+    Later(p, [this, json, target](const std::string& where) {
+      bool unused = false;
+      *target = Decode(*json, Path{nullptr, where.c_str(), 0}, &where, unused);
+    });
+  }
+}
+
+CValue Reader::Decode(const Json& j, const Path& p, const std::string* where, bool& refs) {
+  switch (j.type()) {
+    case Json::value_t::null:
+      return CValue();
+    case Json::value_t::boolean:
+      return CValue(j.get<bool>());
+    case Json::value_t::number_integer:
+    case Json::value_t::number_unsigned:
+      return CValue(static_cast<int>(ReadInt(j, p)));
+    case Json::value_t::number_float:
+      return CValue(j.get<double>());
+    case Json::value_t::string:
+      return CValue(CString(FromUtf8(j.get_ref<const std::string&>())));
+    case Json::value_t::array: {
+      CValueArray items;
+      for (size_t i = 0; i < j.size(); ++i) items.Add(Decode(j[i], p[i], where, refs));
+      return CValue(items);
+    }
+    case Json::value_t::object:
+      if (j.size() == 1) {
+        if (const Json* v = Find(j, "float"))
+          return CValue(static_cast<float>(ReadNumber(*v, p / "float")));
+        if (const Json* v = Find(j, "double")) return CValue(ReadNumber(*v, p / "double"));
+        if (const Json* v = Find(j, "ref")) {
+          std::wstring name = ReadString(*v, p / "ref");
+          if (name.empty()) return CValue(CRef());
+          if (!where) {
+            refs = true;
+            return CValue();
+          }
+          return CValue(CRef(Referent(name, *where)));
+        }
+      }
+      Fail(p,
+           "expected a value (null, true/false, a number, a string, an array, or an object "
+           "with \"float\", \"double\" or \"ref\")");
+    default:
+      Fail(p, "expected a value, found " + Describe(j));
+  }
+}
+
+std::shared_ptr<FCurveObject> Reader::ReadFCurve(const Json& j, const Path& p) {
+  ExpectObject(j, p);
+  auto curve = std::make_shared<FCurveObject>();
+  curve->interpolation =
+      static_cast<int>(ReadInt(Member(j, "interpolation", p), p / "interpolation", 1, 3));
+  Path kp = p / "keys";
+  const Json& keys = ExpectArray(Member(j, "keys", p), kp);
+  curve->keys.reserve(keys.size());
+  for (size_t i = 0; i < keys.size(); ++i) {
+    Path at = kp[i];
+    const Json& k = ExpectArray(keys[i], at);
+    if (k.size() != 3 && k.size() != 7) {
+      Fail(at, "a key is [frame, value, interpolation] or that and four tangent numbers; found " +
+                   std::to_string(k.size()) + " items");
+    }
+    FCurveKey key;
+    key.frame = ReadNumber(k[0], at[0]);
+    if (!std::isfinite(key.frame)) Fail(at[0], "a key frame must be finite");
+    if (!curve->keys.empty() && !(curve->keys.back().frame < key.frame)) {
+      Fail(at[0], "keys must be in increasing frame order");
+    }
+    key.value = ReadNumber(k[1], at[1]);
+    key.interpolation = static_cast<int>(ReadInt(k[2], at[2], 0, 3));
+    if (k.size() == 7) {
+      key.hasTangents = true;
+      key.leftTanX = ReadNumber(k[3], at[3]);
+      key.leftTanY = ReadNumber(k[4], at[4]);
+      key.rightTanX = ReadNumber(k[5], at[5]);
+      key.rightTanY = ReadNumber(k[6], at[6]);
+    }
+    curve->keys.push_back(key);
+  }
+  return curve;
+}
+
+void Reader::ResolveAll() {
+  for (const auto& [where, resolve] : pending_) resolve(where);
+  for (const auto& finish : finishers_) finish();
+}
+
+std::shared_ptr<rt::Object> Reader::Referent(const std::wstring& fullName,
+                                             const std::string& where) {
+  auto it = byName_.find(fullName);
+  if (it != byName_.end()) return it->second;
+  for (size_t dot = fullName.rfind(L'.'); dot != std::wstring::npos && dot > 0;
+       dot = fullName.rfind(L'.', dot - 1)) {
+    auto head = byName_.find(fullName.substr(0, dot));
+    if (head == byName_.end()) continue;
+    std::shared_ptr<rt::Object> current = head->second;
+    size_t start = dot + 1;
+    while (current && start <= fullName.size()) {
+      size_t next = fullName.find(L'.', start);
+      current =
+          current->Lookup(fullName.substr(start, next == std::wstring::npos ? next : next - start));
+      if (next == std::wstring::npos) break;
+      start = next + 1;
+    }
+    if (current) return current;
+    break;
+  }
+  if (live_) {
+    if (auto found = Resolve(fullName)) return found;
+    Host::Get().Log(kSevWarning, L"Scene file import: \"" + fullName + L"\" (at " +
+                                     FromUtf8(where) +
+                                     L") names no object; the reference is dropped.");
+    return nullptr;
+  }
+  throw FormatError{where, "\"" + ToUtf8(fullName) + "\" names no object of the file"};
+}
+
+std::shared_ptr<X3D> Reader::Deformer(const std::wstring& fullName, const std::string& where) {
+  auto object = Referent(fullName, where);
+  if (!object) return nullptr;
+  auto x3d = std::dynamic_pointer_cast<X3D>(object);
+  if (!x3d) throw FormatError{where, "\"" + ToUtf8(fullName) + "\" is not a 3D object"};
+  return x3d;
+}
+
+}  // namespace Zyra::rt::scene_reading
