@@ -41,15 +41,8 @@ bool SetHomeTB(X3DObject& node, bool fixBase) {
 
 bool SetHome(X3DObject& node, bool fixBase, ProgressBar bar, bool initialize) {
   Model model;
-  if (!GetActorModel(node, model)) return false;
-  X3DObject root;
-  if (!GetRootNode(model, root, true)) return false;
-  if (CheckForEmbeddedModel(root)) {
-    ShowMessage(L"Actor descriptions must be contained by a single model (embedded models not supported).");
-    return false;
-  }
-  X3DObject cog;
-  if (!GetCogNode(root, cog)) return false;
+  X3DObject root, cog;
+  if (!GetActorStructure(node, model, root, cog)) return false;
   bool generated = HasTag(root, kTagActor);
   Property marker;
   bool marked = FindProperty(root, kTagFixHomeBase, marker);

@@ -42,15 +42,8 @@ bool InitializeActorTB(X3DObject& node, bool addActor) {
 
 bool InitializeActor(X3DObject& node, bool addActor, ProgressBar bar) {
   Model model;
-  if (!GetActorModel(node, model)) return false;
-  X3DObject root;
-  if (!GetRootNode(model, root, true)) return false;
-  if (CheckForEmbeddedModel(root)) {
-    ShowMessage(L"Actor descriptions must be contained by a single model (embedded models not supported).");
-    return false;
-  }
-  X3DObject cog;
-  if (!GetCogNode(root, cog)) return false;
+  X3DObject root, cog;
+  if (!GetActorStructure(node, model, root, cog)) return false;
   RemoveOldFormatTempData(model, bar);
   AddRTKNode(root);
   ScanHierarchy(cog, bar);

@@ -30,6 +30,15 @@ bool GetActorModel(X3DObject& obj, Model& model) {
   return true;
 }
 
+bool GetActorStructure(X3DObject& obj, Model& model, X3DObject& root, X3DObject& cog) {
+  if (!GetActorModel(obj, model) || !GetRootNode(model, root, true)) return false;
+  if (CheckForEmbeddedModel(root)) {
+    ShowMessage(L"Actor descriptions must be contained by a single model (embedded models not supported).");
+    return false;
+  }
+  return GetCogNode(root, cog);
+}
+
 bool IsLightOrCamera(X3DObject& obj) {
   for (siClassID id : {siLightID, siLightInterestID, siCameraID, siCameraInterestID}) {
     if (obj.GetClassID() == id) return true;

@@ -17,6 +17,9 @@
 bool GetModel(Zyra::X3DObject& obj, Zyra::Model& model);
 // GetModel for the commands: refuses a missing model and the scene root with their messages.
 bool GetActorModel(Zyra::X3DObject& obj, Zyra::Model& model);
+// The whole actor structure for a command: the model (GetActorModel), its root node, no embedded
+// model, and the COG node; each refusal shows its message.
+bool GetActorStructure(Zyra::X3DObject& obj, Zyra::Model& model, Zyra::X3DObject& root, Zyra::X3DObject& cog);
 // The model's single non-light, non-camera child. A polygon-mesh root with triangles is first
 // put under a new null "GlobalSRT", which becomes the root. With several or no candidates it
 // fails, with a message box naming them when `showMessage`.
