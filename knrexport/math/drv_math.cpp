@@ -150,10 +150,14 @@ void DrvQuaternion_SetEulerAngles(DrvQuaternion* q, float rx, float ry, float rz
 }
 
 void DrvQuaternion_SetZXY(DrvQuaternion* q, float rx, float ry, float rz) {
-  const DrvQuaternion qx = EulerXYZ(rx, 0.0f, 0.0f);
-  const DrvQuaternion qy = EulerXYZ(0.0f, ry, 0.0f);
-  const DrvQuaternion qz = EulerXYZ(0.0f, 0.0f, rz);
-  *q = Hamilton(qz, Hamilton(qx, qy));
+  // qz (qx qy) written out: the single-axis quaternions have two zero components each, so the
+  // products reduce to these terms (the same values as the full products). One sine and cosine
+  // per half angle: this runs once per joint and frame of every BVH file read.
+  const float sx = std::sin(rx * 0.5f), cx = std::cos(rx * 0.5f);
+  const float sy = std::sin(ry * 0.5f), cy = std::cos(ry * 0.5f);
+  const float sz = std::sin(rz * 0.5f), cz = std::cos(rz * 0.5f);
+  const float px = sx * cy, py = cx * sy, pz = sx * sy, pw = cx * cy;  // qx qy
+  *q = {cz * px - sz * py, cz * py + sz * px, cz * pz + sz * pw, cz * pw - sz * pz};
 }
 
 void DrvQuaternion_GetEulerAngles(DrvQuaternion* q, DrvVector* out) {
