@@ -179,10 +179,7 @@ bool GlobalMeshExtent(const X3DObject& node, MeshExtent& out) {
 
 bool SetCOG(X3DObject& node) {
   Model model;
-  if (!GetModel(node, model)) {
-    ShowMessage(L"Failed to find the actor model.");
-    return false;
-  }
+  if (!GetModelOrSay(node, model)) return false;
   if (model.GetRef() == Application().GetActiveSceneRoot().GetRef()) {
     ShowMessage(
         L"The actor description must be contained by a single model (scene root not supported).");

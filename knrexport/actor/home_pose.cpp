@@ -29,10 +29,7 @@ MATH::CTransformation PoseOf(Property& tag, double values[9]) {
 
 bool SetHomeTB(X3DObject& node, bool fixBase) {
   Model model;
-  if (!GetModel(node, model)) {
-    ShowMessage(L"Failed to find the actor model.");
-    return false;
-  }
+  if (!GetModelOrSay(node, model)) return false;
   ProgressBar bar = ShowProgressBar(3 * GetNumChildren(model), L"Storing Home Pose");
   bool done = SetHome(node, fixBase, bar, true);
   FinishProgressBar(bar);

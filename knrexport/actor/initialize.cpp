@@ -30,10 +30,7 @@ void Grow(DrvVector& min, DrvVector& max, const MATH::CVector3& p) {
 
 bool InitializeActorTB(X3DObject& node, bool addActor) {
   Model model;
-  if (!GetModel(node, model)) {
-    ShowMessage(L"Failed to find the actor model.");
-    return false;
-  }
+  if (!GetModelOrSay(node, model)) return false;
   ProgressBar bar = ShowProgressBar(2 * GetNumChildren(model), L"Initializing Actor");
   bool done = InitializeActor(node, addActor, bar);
   FinishProgressBar(bar);

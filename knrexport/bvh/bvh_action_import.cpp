@@ -156,10 +156,7 @@ bool AddBVHAction(Model& actor, const CString& path, const CString& actionName, 
 
 bool ImportBVHAction(X3DObject& selected) {
   Model model;
-  if (!GetModel(selected, model)) {
-    ShowMessage(L"Failed to find the actor model.");
-    return false;
-  }
+  if (!GetModelOrSay(selected, model)) return false;
   if (model.GetRef() == Application().GetActiveSceneRoot().GetRef()) {
     ShowMessage(
         L"Actor descriptions must be contained by a single model (scene root not supported).");

@@ -18,11 +18,14 @@ bool GetModel(X3DObject& obj, Model& model) {
   return false;
 }
 
+bool GetModelOrSay(X3DObject& obj, Model& model) {
+  if (GetModel(obj, model)) return true;
+  ShowMessage(L"Failed to find the actor model.");
+  return false;
+}
+
 bool GetActorModel(X3DObject& obj, Model& model) {
-  if (!GetModel(obj, model)) {
-    ShowMessage(L"Failed to find the actor model.");
-    return false;
-  }
+  if (!GetModelOrSay(obj, model)) return false;
   if (model.GetRef() == Application().GetActiveSceneRoot().GetRef()) {
     ShowMessage(L"Actor descriptions must be contained by a single model (scene root not supported).");
     return false;

@@ -15,6 +15,8 @@
 
 // The nearest model holding `obj` (or `obj` itself); false when there is none.
 bool GetModel(Zyra::X3DObject& obj, Zyra::Model& model);
+// GetModel that says "Failed to find the actor model." when there is none.
+bool GetModelOrSay(Zyra::X3DObject& obj, Zyra::Model& model);
 // GetModel for the commands: refuses a missing model and the scene root with their messages.
 bool GetActorModel(Zyra::X3DObject& obj, Zyra::Model& model);
 // The whole actor structure for a command: the model (GetActorModel), its root node, no embedded
