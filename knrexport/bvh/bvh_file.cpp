@@ -1,5 +1,6 @@
 #include "knrexport/bvh/bvh_file.h"
 
+#include <sys/mman.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -10,10 +11,27 @@
 #include <cwchar>
 #include <new>
 #include <string_view>
+#include <vector>
 
 #include "knrexport/bvh/bvh_scanner.h"
+#include "knrexport/math/drv_batch.h"
 
 namespace {
+
+// Samples of `frames` frames from the system allocator (free() releases them). A long take's
+// arrays run to megabytes per joint; they are aligned to 2 MiB and offered to the kernel for huge
+// pages, which turns tens of thousands of page faults on first write into a few dozen.
+DrvTransform* AllocateSamples(int frames) {
+  constexpr std::size_t kHugePage = std::size_t{2} << 20;
+  const std::size_t bytes = static_cast<std::size_t>(frames) * sizeof(DrvTransform);
+  if (bytes < kHugePage) return static_cast<DrvTransform*>(std::malloc(bytes));
+  // Whole huge pages: the tail of the last one would otherwise be faulted in page by page.
+  const std::size_t rounded = (bytes + kHugePage - 1) / kHugePage * kHugePage;
+  void* block = nullptr;
+  if (posix_memalign(&block, kHugePage, rounded) != 0) return nullptr;
+  madvise(block, rounded, MADV_HUGEPAGE);  // only a hint
+  return static_cast<DrvTransform*>(block);
+}
 
 constexpr std::string_view kChannelNames[kBvMaxChannels] = {"Xrotation", "Yrotation", "Zrotation",
                                                             "Xposition", "Yposition", "Zposition"};
@@ -305,36 +323,57 @@ bool ZyraBvFile::ReadMotionData(MocapData* data, bool firstFrameOnly) {
     MocapRecord& record = data->records[i];
     std::memcpy(record.name, table.nodes[i].name, sizeof record.name);
     if (frames < 1) continue;
-    record.samples = static_cast<DrvTransform*>(
-        std::malloc(static_cast<std::size_t>(frames) * sizeof(DrvTransform)));
+    record.samples = AllocateSamples(frames);
     if (!record.samples) {
       return FailNoPlace("out of memory for " + std::to_string(frames) + " frames");
     }
     record.frameCount = frames;
   }
 
+  // A frame is read into six rows of nodeCount values (the X, Y, Z angles, then the X, Y, Z
+  // positions): each value of the file goes to its row and joint, scaled as its channel wants.
+  // Entries that no channel writes keep their rest values (no rotation, the offset) in every
+  // frame. The rows of angles then become rotations for all joints at once.
+  struct ValueSlot {
+    int slot;      // row * nodeCount + joint
+    float factor;  // degrees to radians, or the scale
+    int node, code;
+  };
+  std::vector<ValueSlot> slots;
+  slots.reserve(static_cast<std::size_t>(channelTotal));
+  const std::size_t rowSize = static_cast<std::size_t>(nodeCount);
+  std::vector<float> row(6 * rowSize, 0.0f);
+  for (int i = 0; i < nodeCount; ++i) {
+    const ZyraBvNode& node = table.nodes[i];
+    row[3 * rowSize + i] = node.offset.x;
+    row[4 * rowSize + i] = node.offset.y;
+    row[5 * rowSize + i] = node.offset.z;
+    for (int c = 0; c < node.channelCount; ++c) {
+      const int code = node.channels[c];
+      slots.push_back({code * nodeCount + i, code < kBvXposition ? kBvDegToRad : scale_, i, code});
+    }
+  }
+  std::vector<float> numbers(slots.size());
+  std::vector<DrvQuaternion> rotations(rowSize);
+  const float* angles = row.data();
+  const float* positions = row.data() + 3 * rowSize;
   for (int f = 0; f < frames; ++f) {
+    const int read = scanner_->ReadFloats(numbers.data(), static_cast<int>(slots.size()));
+    if (read < static_cast<int>(slots.size())) {
+      const ValueSlot& missing = slots[static_cast<std::size_t>(read)];
+      return FailExpected("a number", "frame " + std::to_string(f + 1) + ", joint " +
+                                          Quoted(table.nodes[missing.node].name) + ", " +
+                                          BvChannelName(missing.code));
+    }
+    for (std::size_t k = 0; k < slots.size(); ++k) {
+      row[static_cast<std::size_t>(slots[k].slot)] = numbers[k] * slots[k].factor;
+    }
+    DrvQuaternion_SetZXYMany(rotations.data(), angles, angles + rowSize, angles + 2 * rowSize,
+                             nodeCount);
     for (int i = 0; i < nodeCount; ++i) {
-      const ZyraBvNode& node = table.nodes[i];
-      float angle[3] = {0.0f, 0.0f, 0.0f};
-      float position[3] = {node.offset.x, node.offset.y, node.offset.z};
-      for (int c = 0; c < node.channelCount; ++c) {
-        float value = 0.0f;
-        if (!scanner_->ReadFloat(&value)) {
-          return FailExpected("a number", "frame " + std::to_string(f + 1) + ", joint " +
-                                              Quoted(node.name) + ", " +
-                                              BvChannelName(node.channels[c]));
-        }
-        const int code = node.channels[c];
-        if (code < kBvXposition) {
-          angle[code] = value * kBvDegToRad;
-        } else {
-          position[code - kBvXposition] = value * scale_;
-        }
-      }
       DrvTransform& sample = data->records[i].samples[f];
-      DrvQuaternion_SetZXY(&sample.rotation, angle[0], angle[1], angle[2]);
-      sample.translation = DrvVector{position[0], position[1], position[2]};
+      sample.translation = DrvVector{positions[i], positions[rowSize + i], positions[2 * rowSize + i]};
+      sample.rotation = rotations[static_cast<std::size_t>(i)];
       sample.scaling = DrvVector{1.0f, 1.0f, 1.0f};  // unused by the importers; kept defined
     }
   }

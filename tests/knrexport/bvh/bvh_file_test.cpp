@@ -277,20 +277,29 @@ TEST(BvhFile, NumbersReadAsFormattedInputReadsThem) {
         << spellings[i] << ": " << got << " vs " << expected;
   }
   {  // Thousands of decimals as motion files write them (up to ten digits, either side of the
-     // point), each bit for bit as sscanf reads it.
+     // point, or none), each bit for bit as sscanf reads it; separated by every kind of blank,
+     // now and then by more blanks than a number is long, and now and then touching.
     std::mt19937 random(7);
     std::vector<std::string> numbers;
     std::string many =
         "HIERARCHY ROOT P { CHANNELS 3 Xposition Yposition Zposition } MOTION Frames: 3000 "
         "Frame Time: 1\n";
+    const char* blanks[] = {" ", " ", " ", "\n", "\t", "\r\n", "  ", "\v\f ",
+                            "                     "};
     for (int i = 0; i < 9000; ++i) {
       std::string n = random() % 2 ? "-" : "";
       for (unsigned d = random() % 5; d > 0; --d) n += static_cast<char>('0' + random() % 10);
-      n += ".";
+      if (random() % 8 != 0) n += ".";
       for (unsigned d = random() % 7; d > 0; --d) n += static_cast<char>('0' + random() % 10);
-      if (n == "." || n == "-.") n += "5";
+      if (n.empty() || n == "-" || n == "." || n == "-.") n += "5";
       numbers.push_back(n);
-      many += n + (i % 3 == 2 ? "\n" : " ");
+      const bool touching = random() % 50 == 0 && i + 1 < 9000;  // the next one starts with '-'
+      many += n + (touching ? "" : blanks[random() % std::size(blanks)]);
+      if (touching) {
+        numbers.push_back("-" + std::to_string(random() % 100) + ".25");
+        many += numbers.back() + " ";
+        ++i;
+      }
     }
     ZyraBvFile manyFile;
     MocapData manyData;
