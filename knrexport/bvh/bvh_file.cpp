@@ -353,20 +353,18 @@ bool ZyraBvFile::ReadMotionData(MocapData* data, bool firstFrameOnly) {
       slots.push_back({code * nodeCount + i, code < kBvXposition ? kBvDegToRad : scale_, i, code});
     }
   }
-  std::vector<float> numbers(slots.size());
   std::vector<DrvQuaternion> rotations(rowSize);
   const float* angles = row.data();
   const float* positions = row.data() + 3 * rowSize;
   for (int f = 0; f < frames; ++f) {
-    const int read = scanner_->ReadFloats(numbers.data(), static_cast<int>(slots.size()));
-    if (read < static_cast<int>(slots.size())) {
-      const ValueSlot& missing = slots[static_cast<std::size_t>(read)];
-      return FailExpected("a number", "frame " + std::to_string(f + 1) + ", joint " +
-                                          Quoted(table.nodes[missing.node].name) + ", " +
-                                          BvChannelName(missing.code));
-    }
-    for (std::size_t k = 0; k < slots.size(); ++k) {
-      row[static_cast<std::size_t>(slots[k].slot)] = numbers[k] * slots[k].factor;
+    for (const ValueSlot& value : slots) {
+      float number = 0.0f;
+      if (!scanner_->ReadFloat(&number)) {
+        return FailExpected("a number", "frame " + std::to_string(f + 1) + ", joint " +
+                                            Quoted(table.nodes[value.node].name) + ", " +
+                                            BvChannelName(value.code));
+      }
+      row[static_cast<std::size_t>(value.slot)] = number * value.factor;
     }
     DrvQuaternion_SetZXYMany(rotations.data(), angles, angles + rowSize, angles + 2 * rowSize,
                              nodeCount);

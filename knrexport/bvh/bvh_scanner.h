@@ -7,14 +7,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
 
 class BvScanner {
  public:
@@ -61,20 +56,6 @@ class BvScanner {
     }
     return ParseFloat(value);
   }
-  // Reads up to `count` floats as ReadFloat would, one after the other; returns how many were
-  // read (fewer only where ReadFloat would fail, the cursor then on the failing token).
-  int ReadFloats(float* values, int count) {
-    int done = 0;
-    while (done < count) {
-#if defined(__SSE2__)
-      done += ReadShortDecimalRun(values + done, count - done);
-      if (done == count) break;
-#endif
-      if (!ReadFloat(values + done)) break;
-      ++done;
-    }
-    return done;
-  }
   // Skips whitespace, then consumes `literal` character by character like literal format text.
   bool MatchLiteral(std::string_view literal);
 
@@ -91,7 +72,6 @@ class BvScanner {
   std::uint64_t EndOffset();
 
  private:
-  static constexpr float kSign[2] = {1.0f, -1.0f};
   static bool IsSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
   const char* Data() const { return buf_.data(); }
   bool SkipSpaceRefilling();
@@ -130,93 +110,6 @@ class BvScanner {
     *next = p;
     return true;
   }
-#if defined(__SSE2__)
-  // A frame of motion is a run of short decimals between blanks. This reads such a run 64 bytes
-  // at a time: a mask of the blanks in the block gives where every token starts, and each token
-  // is then parsed on its own, so that no token waits for the one before it to be measured.
-  // Reads up to `count` values; stops (returning how many) at the first token that is not a
-  // short decimal followed by a blank, or when fewer than kRunReach bytes are left in the
-  // buffer. The cursor is left after the last value read; the values and the refusals are
-  // ParseShortDecimal's.
-  static constexpr std::ptrdiff_t kRunReach = 64 + 32;
-  int ReadShortDecimalRun(float* values, int count) {
-    int done = 0;
-    const char* block = pos_;
-    std::uint64_t blankBefore = 1;  // the cursor starts a token if it is on one
-    while (end_ - block >= kRunReach) {
-      const std::uint64_t blank = BlankMask(block);
-      std::uint64_t starts = ~blank & ((blank << 1) | blankBefore);
-      blankBefore = blank >> 63;
-      for (; starts != 0; starts &= starts - 1) {
-        const char* token = block + __builtin_ctzll(starts);
-        const char* next = nullptr;
-        if (!ParseStandaloneDecimal(token, &values[done], &next)) {
-          pos_ = token;
-          return done;
-        }
-        pos_ = next;
-        if (++done == count) return done;
-      }
-      block += 64;
-    }
-    return done;
-  }
-  // One bit per byte of the 64 at `p`, set for a blank.
-  static std::uint64_t BlankMask(const char* p) {
-    std::uint64_t mask = 0;
-    for (int i = 0; i < 4; ++i) {
-      const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16 * i));
-      const __m128i control = _mm_sub_epi8(bytes, _mm_set1_epi8('\t'));
-      const __m128i blank =
-          _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8(' ')),
-                       _mm_cmpeq_epi8(_mm_min_epu8(control, _mm_set1_epi8(4)), control));
-      mask |= static_cast<std::uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(blank))) << (16 * i);
-    }
-    return mask;
-  }
-  // ParseShortDecimal for a token at `p` (32 bytes readable) that must end at a blank, without
-  // a loop or a branch per character: one 16-byte comparison finds the digits before and after
-  // the point, the digits without the point are joined into one word, and that becomes an
-  // integer in three multiplications.
-  static bool ParseStandaloneDecimal(const char* p, float* value, const char** next) {
-    static constexpr float kPow10[9] = {1e0f, 1e1f, 1e2f, 1e3f, 1e4f, 1e5f, 1e6f, 1e7f, 1e8f};
-    // Bytes 0 to n - 1 of a word, for n = 0 .. 8.
-    static constexpr std::uint64_t kLowBytes[9] = {
-        0, 0xFF, 0xFFFF, 0xFFFFFF, 0xFFFFFFFF, 0xFFFFFFFFFFULL, 0xFFFFFFFFFFFFULL,
-        0xFFFFFFFFFFFFFFULL, ~0ULL};
-    const bool negative = *p == '-';
-    p += negative;
-    const __m128i text = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    const __m128i offset = _mm_sub_epi8(text, _mm_set1_epi8('0'));
-    const __m128i digit = _mm_cmpeq_epi8(_mm_min_epu8(offset, _mm_set1_epi8(9)), offset);
-    // A set bit for every byte that is not a digit; bits 16 and up stand for the unseen bytes.
-    const unsigned other = ~static_cast<unsigned>(_mm_movemask_epi8(digit));
-    const int whole = __builtin_ctz(other);
-    if (whole > 8) return false;
-    const bool point = p[whole] == '.';
-    const int fraction = point ? __builtin_ctz(other >> (whole + 1)) : 0;
-    const int digits = whole + fraction;
-    const int stop = whole + point + fraction;
-    if (digits == 0 || digits > 8 || stop >= 16 || !IsSpace(p[stop])) return false;
-    // The digits before the point from the word at p, those after it from the word one byte on,
-    // which skips the point; then moved to the top of the word (zero bytes lead, as leading
-    // zeros) and combined pairwise: 2, then 4, then 8 digits at a time.
-    std::uint64_t before = 0;
-    std::uint64_t after = 0;
-    std::memcpy(&before, p, sizeof before);
-    std::memcpy(&after, p + 1, sizeof after);
-    const std::uint64_t keep = point ? kLowBytes[whole] : ~0ULL;
-    std::uint64_t word = ((before & keep) | (after & ~keep)) << (8 * (8 - digits));
-    word = (word & 0x0F0F0F0F0F0F0F0FULL) * 2561 >> 8;
-    word = (word & 0x00FF00FF00FF00FFULL) * 6553601 >> 16;
-    const auto mantissa =
-        static_cast<std::uint32_t>((word & 0x0000FFFF0000FFFFULL) * 42949672960001ULL >> 32);
-    if (mantissa > (1u << 24)) return false;
-    *value = static_cast<float>(mantissa) / kPow10[fraction] * kSign[negative];
-    *next = p + stop;
-    return true;
-  }
-#endif
 
   std::FILE* file_ = nullptr;
   std::vector<char> buf_;
