@@ -20,16 +20,18 @@ namespace {
 
 // Samples of `frames` frames from the system allocator (free() releases them). A long take's
 // arrays run to megabytes per joint; they are aligned to 2 MiB and offered to the kernel for huge
-// pages, which turns tens of thousands of page faults on first write into a few dozen.
+// pages, which turns tens of thousands of page faults on first write into a few dozen. The block
+// is rounded up to whole huge pages when that costs at most an eighth more memory; otherwise its
+// tail beyond the last whole huge page is left to ordinary pages.
 DrvTransform* AllocateSamples(int frames) {
   constexpr std::size_t kHugePage = std::size_t{2} << 20;
   const std::size_t bytes = static_cast<std::size_t>(frames) * sizeof(DrvTransform);
   if (bytes < kHugePage) return static_cast<DrvTransform*>(std::malloc(bytes));
-  // Whole huge pages: the tail of the last one would otherwise be faulted in page by page.
   const std::size_t rounded = (bytes + kHugePage - 1) / kHugePage * kHugePage;
+  const std::size_t size = (rounded - bytes) * 8 <= bytes ? rounded : bytes;
   void* block = nullptr;
-  if (posix_memalign(&block, kHugePage, rounded) != 0) return nullptr;
-  madvise(block, rounded, MADV_HUGEPAGE);  // only a hint
+  if (posix_memalign(&block, kHugePage, size) != 0) return nullptr;
+  madvise(block, size / kHugePage * kHugePage, MADV_HUGEPAGE);  // only a hint
   return static_cast<DrvTransform*>(block);
 }
 
@@ -370,7 +372,8 @@ bool ZyraBvFile::ReadMotionData(MocapData* data, bool firstFrameOnly) {
                              nodeCount);
     for (int i = 0; i < nodeCount; ++i) {
       DrvTransform& sample = data->records[i].samples[f];
-      sample.translation = DrvVector{positions[i], positions[rowSize + i], positions[2 * rowSize + i]};
+      sample.translation =
+          DrvVector{positions[i], positions[rowSize + i], positions[2 * rowSize + i]};
       sample.rotation = rotations[static_cast<std::size_t>(i)];
       sample.scaling = DrvVector{1.0f, 1.0f, 1.0f};  // unused by the importers; kept defined
     }

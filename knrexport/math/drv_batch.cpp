@@ -34,9 +34,9 @@ inline __attribute__((always_inline)) SinCos4 SinCos(Float4 x) {
   const Float4 r = ((x - k * kPio2Part1) - k * kPio2Part2) - k * kPio2Part3;
   const Float4 z = r * r;
   const Float4 s = r + r * z * (-1.6666654611e-1f + z * (8.3321608736e-3f + z * -1.9515295891e-4f));
-  const Float4 c = 1.0f - 0.5f * z +
-                   z * z * (4.166664568298827e-2f + z * (-1.388731625493765e-3f +
-                                                         z * 2.443315711809948e-5f));
+  const Float4 c =
+      1.0f - 0.5f * z +
+      z * z * (4.166664568298827e-2f + z * (-1.388731625493765e-3f + z * 2.443315711809948e-5f));
   const Bits4 odd = reinterpret_cast<Bits4>((quadrant & 1) != 0);  // lanes of all ones or zeros
   const Bits4 sBits = reinterpret_cast<Bits4>(s);
   const Bits4 cBits = reinterpret_cast<Bits4>(c);
@@ -64,8 +64,8 @@ Bits4 Reducible(Float4 angle) {
 
 }  // namespace
 
-void DrvQuaternion_SetZXYMany(DrvQuaternion* out, const float* rx, const float* ry,
-                              const float* rz, int count) {
+void DrvQuaternion_SetZXYMany(DrvQuaternion* out, const float* rx, const float* ry, const float* rz,
+                              int count) {
   for (int i = 0; i < count; i += 4) {
     const int lanes = count - i < 4 ? count - i : 4;
     const Float4 ax = Load(rx + i, lanes), ay = Load(ry + i, lanes), az = Load(rz + i, lanes);
@@ -81,9 +81,10 @@ void DrvQuaternion_SetZXYMany(DrvQuaternion* out, const float* rx, const float* 
     const Float4 zw01 = __builtin_shufflevector(qz, qw, 0, 4, 1, 5);
     const Float4 xy23 = __builtin_shufflevector(qx, qy, 2, 6, 3, 7);
     const Float4 zw23 = __builtin_shufflevector(qz, qw, 2, 6, 3, 7);
-    const Float4 quaternions[4] = {
-        __builtin_shufflevector(xy01, zw01, 0, 1, 4, 5), __builtin_shufflevector(xy01, zw01, 2, 3, 6, 7),
-        __builtin_shufflevector(xy23, zw23, 0, 1, 4, 5), __builtin_shufflevector(xy23, zw23, 2, 3, 6, 7)};
+    const Float4 quaternions[4] = {__builtin_shufflevector(xy01, zw01, 0, 1, 4, 5),
+                                   __builtin_shufflevector(xy01, zw01, 2, 3, 6, 7),
+                                   __builtin_shufflevector(xy23, zw23, 0, 1, 4, 5),
+                                   __builtin_shufflevector(xy23, zw23, 2, 3, 6, 7)};
     static_assert(sizeof(DrvQuaternion) == sizeof(Float4));
     if (lanes == 4) {
       std::memcpy(out + i, quaternions, sizeof quaternions);
@@ -95,7 +96,8 @@ void DrvQuaternion_SetZXYMany(DrvQuaternion* out, const float* rx, const float* 
     std::memcpy(halves, &fine, sizeof halves);
     if ((halves[0] & halves[1]) != ~0ULL) {
       for (int lane = 0; lane < lanes; ++lane) {
-        if (fine[lane] == 0) DrvQuaternion_SetZXY(&out[i + lane], rx[i + lane], ry[i + lane], rz[i + lane]);
+        if (fine[lane] != 0) continue;
+        DrvQuaternion_SetZXY(&out[i + lane], rx[i + lane], ry[i + lane], rz[i + lane]);
       }
     }
   }

@@ -8,5 +8,5 @@
 // sine and cosine; they stay within two units in the last place of the exact values, so each
 // component is within 4e-7 of SetZXY's. Angles beyond 8192 radians and non-finite ones take
 // SetZXY itself. `out` must not overlap the angle arrays.
-void DrvQuaternion_SetZXYMany(DrvQuaternion* out, const float* rx, const float* ry,
-                              const float* rz, int count);
+void DrvQuaternion_SetZXYMany(DrvQuaternion* out, const float* rx, const float* ry, const float* rz,
+                              int count);

@@ -284,8 +284,8 @@ TEST(BvhFile, NumbersReadAsFormattedInputReadsThem) {
     std::string many =
         "HIERARCHY ROOT P { CHANNELS 3 Xposition Yposition Zposition } MOTION Frames: 3000 "
         "Frame Time: 1\n";
-    const char* blanks[] = {" ", " ", " ", "\n", "\t", "\r\n", "  ", "\v\f ",
-                            "                     "};
+    const char* blanks[] = {
+        " ", " ", " ", "\n", "\t", "\r\n", "  ", "\v\f ", "                     "};
     for (int i = 0; i < 9000; ++i) {
       std::string n = random() % 2 ? "-" : "";
       for (unsigned d = random() % 5; d > 0; --d) n += static_cast<char>('0' + random() % 10);

@@ -64,10 +64,10 @@ TEST(DrvBatchTest, QuadrantEdgesAndAnglesPastTheReduction) {
   // Whole and half turns of each sign (the half angles land on the quadrant edges), zeros of
   // both signs, and beside them in the same group of four the angles the polynomial does not
   // take: beyond the reduction limit, infinite, NaN.
-  const float edges[] = {0.0f,       -0.0f,       1.5707964f, -1.5707964f, 3.1415927f, -3.1415927f,
-                         4.712389f,  -4.712389f,  6.2831855f, -6.2831855f, 9.424778f,  12.566371f,
-                         8192.0f,    -8192.0f,    8192.001f,  -9000.0f,    1e9f,       inf,
-                         -inf,       nan};
+  const float edges[] = {0.0f,        -0.0f,      1.5707964f, -1.5707964f, 3.1415927f,
+                         -3.1415927f, 4.712389f,  -4.712389f, 6.2831855f,  -6.2831855f,
+                         9.424778f,   12.566371f, 8192.0f,    -8192.0f,    8192.001f,
+                         -9000.0f,    1e9f,       inf,        -inf,        nan};
   for (const float a : edges) {
     for (const float b : {0.3f, -2.0f}) {
       rx.push_back(a);
