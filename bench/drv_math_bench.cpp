@@ -1,9 +1,11 @@
-// Throughput of the plug-in math on its hot paths: building BVH rotations (SetZXY), extracting
-// Euler angles for curves, and composing poses down a hierarchy.
+// Throughput of the plug-in math on its hot paths: building BVH rotations (SetZXY, one at a time
+// and a frame's joints at once), extracting Euler angles for curves, and composing poses down a
+// hierarchy.
 #include <benchmark/benchmark.h>
 
 #include <vector>
 
+#include "knrexport/math/drv_batch.h"
 #include "knrexport/math/drv_math.h"
 
 namespace {
@@ -33,6 +35,45 @@ void BM_SetZXY(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(BM_SetZXY);
+
+// One frame of a 31-joint take: the joints one at a time, then four at a time.
+struct FrameAngles {
+  static constexpr int kJoints = 31;
+  std::vector<float> rx, ry, rz;
+  std::vector<DrvQuaternion> out;
+  FrameAngles() : rx(kJoints), ry(kJoints), rz(kJoints), out(kJoints) {
+    for (int i = 0; i < kJoints; ++i) {
+      rx[i] = 0.11f * i - 1.7f;
+      ry[i] = 2.9f - 0.13f * i;
+      rz[i] = 0.07f * i;
+    }
+  }
+};
+
+void BM_SetZXYFrameOneByOne(benchmark::State& state) {
+  FrameAngles frame;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(frame.rx.data());
+    for (int i = 0; i < FrameAngles::kJoints; ++i) {
+      DrvQuaternion_SetZXY(&frame.out[i], frame.rx[i], frame.ry[i], frame.rz[i]);
+    }
+    benchmark::DoNotOptimize(frame.out.data());
+  }
+  state.SetItemsProcessed(state.iterations() * FrameAngles::kJoints);
+}
+BENCHMARK(BM_SetZXYFrameOneByOne);
+
+void BM_SetZXYFrameMany(benchmark::State& state) {
+  FrameAngles frame;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(frame.rx.data());
+    DrvQuaternion_SetZXYMany(frame.out.data(), frame.rx.data(), frame.ry.data(), frame.rz.data(),
+                             FrameAngles::kJoints);
+    benchmark::DoNotOptimize(frame.out.data());
+  }
+  state.SetItemsProcessed(state.iterations() * FrameAngles::kJoints);
+}
+BENCHMARK(BM_SetZXYFrameMany);
 
 void BM_GetEulerAngles(benchmark::State& state) {
   const std::vector<DrvTransform> t = MakeTransforms(16);
