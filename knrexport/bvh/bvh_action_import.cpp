@@ -104,7 +104,8 @@ bool AddBVHAction(Model& actor, const CString& path, const CString& actionName, 
   for (int f = 0; f < frames; ++f) times[f] = spacing * f;
   std::vector<CDoubleArray> channel(3, CDoubleArray(frames));
   auto keyAll = [&](FCurve& curve, int component) {
-    if (curve.IsValid()) curve.SetKeys(times, channel[static_cast<size_t>(component)], kCurveInterpolation);
+    if (curve.IsValid())
+      curve.SetKeys(times, channel[static_cast<size_t>(component)], kCurveInterpolation);
   };
   for (size_t k = 0; k < keyed.size(); ++k) {
     MocapRecord& record = data.records[keyed[k]];

@@ -1,6 +1,5 @@
 #include "knrexport/bvh/bvh_file.h"
 
-#include <sys/mman.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -13,28 +12,10 @@
 #include <string_view>
 #include <vector>
 
+#include "knrexport/bvh/bvh_motion.h"
 #include "knrexport/bvh/bvh_scanner.h"
-#include "knrexport/math/drv_batch.h"
 
 namespace {
-
-// Samples of `frames` frames from the system allocator (free() releases them). A long take's
-// arrays run to megabytes per joint; they are aligned to 2 MiB and offered to the kernel for huge
-// pages, which turns tens of thousands of page faults on first write into a few dozen. The block
-// is rounded up to whole huge pages when that costs at most a quarter more memory (a 90,000-frame
-// joint: 3.4 MiB to 4 MiB); otherwise its tail beyond the last whole huge page is left to
-// ordinary pages.
-DrvTransform* AllocateSamples(int frames) {
-  constexpr std::size_t kHugePage = std::size_t{2} << 20;
-  const std::size_t bytes = static_cast<std::size_t>(frames) * sizeof(DrvTransform);
-  if (bytes < kHugePage) return static_cast<DrvTransform*>(std::malloc(bytes));
-  const std::size_t rounded = (bytes + kHugePage - 1) / kHugePage * kHugePage;
-  const std::size_t size = (rounded - bytes) * 4 <= bytes ? rounded : bytes;
-  void* block = nullptr;
-  if (posix_memalign(&block, kHugePage, size) != 0) return nullptr;
-  madvise(block, size / kHugePage * kHugePage, MADV_HUGEPAGE);  // only a hint
-  return static_cast<DrvTransform*>(block);
-}
 
 constexpr std::string_view kChannelNames[kBvMaxChannels] = {"Xrotation", "Yrotation", "Zrotation",
                                                             "Xposition", "Yposition", "Zposition"};
@@ -130,6 +111,7 @@ bool ZyraBvFile::Open(const wchar_t* path, float scale) {
   // The scanner reads in large blocks itself; a second buffer in the stream would only copy.
   std::setvbuf(file, nullptr, _IONBF, 0);
   scanner_->AttachFile(file, static_cast<std::uint64_t>(info.st_size));
+  path_ = name;
   return true;
 }
 
@@ -137,6 +119,7 @@ bool ZyraBvFile::OpenMemory(const char* data, std::size_t size, float scale) {
   if (!OpenScanner(scale)) return false;
   if (!data && size > 0) return FailNoPlace("no text given");
   scanner_->AttachMemory(data ? data : "", size);
+  path_.clear();
   return true;
 }
 
@@ -175,8 +158,24 @@ bool ZyraBvFile::FailNoPlace(const std::string& message) {
 }
 
 bool ZyraBvFile::FailExpected(const char* what, const std::string& context) {
-  if (scanner_->AtEnd()) return Fail(context + ": the file ends where " + what + " should be");
-  return Fail(context + ": expected " + what + ", found " + Quoted(scanner_->Excerpt()));
+  return FailExpectedAt(*scanner_, what, context);
+}
+
+bool ZyraBvFile::FailExpectedAt(BvScanner& at, const char* what, const std::string& context) {
+  if (at.AtEnd()) {
+    return FailAtOffset(at.EndOffset(), context + ": the file ends where " + what + " should be");
+  }
+  return FailAtOffset(at.Offset(),
+                      context + ": expected " + what + ", found " + Quoted(at.Excerpt()));
+}
+
+bool ZyraBvFile::FailReadingFrame(BvScanner& at, const BvMotionLayout& layout,
+                                  const BvMotionStop& stop) {
+  const BvMotionLayout::Value& value = layout.values[static_cast<std::size_t>(stop.value)];
+  return FailExpectedAt(at, "a number",
+                        "frame " + std::to_string(stop.frame + 1) + ", joint " +
+                            Quoted(hierarchy_->nodes[value.node].name) + ", " +
+                            BvChannelName(value.code));
 }
 
 bool ZyraBvFile::ReadHierarchy() {
@@ -326,58 +325,35 @@ bool ZyraBvFile::ReadMotionData(MocapData* data, bool firstFrameOnly) {
     MocapRecord& record = data->records[i];
     std::memcpy(record.name, table.nodes[i].name, sizeof record.name);
     if (frames < 1) continue;
-    record.samples = AllocateSamples(frames);
+    record.samples = static_cast<DrvTransform*>(
+        std::malloc(static_cast<std::size_t>(frames) * sizeof(DrvTransform)));
     if (!record.samples) {
       return FailNoPlace("out of memory for " + std::to_string(frames) + " frames");
     }
     record.frameCount = frames;
   }
 
-  // A frame is read into six rows of nodeCount values (the X, Y, Z angles, then the X, Y, Z
-  // positions): each value of the file goes to its row and joint, scaled as its channel wants.
-  // Entries that no channel writes keep their rest values (no rotation, the offset) in every
-  // frame. The rows of angles then become rotations for all joints at once.
-  struct ValueSlot {
-    int slot;      // row * nodeCount + joint
-    float factor;  // degrees to radians, or the scale
-    int node, code;
-  };
-  std::vector<ValueSlot> slots;
-  slots.reserve(static_cast<std::size_t>(channelTotal));
-  const std::size_t rowSize = static_cast<std::size_t>(nodeCount);
-  std::vector<float> row(6 * rowSize, 0.0f);
-  for (int i = 0; i < nodeCount; ++i) {
-    const ZyraBvNode& node = table.nodes[i];
-    row[3 * rowSize + i] = node.offset.x;
-    row[4 * rowSize + i] = node.offset.y;
-    row[5 * rowSize + i] = node.offset.z;
-    for (int c = 0; c < node.channelCount; ++c) {
-      const int code = node.channels[c];
-      slots.push_back({code * nodeCount + i, code < kBvXposition ? kBvDegToRad : scale_, i, code});
-    }
+  // A long take is read by two threads, each from its half of the section on.
+  const BvMotionLayout layout = MakeMotionLayout(table, scale_);
+  BvSecondReader second;
+  const std::uint64_t start = scanner_->Offset();
+  if (!firstFrameOnly && BvSecondReader::WorthIt(scanner_->Remaining(), frames) &&
+      scanner_->Fork(scanner_->IsFile() ? std::fopen(path_.c_str(), "rb") : nullptr, start,
+                     &second.Cursor())) {
+    second.Start(start + scanner_->Remaining() / 2, frames, layout, data->records);
   }
-  std::vector<DrvQuaternion> rotations(rowSize);
-  const float* angles = row.data();
-  const float* positions = row.data() + 3 * rowSize;
+  BvFrameReader reader(layout, data->records);
   for (int f = 0; f < frames; ++f) {
-    for (const ValueSlot& value : slots) {
-      float number = 0.0f;
-      if (!scanner_->ReadFloat(&number)) {
-        return FailExpected("a number", "frame " + std::to_string(f + 1) + ", joint " +
-                                            Quoted(table.nodes[value.node].name) + ", " +
-                                            BvChannelName(value.code));
+    if (second.Reached(f)) {
+      if (second.Aligned(*scanner_)) {
+        const BvMotionStop stop = second.Join();
+        if (stop.frame >= 0) return FailReadingFrame(second.Cursor(), layout, stop);
+        return true;
       }
-      row[static_cast<std::size_t>(value.slot)] = number * value.factor;
+      second.Abandon();
     }
-    DrvQuaternion_SetZXYMany(rotations.data(), angles, angles + rowSize, angles + 2 * rowSize,
-                             nodeCount);
-    for (int i = 0; i < nodeCount; ++i) {
-      DrvTransform& sample = data->records[i].samples[f];
-      sample.translation =
-          DrvVector{positions[i], positions[rowSize + i], positions[2 * rowSize + i]};
-      sample.rotation = rotations[static_cast<std::size_t>(i)];
-      sample.scaling = DrvVector{1.0f, 1.0f, 1.0f};  // unused by the importers; kept defined
-    }
+    const BvMotionStop stop = reader.Read(*scanner_, f, f + 1);
+    if (stop.frame >= 0) return FailReadingFrame(*scanner_, layout, stop);
   }
   return true;
 }

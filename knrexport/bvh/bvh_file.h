@@ -16,6 +16,8 @@
 #include "knrexport/bvh/bvh_data.h"
 
 class BvScanner;
+struct BvMotionLayout;
+struct BvMotionStop;
 
 class ZyraBvFile {
  public:
@@ -44,7 +46,9 @@ class ZyraBvFile {
   bool ReadHierarchyNodes(int parent);
   // Reads the MOTION section into `data` (anything `data` held is freed first): only the first
   // frame when `firstFrameOnly`. False on a malformed section; `data` may then hold records,
-  // which FreeMocapData (or its destructor) releases.
+  // which FreeMocapData (or its destructor) releases. A long take (megabytes of frames, one a
+  // line) is read by two threads, each from its half on; the samples and every message are those
+  // of one reader.
   bool ReadMotionData(MocapData* data, bool firstFrameOnly);
 
   // Drops every joint whose name contains `tag`; their motion is folded into their children's
@@ -65,12 +69,16 @@ class ZyraBvFile {
   bool Fail(const std::string& message);
   bool FailAtOffset(std::uint64_t offset, const std::string& message);
   bool FailNoPlace(const std::string& message);
-  // The message for a scan that found no number or no token where one was needed.
+  // The message for a scan that found no number or no token where one was needed, at the
+  // cursor of the reader's scanner or of `at` (a second cursor over the same text).
   bool FailExpected(const char* what, const std::string& context);
+  bool FailExpectedAt(BvScanner& at, const char* what, const std::string& context);
+  bool FailReadingFrame(BvScanner& at, const BvMotionLayout& layout, const BvMotionStop& stop);
   bool CheckData(const MocapData* data, const char* operation);
   void ReplaceTables(ZyraBvHierarchy* nodes, MocapRecord* records, int count, MocapData* data);
 
   std::unique_ptr<BvScanner> scanner_;
+  std::string path_;  // of the open file (UTF-8), for a second stream over it
   std::unique_ptr<ZyraBvHierarchy> hierarchy_;
   float scale_ = 1.0f;
   std::string error_;

@@ -30,13 +30,13 @@ float OutOfRangeValue(const char* first, const char* last, std::chars_format for
 
 }  // namespace
 
-void BvScanner::AttachFile(std::FILE* file, std::uint64_t size) {
+void BvScanner::AttachFile(std::FILE* file, std::uint64_t size, std::uint64_t offset) {
   Reset();
   file_ = file;
   size_ = size;
   buf_.resize(kBlockSize);
   pos_ = end_ = buf_.data();
-  base_ = 0;
+  base_ = offset;
   eof_ = false;
   open_ = true;
 }
@@ -58,11 +58,59 @@ bool BvScanner::Reset() {
   if (file_) closed = std::fclose(file_) == 0;
   file_ = nullptr;
   std::vector<char>().swap(buf_);
+  view_ = nullptr;
   pos_ = end_ = nullptr;
   base_ = size_ = 0;
   eof_ = true;
   open_ = false;
   return closed;
+}
+
+bool BvScanner::Fork(std::FILE* reopened, std::uint64_t offset, BvScanner* other) const {
+  if (!file_) {
+    if (reopened) std::fclose(reopened);
+    other->Reset();
+    other->view_ = Data();
+    other->pos_ = Data() + offset;
+    other->end_ = end_;
+    other->size_ = size_;
+    other->open_ = true;
+    return true;
+  }
+  if (!reopened) return false;
+  if (fseeko(reopened, static_cast<off_t>(offset), SEEK_SET) != 0) {
+    std::fclose(reopened);
+    return false;
+  }
+  std::setvbuf(reopened, nullptr, _IONBF, 0);
+  other->AttachFile(reopened, size_, offset);
+  return true;
+}
+
+bool BvScanner::SkipToLineStart(std::uint64_t offset, std::uint64_t* lineEnds) {
+  for (;;) {
+    // Line ends before `offset`, then the first one at or after it.
+    const std::uint64_t here = Offset();
+    const char* stop = end_;
+    if (offset > here && offset - here < static_cast<std::uint64_t>(end_ - pos_)) {
+      stop = pos_ + (offset - here);
+    }
+    if (offset > here) {
+      *lineEnds += static_cast<std::uint64_t>(std::count(pos_, stop, '\n'));
+      pos_ = stop;
+    }
+    if (Offset() >= offset) {
+      const char* lineEnd = static_cast<const char*>(std::memchr(pos_, '\n', end_ - pos_));
+      if (lineEnd) {
+        *lineEnds += 1;
+        pos_ = lineEnd + 1;
+        return true;
+      }
+      pos_ = end_;
+    }
+    if (eof_) return false;
+    Refill();
+  }
 }
 
 void BvScanner::Refill() {
@@ -166,8 +214,9 @@ std::uint64_t BvScanner::EndOffset() {
 int BvScanner::LineAt(std::uint64_t offset) {
   std::uint64_t lines = 0;
   if (!file_) {
-    const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(offset, buf_.size()));
-    lines = static_cast<std::uint64_t>(std::count(buf_.data(), buf_.data() + n, '\n'));
+    const std::size_t n = static_cast<std::size_t>(
+        std::min<std::uint64_t>(offset, static_cast<std::uint64_t>(end_ - Data())));
+    lines = static_cast<std::uint64_t>(std::count(Data(), Data() + n, '\n'));
   } else {
     // The consumed part of a streamed file is gone from the buffer: count it in the file again.
     const off_t resume = ftello(file_);

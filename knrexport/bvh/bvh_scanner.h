@@ -23,10 +23,19 @@ class BvScanner {
   BvScanner(const BvScanner&) = delete;
   BvScanner& operator=(const BvScanner&) = delete;
 
-  // Streams `file` (taken over; closed by Reset) of `size` bytes.
-  void AttachFile(std::FILE* file, std::uint64_t size);
+  // Streams `file` (taken over; closed by Reset) of `size` bytes, positioned at byte `offset`.
+  void AttachFile(std::FILE* file, std::uint64_t size, std::uint64_t offset = 0);
   // Scans a copy of `size` bytes at `data`.
   void AttachMemory(const char* data, std::size_t size);
+  // Makes `other` a second cursor over the same text, at byte `offset`: for a file, a stream of
+  // its own (`reopened`, positioned there); in memory, a view of this scanner's copy, which must
+  // outlive it. False when the stream cannot be positioned.
+  bool Fork(std::FILE* reopened, std::uint64_t offset, BvScanner* other) const;
+  bool IsFile() const { return file_ != nullptr; }
+  // Moves the cursor to the start of the first line that begins at or after byte `offset` (not
+  // before the cursor) and adds the line ends passed to *lineEnds. False when the text ends
+  // first.
+  bool SkipToLineStart(std::uint64_t offset, std::uint64_t* lineEnds);
   // Drops the text and closes the file; false when closing the file failed.
   bool Reset();
   bool IsOpen() const { return open_; }
@@ -73,7 +82,7 @@ class BvScanner {
 
  private:
   static bool IsSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
-  const char* Data() const { return buf_.data(); }
+  const char* Data() const { return view_ ? view_ : buf_.data(); }
   bool SkipSpaceRefilling();
   void Refill();
   // The general path of ReadFloat, at the cursor.
@@ -113,6 +122,7 @@ class BvScanner {
 
   std::FILE* file_ = nullptr;
   std::vector<char> buf_;
+  const char* view_ = nullptr;  // the text of another scanner, instead of buf_
   const char* pos_ = nullptr;
   const char* end_ = nullptr;
   std::uint64_t base_ = 0;  // offset of buf_[0] in the text
