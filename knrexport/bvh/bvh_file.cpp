@@ -39,6 +39,22 @@ std::string Quoted(std::string_view text) {
   return out + "\"";
 }
 
+// A second stream over the file open on `fd` (its own position, so that two threads can read it
+// at once): the same file even if its name has been moved or reused since, or null.
+std::FILE* ReopenSameFile(int fd, const std::string& path) {
+  struct stat opened;
+  if (fstat(fd, &opened) != 0) return nullptr;
+  std::FILE* again = std::fopen(("/proc/self/fd/" + std::to_string(fd)).c_str(), "rb");
+  if (!again) again = std::fopen(path.c_str(), "rb");
+  struct stat reopened;
+  if (again && (fstat(fileno(again), &reopened) != 0 || reopened.st_dev != opened.st_dev ||
+                reopened.st_ino != opened.st_ino)) {
+    std::fclose(again);
+    again = nullptr;
+  }
+  return again;
+}
+
 // File names reach us as wide characters; the file system takes UTF-8.
 std::string ToUtf8(const wchar_t* text) {
   std::string out;
@@ -337,9 +353,9 @@ bool ZyraBvFile::ReadMotionData(MocapData* data, bool firstFrameOnly) {
   const BvMotionLayout layout = MakeMotionLayout(table, scale_);
   BvSecondReader second;
   const std::uint64_t start = scanner_->Offset();
+  const int fd = scanner_->FileDescriptor();
   if (!firstFrameOnly && BvSecondReader::WorthIt(scanner_->Remaining(), frames) &&
-      scanner_->Fork(scanner_->IsFile() ? std::fopen(path_.c_str(), "rb") : nullptr, start,
-                     &second.Cursor())) {
+      scanner_->Fork(fd < 0 ? nullptr : ReopenSameFile(fd, path_), start, &second.Cursor())) {
     second.Start(start + scanner_->Remaining() / 2, frames, layout, data->records);
   }
   BvFrameReader reader(layout, data->records);

@@ -31,7 +31,8 @@ class BvScanner {
   // its own (`reopened`, positioned there); in memory, a view of this scanner's copy, which must
   // outlive it. False when the stream cannot be positioned.
   bool Fork(std::FILE* reopened, std::uint64_t offset, BvScanner* other) const;
-  bool IsFile() const { return file_ != nullptr; }
+  // The descriptor of the streamed file, or -1 for text in memory.
+  int FileDescriptor() const { return file_ ? fileno(file_) : -1; }
   // Moves the cursor to the start of the first line that begins at or after byte `offset` (not
   // before the cursor) and adds the line ends passed to *lineEnds. False when the text ends
   // first.

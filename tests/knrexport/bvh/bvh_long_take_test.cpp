@@ -114,9 +114,18 @@ TEST(BvhLongTake, SamplesAreTheRealFramesWhateverTheLayout) {
     ZyraBvFile file;
     MocapData data;
     if (layout.fromFile) {
-      ASSERT_TRUE(file.Open(Wide(path).c_str(), 1.0f) && file.ReadHierarchy() &&
-                  file.ReadMotionData(&data, false))
-          << file.LastError();
+      // Moved away once open, and another take of the same length put in its place (every digit
+      // 3 made a 4): the second stream must still read the file that was opened.
+      ASSERT_TRUE(file.Open(Wide(path).c_str(), 1.0f));
+      ASSERT_EQ(std::rename(path.c_str(), (path + ".moved").c_str()), 0);
+      {
+        std::string other = lines;
+        std::replace(other.begin() + static_cast<std::ptrdiff_t>(take.head.size()), other.end(),
+                     '3', '4');
+        std::ofstream out(path, std::ios::binary);
+        out << other;
+      }
+      ASSERT_TRUE(file.ReadHierarchy() && file.ReadMotionData(&data, false)) << file.LastError();
     } else {
       ASSERT_TRUE(Read(file, data, layout.text)) << file.LastError();
     }
@@ -131,6 +140,7 @@ TEST(BvhLongTake, SamplesAreTheRealFramesWhateverTheLayout) {
     }
   }
   std::remove(path.c_str());
+  std::remove((path + ".moved").c_str());
 }
 
 TEST(BvhLongTake, BrokenTakesAreReportedWhereOneReaderWould) {
