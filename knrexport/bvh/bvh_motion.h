@@ -74,7 +74,7 @@ class BvSecondReader {
     return start_.load() == frame;
   }
   // Whether `first`'s cursor (before frame Reached) stands where the second reader began.
-  bool Aligned(BvScanner& first) { return first.AtEnd() ? false : first.Offset() == startOffset_; }
+  bool Aligned(BvScanner& first) { return !first.AtEnd() && first.Offset() == startOffset_; }
   // Waits for the second reader and returns where it stopped; Cursor() is then where it failed.
   BvMotionStop Join();
   BvScanner& Cursor() { return cursor_; }

@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/knrexport/bvh/bvh_test_text.h"
+
 namespace {
 
 // Rotations computed in double, independently of the reader and the Drv math.
@@ -49,22 +51,6 @@ void Compose(const DrvTransform& a, const DrvTransform& b, Qd* rotation, double 
   return ::testing::AssertionFailure()
          << "(" << q.x << ", " << q.y << ", " << q.z << ", " << q.w << ") vs (" << e.x << ", "
          << e.y << ", " << e.z << ", " << e.w << ")";
-}
-
-std::string Slurp(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-std::wstring Wide(const std::string& s) { return std::wstring(s.begin(), s.end()); }
-
-// Reads hierarchy and motion of `text` through the in-memory path.
-bool ReadText(ZyraBvFile& file, MocapData& data, const std::string& text, float scale = 1.0f,
-              bool firstFrameOnly = false) {
-  return file.OpenMemory(text.data(), text.size(), scale) && file.ReadHierarchy() &&
-         file.ReadMotionData(&data, firstFrameOnly);
 }
 
 int IndexOf(ZyraBvFile& file, const char* name) {

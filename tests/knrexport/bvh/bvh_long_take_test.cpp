@@ -17,17 +17,9 @@
 #include "knrexport/bvh/bvh_file.h"
 #include "knrexport/bvh/bvh_motion.h"
 #include "knrexport/bvh/bvh_scanner.h"
+#include "tests/knrexport/bvh/bvh_test_text.h"
 
 namespace {
-
-std::string Slurp(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-std::wstring Wide(const std::string& s) { return std::wstring(s.begin(), s.end()); }
 
 // 01_03.bvh (4511 frames of 31 joints) with its frames repeated: about 6 MB for 8000 frames.
 struct LongTake {
@@ -72,11 +64,6 @@ struct LongTake {
 const LongTake& Take() {
   static const LongTake take;
   return take;
-}
-
-bool Read(ZyraBvFile& file, MocapData& data, const std::string& text) {
-  return file.OpenMemory(text.data(), text.size(), 1.0f) && file.ReadHierarchy() &&
-         file.ReadMotionData(&data, false);
 }
 
 // The 1-based line of byte `offset` of `text`.
@@ -127,7 +114,7 @@ TEST(BvhLongTake, SamplesAreTheRealFramesWhateverTheLayout) {
       }
       ASSERT_TRUE(file.ReadHierarchy() && file.ReadMotionData(&data, false)) << file.LastError();
     } else {
-      ASSERT_TRUE(Read(file, data, layout.text)) << file.LastError();
+      ASSERT_TRUE(ReadText(file, data, layout.text)) << file.LastError();
     }
     ASSERT_EQ(data.nodeCount, 31);
     for (int i = 0; i < data.nodeCount; ++i) {
@@ -183,7 +170,7 @@ TEST(BvhLongTake, BrokenTakesAreReportedWhereOneReaderWould) {
     SCOPED_TRACE(c.what);
     ZyraBvFile file;
     MocapData data;
-    EXPECT_FALSE(Read(file, data, c.text));
+    EXPECT_FALSE(ReadText(file, data, c.text));
     EXPECT_EQ(file.LastError(), c.message);
     EXPECT_EQ(file.LastErrorLine(), c.line);
   }
