@@ -238,12 +238,13 @@ bool SetFoot(X3DObject& node, bool addSphere) {
 }
 
 bool RemoveFoot(X3DObject& node) {
+  // Only a foot has anything to remove: on any other node the spheres below belong to whatever
+  // else the node is, and are left alone without a question.
   Property effector;
-  if (FindCustomPSet(node, kTagEffector, effector)) {
-    DeleteObj(effector.GetFullName());
-    Property flags;
-    if (FindCustomPSet(node, kTagNode, flags)) SetWireframeDisplayColor(node, RoleColour(flags));
-  }
+  if (!FindCustomPSet(node, kTagEffector, effector)) return true;
+  DeleteObj(effector.GetFullName());
+  Property flags;
+  if (FindCustomPSet(node, kTagNode, flags)) SetWireframeDisplayColor(node, RoleColour(flags));
   CRefArray spheres;
   FindRTKNodes(node, kTagSphere, spheres);
   if (spheres.GetCount() > 0 &&

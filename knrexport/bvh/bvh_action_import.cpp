@@ -95,7 +95,9 @@ bool AddBVHAction(Model& actor, const CString& path, const CString& actionName, 
 
   CValue rate;
   Application().ExecuteCommand(L"GetValue", {L"preferences.output_format.frame_rate"}, rate);
-  const double spacing = rate.AsDouble() / (1.0 / static_cast<double>(data.frameTime));
+  // Host frames per file frame; with the file's rate taken exactly (ExactFrameRate), a take at
+  // the scene's rate keys whole frames.
+  const double spacing = rate.AsDouble() / data.frameRate;
 
   // One curve at a time: every frame of a joint's channel goes into its curve in one call, so a
   // long take is keyed without a host call per key.

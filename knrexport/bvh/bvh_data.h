@@ -78,9 +78,16 @@ struct MocapData {
   MocapData& operator=(const MocapData&) = delete;
 
   int nodeCount = 0;
-  float frameTime = 0.0f;          // seconds per frame
+  float frameTime = 0.0f;          // seconds per frame, as the file gives it
+  // Frames per second: 1 / frameTime, or the whole number it is within 0.01% of (see
+  // ExactFrameRate); 0 when the frame time is not positive.
+  double frameRate = 0.0;
   MocapRecord* records = nullptr;  // nodeCount records, new[]'ed
 };
 
+// The frame rate of a frame time: a whole number of frames per second when 1 / frameTime is
+// within 0.01% of one (0.0083333 s gives exactly 120), else 1 / frameTime; 0 for a frame time
+// that is not a positive finite number.
+double ExactFrameRate(float frameTime);
 // Frees every record's samples and the record array; leaves `data` empty (count 0, no records).
 void FreeMocapData(MocapData& data);

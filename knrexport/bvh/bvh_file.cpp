@@ -1,8 +1,11 @@
 #include "knrexport/bvh/bvh_file.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -81,6 +84,15 @@ std::string ToUtf8(const wchar_t* text) {
 
 }  // namespace
 
+double ExactFrameRate(float frameTime) {
+  if (!(frameTime > 0.0f) || !std::isfinite(frameTime)) return 0.0;
+  const double rate = 1.0 / static_cast<double>(frameTime);
+  const double whole = std::round(rate);
+  // Frame times are written with a handful of digits (0.0083333 for 120 fps): a rate within
+  // 0.01% of a whole number is that number.
+  return whole >= 1.0 && std::fabs(rate - whole) <= whole * 1e-4 ? whole : rate;
+}
+
 const char* BvChannelName(int code) {
   return code >= 0 && code < kBvMaxChannels ? kChannelNames[code].data() : "?";
 }
@@ -117,12 +129,20 @@ bool ZyraBvFile::Open(const wchar_t* path, float scale) {
   if (!OpenScanner(scale)) return false;
   if (!path) return FailNoPlace("no file name given");
   const std::string name = ToUtf8(path);
-  std::FILE* file = std::fopen(name.c_str(), "rb");
-  if (!file) return FailNoPlace("cannot open " + Quoted(name) + ": " + std::strerror(errno));
+  // Opened without waiting, so that a FIFO is refused at once instead of blocking until a
+  // writer comes; only a regular file is read.
+  const int fd = ::open(name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return FailNoPlace("cannot open " + Quoted(name) + ": " + std::strerror(errno));
   struct stat info;
-  if (fstat(fileno(file), &info) != 0 || !S_ISREG(info.st_mode)) {
-    std::fclose(file);
+  if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+    ::close(fd);
     return FailNoPlace(Quoted(name) + " is not a regular file");
+  }
+  ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+  std::FILE* file = ::fdopen(fd, "rb");
+  if (!file) {
+    ::close(fd);
+    return FailNoPlace("cannot open " + Quoted(name) + ": " + std::strerror(errno));
   }
   // The scanner reads in large blocks itself; a second buffer in the stream would only copy.
   std::setvbuf(file, nullptr, _IONBF, 0);
@@ -187,11 +207,40 @@ bool ZyraBvFile::FailExpectedAt(BvScanner& at, const char* what, const std::stri
 
 bool ZyraBvFile::FailReadingFrame(BvScanner& at, const BvMotionLayout& layout,
                                   const BvMotionStop& stop) {
+  const std::string frame = "frame " + std::to_string(stop.frame + 1);
+  const std::string perFrame = std::to_string(layout.values.size());
+  switch (stop.why) {
+    case BvMotionStop::kShortRow:
+      return FailAtOffset(stop.offset, frame + ": its line holds " + std::to_string(stop.value) +
+                                           " values, a frame has " + perFrame);
+    case BvMotionStop::kLongRow:
+      return FailAtOffset(stop.offset,
+                          frame + ": its line holds more than the " + perFrame + " values of a frame");
+    default:
+      break;
+  }
   const BvMotionLayout::Value& value = layout.values[static_cast<std::size_t>(stop.value)];
-  return FailExpectedAt(at, "a number",
-                        "frame " + std::to_string(stop.frame + 1) + ", joint " +
-                            Quoted(hierarchy_->nodes[value.node].name) + ", " +
-                            BvChannelName(value.code));
+  const std::string where = frame + ", joint " + Quoted(hierarchy_->nodes[value.node].name) +
+                            ", " + BvChannelName(value.code);
+  if (stop.why == BvMotionStop::kNotFinite) {
+    return FailAtOffset(stop.offset, where + ": not a finite number");
+  }
+  return FailExpectedAt(at, "a number", where);
+}
+
+bool ZyraBvFile::ReadFinite(float* value) {
+  const std::uint64_t at = scanner_->AtEnd() ? 0 : scanner_->Offset();
+  if (!scanner_->ReadFloat(value)) return false;
+  if (std::isfinite(*value)) return true;
+  nonFinite_ = at;
+  return false;
+}
+
+bool ZyraBvFile::FailNumber(const char* what, const std::string& context) {
+  if (nonFinite_ == kNoOffset) return FailExpected(what, context);
+  const std::uint64_t at = nonFinite_;
+  nonFinite_ = kNoOffset;
+  return FailAtOffset(at, context + ": not a finite number");
 }
 
 bool ZyraBvFile::ReadHierarchy() {
@@ -200,7 +249,14 @@ bool ZyraBvFile::ReadHierarchy() {
   if (!scanner_->IsOpen()) return FailNoPlace("no file is open");
   if (hierarchy_) return FailNoPlace("the hierarchy has already been read");
   std::string_view token;
-  if (!scanner_->ReadToken(&token) || token != "HIERARCHY") {
+  // A UTF-8 byte-order mark, as some editors write, is not part of the first keyword.
+  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+  bool read = scanner_->ReadToken(&token);
+  if (read && token.substr(0, 3) == kByteOrderMark) {
+    token.remove_prefix(3);
+    if (token.empty()) read = scanner_->ReadToken(&token);
+  }
+  if (!read || token != "HIERARCHY") {
     if (!token.empty()) {
       return FailAtOffset(scanner_->Offset() - token.size(),
                           "expected \"HIERARCHY\", found " + Quoted(token));
@@ -241,7 +297,7 @@ bool ZyraBvFile::ReadHierarchyNodes(int parent) {
     if (token == "OFFSET") {
       float v[3];
       for (float& value : v) {
-        if (!scanner_->ReadFloat(&value)) return FailExpected("three OFFSET numbers", context);
+        if (!ReadFinite(&value)) return FailNumber("three OFFSET numbers", context);
       }
       node.offset = DrvVector{v[0] * scale_, v[1] * scale_, v[2] * scale_};
     } else if (token == "CHANNELS") {
@@ -268,10 +324,9 @@ bool ZyraBvFile::ReadHierarchyNodes(int parent) {
     } else if (token == "End") {
       float v[3];
       if (!scanner_->MatchLiteral("Site") || !scanner_->MatchLiteral("{") ||
-          !scanner_->MatchLiteral("OFFSET") || !scanner_->ReadFloat(&v[0]) ||
-          !scanner_->ReadFloat(&v[1]) || !scanner_->ReadFloat(&v[2]) ||
-          !scanner_->MatchLiteral("}")) {
-        return FailExpected("\"Site { OFFSET x y z }\"", context + ", End Site");
+          !scanner_->MatchLiteral("OFFSET") || !ReadFinite(&v[0]) || !ReadFinite(&v[1]) ||
+          !ReadFinite(&v[2]) || !scanner_->MatchLiteral("}")) {
+        return FailNumber("\"Site { OFFSET x y z }\"", context + ", End Site");
       }
       node.endsite = DrvVector{v[0] * scale_, v[1] * scale_, v[2] * scale_};
     } else if (token == "}") {
@@ -311,8 +366,8 @@ bool ZyraBvFile::ReadMotionData(MocapData* data, bool firstFrameOnly) {
   }
   float frameTime = 0.0f;
   if (!scanner_->MatchLiteral("Frame") || !scanner_->MatchLiteral("Time:") ||
-      !scanner_->ReadFloat(&frameTime)) {
-    return FailExpected("\"Frame Time:\" and a number", "MOTION");
+      !ReadFinite(&frameTime)) {
+    return FailNumber("\"Frame Time:\" and a number", "MOTION");
   }
 
   long long channelTotal = 0;
@@ -337,6 +392,7 @@ bool ZyraBvFile::ReadMotionData(MocapData* data, bool firstFrameOnly) {
   if (!data->records) return FailNoPlace("out of memory for the motion records");
   data->nodeCount = nodeCount;
   data->frameTime = frameTime;
+  data->frameRate = ExactFrameRate(frameTime);
   for (int i = 0; i < nodeCount; ++i) {
     MocapRecord& record = data->records[i];
     std::memcpy(record.name, table.nodes[i].name, sizeof record.name);
@@ -358,10 +414,11 @@ bool ZyraBvFile::ReadMotionData(MocapData* data, bool firstFrameOnly) {
       scanner_->Fork(fd < 0 ? nullptr : ReopenSameFile(fd, path_), start, &second.Cursor())) {
     second.Start(start + scanner_->Remaining() / 2, frames, layout, data->records);
   }
-  BvFrameReader reader(layout, data->records);
+  BvFrameReader reader(layout, data->records, frames);
   for (int f = 0; f < frames; ++f) {
     if (second.Reached(f)) {
-      if (second.Aligned(*scanner_)) {
+      // The second reader took each line for a frame: only right in a take of one frame a line.
+      if (reader.OneFrameALine() && second.Aligned(*scanner_)) {
         const BvMotionStop stop = second.Join();
         if (stop.frame >= 0) return FailReadingFrame(second.Cursor(), layout, stop);
         return true;

@@ -74,6 +74,10 @@ class ZyraBvFile {
   bool FailExpected(const char* what, const std::string& context);
   bool FailExpectedAt(BvScanner& at, const char* what, const std::string& context);
   bool FailReadingFrame(BvScanner& at, const BvMotionLayout& layout, const BvMotionStop& stop);
+  // Reads a float that must be finite; a non-finite one is noted for FailNumber.
+  bool ReadFinite(float* value);
+  // The failure after ReadFinite: the non-finite value at its place, else FailExpected.
+  bool FailNumber(const char* what, const std::string& context);
   bool CheckData(const MocapData* data, const char* operation);
   void ReplaceTables(ZyraBvHierarchy* nodes, MocapRecord* records, int count, MocapData* data);
 
@@ -83,6 +87,8 @@ class ZyraBvFile {
   float scale_ = 1.0f;
   std::string error_;
   int errorLine_ = 0;
+  static constexpr std::uint64_t kNoOffset = ~std::uint64_t{0};
+  std::uint64_t nonFinite_ = kNoOffset;  // where ReadFinite met a non-finite value
 };
 
 // Sets the end site of every joint that has children to the mean of its children's first-frame

@@ -1,5 +1,7 @@
 #include "knrexport/bvh/bvh_motion.h"
 
+#include <cmath>
+
 #include "knrexport/math/drv_batch.h"
 
 namespace {
@@ -31,21 +33,75 @@ BvMotionLayout MakeMotionLayout(const ZyraBvHierarchy& table, float scale) {
   return layout;
 }
 
-BvFrameReader::BvFrameReader(const BvMotionLayout& layout, MocapRecord* records)
+BvFrameReader::BvFrameReader(const BvMotionLayout& layout, MocapRecord* records, int frames)
     : layout_(layout),
       records_(records),
+      frames_(frames),
       row_(layout.rest),
       rotations_(static_cast<std::size_t>(layout.nodeCount)) {}
+
+bool BvFrameReader::CheckBreak(int f, int k, bool newLine, std::uint64_t before, std::uint64_t at,
+                               BvMotionStop* stop) {
+  const int count = static_cast<int>(layout_.values.size());
+  if (rows_ == kRows) {
+    if (k == 0 && !newLine) {
+      *stop = {f - 1, count, BvMotionStop::kLongRow, at};
+      return false;
+    }
+    if (k > 0 && newLine) {
+      *stop = {f, k, BvMotionStop::kShortRow, before};
+      return false;
+    }
+    return true;
+  }
+  // The first frame tells how frames stand; the first value after it (k == 0 of frame 1, or
+  // the end check, k == count) settles it.
+  if (f == 0 && k == 0) {
+    if (!newLine) rows_ = kFree;  // values on the "Frame Time" line: no rows to speak of
+    return true;
+  }
+  if (f == 0 && k < count) {
+    if (newLine && firstBreak_ < 0) {
+      firstBreak_ = k;
+      firstLineEnd_ = before;
+    }
+    return true;
+  }
+  if (newLine) {
+    rows_ = firstBreak_ < 0 ? kRows : kFree;
+    return true;
+  }
+  // The first frame ends in the middle of a line: its first line held too many values, or, when
+  // the frame ran on to the next line, too few.
+  if (firstBreak_ < 0) {
+    *stop = {0, count, BvMotionStop::kLongRow, at};
+  } else {
+    *stop = {0, firstBreak_, BvMotionStop::kShortRow, firstLineEnd_};
+  }
+  return false;
+}
 
 BvMotionStop BvFrameReader::Read(BvScanner& scanner, int first, int last) {
   const auto n = static_cast<std::size_t>(layout_.nodeCount);
   const float* angles = row_.data();
   const float* positions = row_.data() + 3 * n;
+  BvMotionStop stop;
   for (int f = first; f < last; ++f) {
     for (std::size_t k = 0; k < layout_.values.size(); ++k) {
       const BvMotionLayout::Value& value = layout_.values[k];
+      const std::uint64_t before = scanner.Offset();
+      bool newLine = false;
+      if (!scanner.SkipSpaceNotingLines(&newLine)) return {f, static_cast<int>(k)};
+      newLine |= lineStart_;
+      lineStart_ = false;
+      if (rows_ != kFree && (rows_ == kUnknown || newLine != (k == 0)) &&
+          !CheckBreak(f, static_cast<int>(k), newLine, before, scanner.Offset(), &stop)) {
+        return stop;
+      }
+      const std::uint64_t at = scanner.Offset();
       float number = 0.0f;
       if (!scanner.ReadFloat(&number)) return {f, static_cast<int>(k)};
+      if (!std::isfinite(number)) return {f, static_cast<int>(k), BvMotionStop::kNotFinite, at};
       row_[static_cast<std::size_t>(value.slot)] = number * value.factor;
     }
     DrvQuaternion_SetZXYMany(rotations_.data(), angles, angles + n, angles + 2 * n,
@@ -55,6 +111,15 @@ BvMotionStop BvFrameReader::Read(BvScanner& scanner, int first, int last) {
       sample.translation = DrvVector{positions[i], positions[n + i], positions[2 * n + i]};
       sample.rotation = rotations_[i];
       sample.scaling = DrvVector{1.0f, 1.0f, 1.0f};  // unused by the importers; kept defined
+    }
+  }
+  // After the last frame, nothing more may stand on its line.
+  if (last == frames_ && last > first && rows_ != kFree) {
+    const std::uint64_t before = scanner.Offset();
+    bool newLine = false;
+    if (scanner.SkipSpaceNotingLines(&newLine) &&
+        !CheckBreak(last, 0, newLine, before, scanner.Offset(), &stop)) {
+      return stop;
     }
   }
   return {};
@@ -84,7 +149,8 @@ void BvSecondReader::Run(std::uint64_t middle, int frames, const BvMotionLayout&
   // Both sides store, then load (sequentially consistent): if this load misses the first
   // reader's arrival at `first`, that reader's look at start_ sees `first`.
   if (progress_.load() >= first) return;
-  BvFrameReader reader(layout, records);
+  BvFrameReader reader(layout, records, frames);
+  reader.AssumeOneFrameALine();
   for (int f = first; f < frames; f += kStretch) {
     if (stop_.load(std::memory_order_relaxed)) return;
     const int last = frames - f > kStretch ? f + kStretch : frames;

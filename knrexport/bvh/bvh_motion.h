@@ -27,24 +27,60 @@ struct BvMotionLayout {
 };
 BvMotionLayout MakeMotionLayout(const ZyraBvHierarchy& table, float scale);
 
-// Where reading stopped early: the frame and the index in BvMotionLayout::values of the value
-// that could not be read; frame -1 when every frame was read.
+// Where reading stopped early: the frame, the index in BvMotionLayout::values of the value that
+// could not be read, and why; frame -1 when every frame was read.
 struct BvMotionStop {
+  enum Why : int {
+    kNoNumber,   // no number where the value should be (the cursor stands there)
+    kShortRow,   // the frame's line ends after `value` values
+    kLongRow,    // the frame's line holds more values than a frame
+    kNotFinite,  // the value is nan, an infinity or out of the float range
+  };
   int frame = -1;
   int value = 0;
+  Why why = kNoNumber;
+  std::uint64_t offset = 0;  // where the fault is, for the row and number faults
 };
 
 // Reads frames into the records' samples: one DrvTransform per joint and frame (scaling 1), the
 // rotations of a frame's joints built four at a time.
+//
+// Rows. When the first frame starts on a line of its own and its values all stand on that line,
+// the take is taken to hold one frame a line, and every line must then hold exactly one frame: a
+// line short of values or with values left over is refused at that line (otherwise one value too
+// many or too few would shift every later frame without a word). A first frame spread over
+// several lines (some writers wrap long frames) must end where a line ends; its lines are not
+// checked further. Every value must be finite.
 class BvFrameReader {
  public:
-  BvFrameReader(const BvMotionLayout& layout, MocapRecord* records);
+  // `frames` is the number of frames of the section (the last one is checked for values left
+  // over on its line).
+  BvFrameReader(const BvMotionLayout& layout, MocapRecord* records, int frames);
   // Reads frames first .. last - 1 with `scanner`.
   BvMotionStop Read(BvScanner& scanner, int first, int last);
+  // The take holds one frame a line and the next frame starts at the start of a line (the
+  // second reader, which starts on a line of its own, assumes this).
+  void AssumeOneFrameALine() {
+    rows_ = kRows;
+    lineStart_ = true;
+  }
+  // Whether the take holds one frame a line (known once the first frame is read).
+  bool OneFrameALine() const { return rows_ == kRows; }
 
  private:
+  enum RowMode { kUnknown, kRows, kFree };
+  // Checks where value `k` of frame `f` stands (`newLine`: it begins a line; `before`: the end of
+  // the value before it; `at`: its own offset). False, with `stop` set, when it cannot be there.
+  bool CheckBreak(int f, int k, bool newLine, std::uint64_t before, std::uint64_t at,
+                  BvMotionStop* stop);
+
   const BvMotionLayout& layout_;
   MocapRecord* records_;
+  int frames_;
+  RowMode rows_ = kUnknown;
+  bool lineStart_ = false;
+  int firstBreak_ = -1;             // the first frame: its first value that began a new line
+  std::uint64_t firstLineEnd_ = 0;  // and where its first line's values ended
   std::vector<float> row_;  // every frame writes the same places; the others keep rest values
   std::vector<DrvQuaternion> rotations_;
 };

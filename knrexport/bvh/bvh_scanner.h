@@ -48,6 +48,18 @@ class BvScanner {
     if (eof_ || static_cast<std::size_t>(end_ - pos_) >= kLookahead) return pos_ < end_;
     return SkipSpaceRefilling();
   }
+  // SkipSpace that also tells whether a line end was among the whitespace skipped (*newLine).
+  bool SkipSpaceNotingLines(bool* newLine) {
+    bool seen = false;
+    for (;;) {
+      while (pos_ < end_ && IsSpace(*pos_)) seen |= *pos_++ == '\n';
+      if (eof_ || static_cast<std::size_t>(end_ - pos_) >= kLookahead) {
+        *newLine = seen;
+        return pos_ < end_;
+      }
+      Refill();
+    }
+  }
   // Reads a maximal run of non-whitespace ("%s"). The view stays valid until the next call.
   // False at the end of the text or for a token longer than kLookahead.
   bool ReadToken(std::string_view* token);

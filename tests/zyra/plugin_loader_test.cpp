@@ -241,17 +241,10 @@ TEST_F(PluginLoaderTest, InspectObjRunsPageEventsInOrderFromTheQueuedAnswer) {
   auto& ui = rt::Host::Get().ui();
   auto events = [&] { return S(property.GetParameterValue(L"Events").GetAsText()); };
 
-  {  // Values then presses. Count is read-only from OnInit on; Enabled=false makes Scale
-     // read-only before its answer comes; a combo takes a choice by its label.
+  {  // Values then presses; a combo takes a choice by its label.
     ui.pageAnswers.push_back(rt::PageAnswer{L"Other Page", {{L"Name", L"Wrong"}}, {}, false});
-    ui.pageAnswers.push_back(rt::PageAnswer{L"Tst Page",
-                                            {{L"Enabled", L"false"},
-                                             {L"Count", L"7"},
-                                             {L"Scale", L"0.9"},
-                                             {L"Mode", L"Jump"},
-                                             {L"Bogus", L"1"}},
-                                            {L"Apply", L"Nope"},
-                                            false});
+    ui.pageAnswers.push_back(rt::PageAnswer{
+        L"Tst Page", {{L"Enabled", L"false"}, {L"Mode", L"Jump"}}, {L"Apply"}, false});
     CStatus status;
     CValue cancelled = Inspect(property, L"Tst Page", false, &status);
     ASSERT_TRUE(status.Succeeded()) << S(status.GetMessage());
@@ -259,22 +252,49 @@ TEST_F(PluginLoaderTest, InspectObjRunsPageEventsInOrderFromTheQueuedAnswer) {
     EXPECT_FALSE(cancelled.AsBool());
     EXPECT_EQ(events(), "init;change:Enabled;change:Mode;button:Apply;closed");
     EXPECT_FALSE(property.GetParameterValue(L"Enabled").AsBool());
-    EXPECT_EQ(property.GetParameterValue(L"Count").AsInt(), 3);
-    EXPECT_EQ(property.GetParameterValue(L"Scale").AsDouble(), 0.5);
     EXPECT_EQ(property.GetParameterValue(L"Mode").AsInt(), 2);
     EXPECT_EQ(S(property.GetParameterValue(L"Name").GetAsText()), "Applied");
     EXPECT_TRUE(property.GetParameter(L"Count").IsReadOnly());
     EXPECT_TRUE(property.GetParameter(L"Scale").IsReadOnly());
     EXPECT_FALSE(property.GetParameter(L"Name").IsReadOnly());
-    std::string warnings = Logged(rt::kSevWarning);
-    for (const char* named : {"TstProp.Count", "TstProp.Scale", "Bogus", "Nope"}) {
-      EXPECT_NE(warnings.find(named), std::string::npos) << named;
-    }
+    EXPECT_TRUE(ui.lineFailures.empty());
     EXPECT_EQ(ui.pageAnswers.size(), 1u) << "the other page's answer is still queued";
     std::string info = Logged(rt::kSevInfo);
     EXPECT_NE(info.find("[Page] Tst Page (Hips.TstProp)"), std::string::npos) << info;
     EXPECT_NE(info.find("Main{Actor Name, (Count, Scale), Motion<Combo:3>}"), std::string::npos)
         << info;
+  }
+  {  // An answer the page cannot take closes it as cancelled (the edit before it undone) and is
+     // recorded for the script line to fail; what comes after it is not applied.
+    struct Case {
+      std::vector<std::pair<std::wstring, std::wstring>> values;
+      std::vector<std::wstring> presses;
+      const char* failure;
+    } cases[] = {
+        {{{L"Nme", L"x"}}, {}, "has no parameter \"Nme\" (did you mean \"Name\"?)."},
+        {{{L"Bogus", L"1"}}, {}, "has no parameter \"Bogus\"."},
+        {{{L"Count", L"7"}}, {}, "cannot take Count=7: the parameter is read-only."},
+        {{{L"Enabled", L"abc"}}, {}, "cannot take Enabled=abc: true or false expected."},
+        {{{L"Mode", L"3"}}, {}, "cannot take Mode=3: the value must lie in 0 .. 2."},
+        {{{L"Mode", L"Fly"}}, {}, "cannot take Mode=Fly: a whole number expected."},
+        {{}, {L"Nope"}, "has no button \"Nope\"."},
+    };
+    property.PutParameterValue(L"Enabled", true);
+    for (const Case& c : cases) {
+      SCOPED_TRACE(c.failure);
+      ui.lineFailures.clear();
+      auto values = c.values;
+      values.insert(values.begin(), {L"Name", L"Edited"});
+      values.emplace_back(L"File", L"after.txt");
+      ui.pageAnswers.push_back(rt::PageAnswer{L"Tst Page", values, c.presses, false});
+      EXPECT_TRUE(Inspect(property, L"Tst Page", false).AsBool());
+      EXPECT_EQ(S(property.GetParameterValue(L"Name").GetAsText()), "Applied");
+      EXPECT_EQ(S(property.GetParameterValue(L"File").GetAsText()), "");
+      ASSERT_EQ(ui.lineFailures.size(), 1u);
+      EXPECT_EQ(S(ui.lineFailures[0]), std::string("InspectObj: the page \"Tst Page\" ") + c.failure);
+    }
+    ui.lineFailures.clear();
+    property.PutParameterValue(L"Enabled", false);
   }
   {  // Nothing queued for this title: confirmed unchanged, OnInit and OnClosed only.
     property.PutParameterValue(L"Events", L"");

@@ -4,6 +4,7 @@
 // Exit status: 0 every command succeeded, 1 a command (or a plug-in, the scene, the save) failed,
 // 2 bad usage (an unknown option, a script, scene or plug-in file that cannot be opened).
 #include <CLI/CLI.hpp>
+#include <cctype>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -52,9 +53,27 @@ bool Readable(const std::string& path) {
   return std::ifstream(path).is_open();
 }
 
+bool IsBvhTake(const std::string& path) {
+  if (path.size() < 4) return false;
+  std::string tail = path.substr(path.size() - 4);
+  for (char& c : tail) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return tail == ".bvh";
+}
+
+// A motion-capture take given where a script belongs: say how takes come in.
+int TakeNotScript(const std::string& take) {
+  return Usage("\"" + take +
+               "\" is a BVH take, not a script. Takes are imported with the knrexport commands "
+               "KnrImportBVHActor (a new actor) and KnrAddBVHAction (an action on an actor), e.g.\n"
+               "  zyra -c 'Answer Page \"Import BVH Actor\" BVHFile=\"" +
+               take + "\" ActorName=\"Actor\"' -c KnrImportBVHActor --save actor.zyra\n"
+               "(see docs/knrexport.md).");
+}
+
 // The checks that make a run bad usage: done before anything runs so that nothing changes.
 int CheckFiles(const Options& options) {
   for (const auto& [isCommand, text] : options.steps) {
+    if (!isCommand && IsBvhTake(text)) return TakeNotScript(text);
     if (!isCommand && text != "-" && !Readable(text))
       return Usage("cannot open script \"" + text + "\"");
   }
@@ -94,9 +113,7 @@ class Run {
       if (isCommand) {
         status = rt::RunScriptText(FromUtf8(text), "-c", scriptOptions);
       } else if (text == "-") {
-        std::string input((std::istreambuf_iterator<char>(std::cin)),
-                          std::istreambuf_iterator<char>());
-        status = rt::RunScriptText(FromUtf8(input), "<stdin>", scriptOptions);
+        status = rt::RunScriptStream(std::cin, "<stdin>", scriptOptions);
       } else {
         status = rt::RunScriptFile(text, scriptOptions);
       }
@@ -186,6 +203,11 @@ int Main(int argc, char** argv) {
   app.add_option("--log", options.logFile, "Also write the log to this file")->type_name("FILE");
   app.add_flag("--keep-going", options.keepGoing, "Run every line even after a failure");
 
+  if (argc < 2) {
+    // Nothing to do: a bare `zyra` is asking how to use it.
+    std::cerr << app.help();
+    return kExitUsage;
+  }
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp&) {

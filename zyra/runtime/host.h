@@ -5,6 +5,7 @@
 
 #include <deque>
 #include <functional>
+#include <iosfwd>
 #include <map>
 #include <memory>
 #include <string>
@@ -84,6 +85,10 @@ struct UiState {
   int defaultQuestionAnswer = 0;                  // 0: OK/Yes; else a fixed answer
   bool shift = false;
   std::vector<std::wstring> messageBoxes;         // "caption: text" of every box shown
+  // What makes a script line fail although its command returned OK: the text of every OK-only
+  // box (a refusal or a warning) and every page answer that could not be applied. The script
+  // runner empties it before each command and reads it after.
+  std::vector<std::wstring> lineFailures;
   std::vector<ProgressRecord> progressRuns;       // one per run of the progress bar
 };
 
@@ -168,6 +173,14 @@ CStatus RunScriptFile(const std::string& path, const ScriptOptions& options = {}
 // Runs script text; `origin` names it in messages ("-c", a file name).
 CStatus RunScriptText(const std::wstring& text, const std::string& origin,
                       const ScriptOptions& options = {});
+// Runs a script read from `in` (standard input), as RunScriptFile does a file.
+CStatus RunScriptStream(std::istream& in, const std::string& origin,
+                        const ScriptOptions& options = {});
+// The longest script line, in bytes: a longer one is refused before it is held in memory.
+inline constexpr size_t kMaxScriptLine = size_t{64} << 20;
+// The candidate closest to `name` when it is a likely slip of the keyboard (a few letters
+// wrong, missing or swapped, case ignored); empty when none is that close.
+std::wstring NearestName(std::wstring_view name, const std::vector<std::wstring>& candidates);
 
 // ---- Argument helpers for host commands --------------------------------------------------------
 

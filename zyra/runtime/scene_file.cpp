@@ -2,7 +2,8 @@
 // and importing branches.
 #include "scene_file.h"
 
-#include <unistd.h>
+#include "atomic_file.h"
+
 
 #include <cerrno>
 #include <cstdio>
@@ -19,26 +20,7 @@ CStatus FileError(const std::string& path, const char* what, int error) {
 }  // namespace
 
 CStatus WriteFileAtomically(const std::string& path, const std::string& text) {
-  const std::string temp = path + ".tmp";
-  std::FILE* file = std::fopen(temp.c_str(), "wb");
-  if (!file) return FileError(path, "cannot write", errno);
-  // Only a temporary file this call created is ever removed.
-  bool ok = std::fwrite(text.data(), 1, text.size(), file) == text.size() &&
-            std::fflush(file) == 0 && ::fsync(fileno(file)) == 0;
-  int error = ok ? 0 : errno;
-  if (std::fclose(file) != 0 && ok) {
-    ok = false;
-    error = errno;
-  }
-  if (ok && std::rename(temp.c_str(), path.c_str()) != 0) {
-    ok = false;
-    error = errno;
-  }
-  if (!ok) {
-    std::remove(temp.c_str());
-    return FileError(path, "cannot write", error);
-  }
-  return CStatus::OK;
+  return WriteFileReplacing(path, text);
 }
 
 CStatus ReadWholeFile(const std::string& path, std::string& text) {

@@ -9,6 +9,7 @@
 #include <iostream>
 #include <iterator>
 #include <map>
+#include <optional>
 #include <system_error>
 
 #include "host.h"
@@ -283,17 +284,27 @@ class Runner {
         {L"LoadPlugin", &Runner::LoadPluginLine}, {L"OpenScene", &Runner::OpenSceneLine},
         {L"SaveScene", &Runner::SaveSceneLine},   {L"Shift", &Runner::ShiftLine},
         {L"Print", &Runner::PrintLine},           {L"Echo", &Runner::EchoLine},
-        {L"Answer", &Runner::AnswerLine},
+        {L"Answer", &Runner::AnswerLine},         {L"Expect", &Runner::ExpectLine},
     };
     return table;
   }
 
-  // Runs the host command named by tokens[first] with the tokens after it as arguments.
+  // Runs the host command named by tokens[first] with the tokens after it as arguments. A
+  // command that returned OK but showed a refusal (an OK-only box) or met a page answer it could
+  // not use fails the line, unless an `Expect Refusal` line asked for exactly that.
   CStatus RunCommand(const Tokens& tokens, size_t first, CValue& result) {
     const std::wstring& name = tokens[first].text;
     Host& host = Host::Get();
-    if (!host.FindCommand(name))
-      return Error(L"unknown command \"" + name + L"\"", CStatus::MemberNotFound);
+    std::optional<std::wstring> expected = std::move(expectedRefusal_);
+    expectedRefusal_.reset();
+    if (!host.FindCommand(name)) {
+      std::vector<std::wstring> names;
+      for (const HostCommand* command : host.Commands()) names.push_back(command->name);
+      std::wstring nearest = NearestName(name, names);
+      return Error(L"unknown command \"" + name + L"\"" +
+                       (nearest.empty() ? L"" : L" (did you mean \"" + nearest + L"\"?)"),
+                   CStatus::MemberNotFound);
+    }
     CValueArray args;
     for (size_t i = first + 1; i < tokens.size(); ++i) {
       const Token& token = tokens[i];
@@ -305,10 +316,25 @@ class Runner {
       if (!object) return Error(L"unknown object \"" + token.text + L"\"", CStatus::MemberNotFound);
       args.Add(CValue(CRef(object)));
     }
+    std::vector<std::wstring>& failures = host.ui().lineFailures;
+    failures.clear();
     CStatus status = host.Execute(name, args, result);
+    std::vector<std::wstring> refused;
+    refused.swap(failures);
     if (!status.Succeeded() && status.GetMessage().IsEmpty()) {
       return CStatus(status.GetCode(), name + L" failed");
     }
+    if (!status.Succeeded()) return status;
+    if (expected) {
+      if (refused.empty()) return Error(name + L": expected a refusal, but none was shown");
+      if (!expected->empty() &&
+          std::find(refused.begin(), refused.end(), *expected) == refused.end()) {
+        return Error(name + L": expected the refusal \"" + *expected + L"\", got \"" +
+                     refused.front() + L"\"");
+      }
+      return status;
+    }
+    if (!refused.empty()) return Error(name + L": " + refused.front(), CStatus::Abort);
     return status;
   }
 
@@ -379,6 +405,19 @@ class Runner {
     std::wstring text;
     for (size_t i = 1; i < tokens.size(); ++i) text += (i > 1 ? L" " : L"") + tokens[i].text;
     std::cout << ToUtf8(text) << '\n' << std::flush;
+    return CStatus::OK;
+  }
+
+  // Expect Refusal ["text"]: the next command may (and must) show a refusal, with exactly this
+  // text when one is given; it then counts as succeeded. For scripts that test refusals.
+  CStatus ExpectLine(const Tokens& tokens) {
+    const bool refusal = tokens.size() >= 2 && tokens[1].kind == TokenKind::kWord &&
+                         tokens[1].text == L"Refusal";
+    if (!refusal || tokens.size() > 3 ||
+        (tokens.size() == 3 && tokens[2].kind != TokenKind::kString)) {
+      return Error(L"Expect: expected Refusal, as in Expect Refusal \"message\"");
+    }
+    expectedRefusal_ = tokens.size() == 3 ? tokens[2].text : std::wstring();
     return CStatus::OK;
   }
 
@@ -466,6 +505,7 @@ class Runner {
   std::string origin_;
   ScriptOptions options_;
   CStatus first_;
+  std::optional<std::wstring> expectedRefusal_;  // set by Expect Refusal for the next command
 };
 
 }  // namespace
@@ -475,24 +515,97 @@ CStatus RunScriptText(const std::wstring& text, const std::string& origin,
   return Runner(origin, options).Run(text);
 }
 
-CStatus RunScriptFile(const std::string& path, const ScriptOptions& options) {
-  std::error_code error;
-  std::ifstream file;
-  if (!std::filesystem::is_directory(path, error)) file.open(path, std::ios::binary);
+namespace {
+
+// Reads a script whole, refusing it as soon as one line grows past kMaxScriptLine (so an endless
+// source such as /dev/zero ends with a message instead of filling memory). `tooLong` is then the
+// 1-based number of that line.
+bool ReadBounded(std::istream& in, std::string& bytes, int& tooLong) {
+  std::vector<char> block(1 << 16);
+  size_t lineLength = 0;
+  int line = 1;
+  while (in) {
+    in.read(block.data(), static_cast<std::streamsize>(block.size()));
+    const auto got = static_cast<size_t>(in.gcount());
+    for (size_t i = 0; i < got; ++i) {
+      if (block[i] == '\n') {
+        lineLength = 0;
+        ++line;
+      } else if (++lineLength > kMaxScriptLine) {
+        tooLong = line;
+        return false;
+      }
+    }
+    bytes.append(block.data(), got);
+  }
+  return !in.bad();
+}
+
+CStatus RunScriptBytes(std::istream& in, const std::string& origin, const ScriptOptions& options) {
   std::string bytes;
-  if (file.is_open())
-    bytes.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-  if (!file.is_open() || file.bad()) {
-    std::wstring message = L"cannot open script \"" + FromUtf8(path) + L"\"";
-    Host::Get().Log(kSevError, message);
-    return CStatus(CStatus::Fail, message);
+  int tooLong = 0;
+  if (!ReadBounded(in, bytes, tooLong)) {
+    const std::wstring why = tooLong > 0 ? L"line longer than " +
+                                               std::to_wstring(kMaxScriptLine >> 20) + L" MiB"
+                                         : L"read error";
+    return Runner(origin, options).Report(tooLong, CStatus(CStatus::InvalidArgument, why));
   }
   if (size_t bad = FindBadUtf8(bytes)) {
     int line = 1 + static_cast<int>(
                        std::count(bytes.begin(), bytes.begin() + static_cast<long>(bad - 1), '\n'));
-    return Runner(path, options).Report(line, CStatus(CStatus::InvalidArgument, L"invalid UTF-8"));
+    return Runner(origin, options).Report(line, CStatus(CStatus::InvalidArgument, L"invalid UTF-8"));
   }
-  return RunScriptText(FromUtf8(bytes), path, options);
+  return RunScriptText(FromUtf8(bytes), origin, options);
+}
+
+// Levenshtein distance with adjacent swaps counted as one edit, case ignored.
+size_t EditDistance(std::wstring_view a, std::wstring_view b) {
+  auto low = [](wchar_t c) { return c >= L'A' && c <= L'Z' ? wchar_t(c - L'A' + L'a') : c; };
+  std::vector<std::vector<size_t>> d(a.size() + 1, std::vector<size_t>(b.size() + 1));
+  for (size_t i = 0; i <= a.size(); ++i) d[i][0] = i;
+  for (size_t j = 0; j <= b.size(); ++j) d[0][j] = j;
+  for (size_t i = 1; i <= a.size(); ++i) {
+    for (size_t j = 1; j <= b.size(); ++j) {
+      const size_t cost = low(a[i - 1]) == low(b[j - 1]) ? 0 : 1;
+      d[i][j] = std::min({d[i - 1][j] + 1, d[i][j - 1] + 1, d[i - 1][j - 1] + cost});
+      if (i > 1 && j > 1 && low(a[i - 1]) == low(b[j - 2]) && low(a[i - 2]) == low(b[j - 1]))
+        d[i][j] = std::min(d[i][j], d[i - 2][j - 2] + 1);
+    }
+  }
+  return d[a.size()][b.size()];
+}
+
+}  // namespace
+
+std::wstring NearestName(std::wstring_view name, const std::vector<std::wstring>& candidates) {
+  // A slip is a few edits: one in a short name, up to three in a long one.
+  const size_t allowed = name.size() <= 4 ? 1 : name.size() <= 8 ? 2 : 3;
+  std::wstring best;
+  size_t bestDistance = allowed + 1;
+  for (const std::wstring& candidate : candidates) {
+    const size_t distance = EditDistance(name, candidate);
+    if (distance < bestDistance) {
+      bestDistance = distance;
+      best = candidate;
+    }
+  }
+  return best;
+}
+
+CStatus RunScriptStream(std::istream& in, const std::string& origin, const ScriptOptions& options) {
+  return RunScriptBytes(in, origin, options);
+}
+
+CStatus RunScriptFile(const std::string& path, const ScriptOptions& options) {
+  std::error_code error;
+  std::ifstream file;
+  if (!std::filesystem::is_directory(path, error)) file.open(path, std::ios::binary);
+  if (!file.is_open()) {
+    std::wstring message = L"cannot open script \"" + FromUtf8(path) + L"\"";
+    Host::Get().Log(kSevError, message);
+    return CStatus(CStatus::Fail, message);
+  }
+  return RunScriptBytes(file, path, options);
 }
 
 }  // namespace Zyra::rt

@@ -67,6 +67,8 @@ CStatus UIToolkit::MsgBox(const CString& text, int style, const CString& caption
   }
   result = FitAnswer(buttons, wanted);
   ui.messageBoxes.push_back(caption.Wide() + L": " + text.Wide());
+  // An OK-only box tells the user that something was refused or went wrong: a batch run fails.
+  if (buttons == siMsgOkOnly) ui.lineFailures.push_back(text.Wide());
   // Printed even with --quiet: a batch log must show what the user would have been told.
   std::cerr << "[" << caption.GetAsciiString() << "] " << text.GetAsciiString() << "\n  -> "
             << ToUtf8(AnswerName(result)) << std::endl;

@@ -1,5 +1,6 @@
 // Host commands of the headless user interface: "InspectObj" (a modal property page run from
 // a queued answer) and "PickObject".
+#include <cmath>
 #include <string>
 #include <vector>
 
@@ -74,18 +75,25 @@ class PageRun {
     if (layout_ && !layout_->items.empty()) host.Log(kSevInfo, L"  " + layout_->Describe());
 
     if (!answer) host.Log(kSevInfo, L"  (no answer queued)");
+    // An answer that cannot be applied (no such parameter, a read-only one, a value of the wrong
+    // type or out of range) closes the page as cancelled and fails the script line: the command
+    // must not go on with values the script did not ask for.
+    bool refused = false;
     if (answer) {
       for (const auto& [name, text] : answer->values) {
         if (Closed(L"the answer " + name + L"=" + text)) continue;
-        SetValue(name, text);
+        if (!SetValue(name, text)) {
+          refused = true;
+          break;
+        }
       }
-      for (const auto& button : answer->presses) {
-        if (Closed(L"the press of " + button)) continue;
-        Press(button);
+      for (size_t i = 0; i < answer->presses.size() && !refused; ++i) {
+        if (Closed(L"the press of " + answer->presses[i])) continue;
+        if (!Press(answer->presses[i])) refused = true;
       }
     }
     Event(siOnClosed, target_);
-    bool cancelled = answer && answer->cancel;
+    bool cancelled = refused || (answer && answer->cancel);
     if (cancelled) {
       // Cancel undoes the user's edits; what the page's events did themselves stays.
       for (auto& [param, value] : edited_) param->value = value;
@@ -111,43 +119,84 @@ class PageRun {
     return true;
   }
 
-  void SetValue(const std::wstring& name, const std::wstring& text) {
+  // Records why an answer cannot be applied; always false.
+  bool Refuse(const std::wstring& why) {
+    std::wstring message = L"InspectObj: the page \"" + title_ + L"\" " + why;
+    Host::Get().Log(kSevInfo, L"  " + message);
+    Host::Get().ui().lineFailures.push_back(message);
+    return false;
+  }
+
+  // Puts an answered value on its parameter and runs the change event; false (recorded) when the
+  // answer cannot be applied as it stands.
+  bool SetValue(const std::wstring& name, const std::wstring& text) {
     Host& host = Host::Get();
     auto param = FindParameter(name);
-    if (!param) {
-      host.Log(kSevWarning, L"InspectObj: the page \"" + title_ + L"\" has no parameter \"" + name +
-                                L"\"; the answer is ignored.");
-      return;
-    }
+    if (!param) return Refuse(L"has no parameter \"" + name + L"\"" + Nearest(name) + L".");
     if (param->capabilities & kReadOnly) {
-      host.Log(kSevWarning, L"InspectObj: the parameter \"" + param->FullName() +
-                                L"\" is read-only; the answer " + name + L"=" + text +
-                                L" is ignored.");
-      return;
+      return Refuse(L"cannot take " + name + L"=" + text + L": the parameter is read-only.");
+    }
+    CValue value = AnswerValue(*param, layout_.get(), text);
+    CValue converted;
+    if (param->valueType != siEmpty && param->valueType != siString &&
+        !value.ChangeType(param->valueType, converted).Succeeded()) {
+      return Refuse(L"cannot take " + name + L"=" + text + L": " + TypeName(param->valueType) +
+                    L" expected.");
+    }
+    const bool numeric = param->valueType == siInt4 || param->valueType == siFloat ||
+                         param->valueType == siDouble;
+    if (numeric) {
+      const double v = converted.AsDouble();
+      const bool low = !param->minValue.IsEmpty() && v < param->minValue.AsDouble();
+      const bool high = !param->maxValue.IsEmpty() && v > param->maxValue.AsDouble();
+      if (low || high || !std::isfinite(v)) {
+        return Refuse(L"cannot take " + name + L"=" + text + L": the value must lie in " +
+                      param->minValue.GetAsText().Wide() + L" .. " +
+                      param->maxValue.GetAsText().Wide() + L".");
+      }
     }
     CValue before = param->value;
-    CStatus status = param->Put(AnswerValue(*param, layout_.get(), text), host.CurrentFrame());
-    if (!status.Succeeded()) {
-      host.Log(kSevWarning, L"InspectObj: " + status.GetMessage().Wide());
-      return;
-    }
+    CStatus status = param->Put(value, host.CurrentFrame());
+    if (!status.Succeeded()) return Refuse(L"cannot take " + name + L"=" + text + L": " +
+                                           status.GetMessage().Wide());
     bool seen = false;
     for (const auto& edit : edited_) seen = seen || edit.first == param;
     if (!seen) edited_.emplace_back(param, before);
     host.Log(kSevInfo, L"  " + name + L" = " + param->value.GetAsText().Wide());
     Event(siParameterChange, param);
+    return true;
   }
 
-  void Press(const std::wstring& button) {
-    Host& host = Host::Get();
+  bool Press(const std::wstring& button) {
     auto item = layout_ ? layout_->Find(button) : nullptr;
     if (!item || item->type != siControlButton) {
-      host.Log(kSevWarning, L"InspectObj: the page \"" + title_ + L"\" has no button \"" + button +
-                                L"\"; the press is ignored.");
-      return;
+      return Refuse(L"has no button \"" + button + L"\".");
     }
-    host.Log(kSevInfo, L"  press " + button);
+    Host::Get().Log(kSevInfo, L"  press " + button);
     Event(siButtonClicked, target_, button);
+    return true;
+  }
+
+  // ", did you mean "Scale"?" for a name one or two edits away from a parameter of the page.
+  std::wstring Nearest(const std::wstring& name) const {
+    std::vector<std::wstring> names;
+    for (const auto& param : target_->params) names.push_back(param->name);
+    std::wstring best = NearestName(name, names);
+    return best.empty() ? std::wstring() : L" (did you mean \"" + best + L"\"?)";
+  }
+
+  static std::wstring TypeName(int type) {
+    switch (type) {
+      case siInt4:
+        return L"a whole number";
+      case siFloat:
+      case siDouble:
+        return L"a number";
+      case siBool:
+        return L"true or false";
+      default:
+        return L"a value of type " + std::to_wstring(type);
+    }
   }
 
   std::shared_ptr<Parameter> FindParameter(const std::wstring& name) const {

@@ -1,8 +1,9 @@
 // Host commands on parameter values and definitions, passes and render archives.
 #include <cmath>
 #include <cstdio>
-#include <fstream>
+#include <sstream>
 
+#include "atomic_file.h"
 #include "host.h"
 #include "model.h"
 #include "ppg.h"
@@ -112,15 +113,15 @@ CStatus ExportRenderArchiveCommand(const CValueArray& args, CValue&) {
   if (last < first) return ArgError(command, L"the last frame comes before the first.");
   std::wstring file = pass->FindParam(L"ArchiveFileName")->value.GetAsText().Wide();
   if (file.empty()) return ArgError(command, pass->FullName() + L".ArchiveFileName is empty.");
-  std::ofstream out(ToUtf8(file), std::ios::binary | std::ios::trunc);
-  if (!out) return ArgError(command, L"cannot write \"" + file + L"\".");
+  std::ostringstream out;
   out << "zyra-render-archive 1\n";
   for (long frame = first; frame <= last; frame += step) {
     out << "frame " << frame << "\n";
     WriteArchiveObjects(out, *Host::Get().scene().root, static_cast<double>(frame));
     out << "end\n";
   }
-  if (!out) return ArgError(command, L"writing \"" + file + L"\" failed.");
+  CStatus written = WriteFileReplacing(ToUtf8(file), out.str());
+  if (!written.Succeeded()) return ArgError(command, written.GetMessage().Wide());
   return CStatus::OK;
 }
 

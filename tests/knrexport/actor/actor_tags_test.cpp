@@ -207,7 +207,7 @@ TEST_F(ActorTagsTest, SetFootNeedsAHomePoseAndAddsOneSphereThatTouchesTheGround)
   }
 }
 
-TEST_F(ActorTagsTest, RemoveFootAsksAboutTheSpheresAfterTheTagIsGone) {
+TEST_F(ActorTagsTest, RemoveFootAsksAboutTheSpheresOfAFootOnly) {
   InitializeAndSetHome();
   ASSERT_TRUE(SetCollisionOnly(leftFoot));
   ASSERT_TRUE(SetFoot(leftFoot, true));
@@ -222,7 +222,15 @@ TEST_F(ActorTagsTest, RemoveFootAsksAboutTheSpheresAfterTheTagIsGone) {
     EXPECT_EQ(Colour(leftFoot), kColourCollisionOnly);
     EXPECT_EQ(Spheres(leftFoot).GetCount(), 2);
   }
-  {  // Asked again since spheres remain; Yes deletes both, the toe's included.
+  {  // No tag, no foot: the spheres below are not the command's business, and nothing is asked.
+    Boxes().clear();
+    EXPECT_TRUE(RemoveFoot(leftFoot));
+    EXPECT_TRUE(Boxes().empty());
+    EXPECT_EQ(Spheres(leftFoot).GetCount(), 2);
+    EXPECT_EQ(Colour(leftFoot), kColourCollisionOnly);
+  }
+  {  // A foot again: Yes deletes both spheres, the toe's included.
+    ASSERT_TRUE(SetFoot(leftFoot, false));
     Boxes().clear();
     rt::Host::Get().ui().msgBoxAnswers.push_back(6);
     EXPECT_TRUE(RemoveFoot(leftFoot));
@@ -230,12 +238,6 @@ TEST_F(ActorTagsTest, RemoveFootAsksAboutTheSpheresAfterTheTagIsGone) {
     EXPECT_EQ(Spheres(leftFoot).GetCount(), 0);
     EXPECT_FALSE(extra.IsValid());
     EXPECT_EQ(leftToe.GetChildren().GetCount(), 0);
-  }
-  {  // Nothing to remove: no question.
-    Boxes().clear();
-    EXPECT_TRUE(RemoveFoot(leftFoot));
-    EXPECT_TRUE(Boxes().empty());
-    EXPECT_EQ(Colour(leftFoot), kColourCollisionOnly);
   }
 }
 

@@ -1,6 +1,7 @@
 #include "knrexport/bvh/bvh_file.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cmath>
 #include <cstdio>
@@ -233,8 +234,8 @@ TEST(BvhFile, ChannelsOffsetsScaleAndFrames) {
 TEST(BvhFile, NumbersReadAsFormattedInputReadsThem) {
   // Each spelling against sscanf("%f"), the formatted input the reader stands in for; the text
   // uses tabs, CR LF line ends, trailing blanks and numbers that touch ("1-2-3").
-  const char* spellings[] = {"+5", "-.5", ".0083333", "5.", "9.27476E-16", "1e50", "-1e50", "1e-50",
-                             "1e-40", "-0", "inf", "-INFINITY", "0x1p3", "-0x.8p1", "007", "1.5e+3",
+  const char* spellings[] = {"+5", "-.5", ".0083333", "5.", "9.27476E-16", "1e30", "-3.4e38", "1e-50",
+                             "1e-40", "-0", "3.4028234e38", "-1E+38", "0x1p3", "-0x.8p1", "007", "1.5e+3",
                              "+0.25", "3e0", "1", "-2", "-3", "2.5e-3", "1E5", "0.1",
                              // Around the 24-bit mantissa and ten-digit fraction limits.
                              "16777216", "16777217", "0.16777217", "123456789", "3.14159265358979",
@@ -264,12 +265,13 @@ TEST(BvhFile, NumbersReadAsFormattedInputReadsThem) {
   }
   {  // Thousands of decimals as motion files write them (up to ten digits, either side of the
      // point, or none), each bit for bit as sscanf reads it; separated by every kind of blank,
-     // now and then by more blanks than a number is long, and now and then touching.
+     // now and then by more blanks than a number is long, and now and then touching. The values
+     // run on from the Frame Time line, so no layout of a frame a line is assumed.
     std::mt19937 random(7);
     std::vector<std::string> numbers;
     std::string many =
         "HIERARCHY ROOT P { CHANNELS 3 Xposition Yposition Zposition } MOTION Frames: 3000 "
-        "Frame Time: 1\n";
+        "Frame Time: 1 ";
     const char* blanks[] = {
         " ", " ", " ", "\n", "\t", "\r\n", "  ", "\v\f ", "                     "};
     for (int i = 0; i < 9000; ++i) {
@@ -298,14 +300,6 @@ TEST(BvhFile, NumbersReadAsFormattedInputReadsThem) {
       ASSERT_EQ(std::memcmp(&got, &expected, sizeof got), 0) << numbers[i];
     }
   }
-  {  // nan reads as nan.
-    ZyraBvFile nanFile;
-    MocapData nanData;
-    std::string nanText = kSmall;
-    nanText.replace(nanText.find("90\n"), 2, "nan");
-    ASSERT_TRUE(ReadText(nanFile, nanData, nanText)) << nanFile.LastError();
-    EXPECT_TRUE(std::isnan(nanData.records[1].samples[0].rotation.w));
-  }
 }
 
 struct Broken {
@@ -314,6 +308,12 @@ struct Broken {
   const char* message;  // a part of LastError()
   int line;
 };
+
+// kSmall with other frames: `rows` after "Frames: n" and the frame time (line 19 on).
+std::string SmallWith(int frames, const std::string& rows) {
+  return kSmall.substr(0, kSmall.find("Frames:")) + "Frames: " + std::to_string(frames) +
+         "\nFrame Time: 0.5\n" + rows;
+}
 
 TEST(BvhFile, RefusesMalformedFilesAndSaysWhereAndWhy) {
   const std::string motion = "MOTION\nFrames: 1\nFrame Time: 0.1\n";
@@ -348,6 +348,23 @@ TEST(BvhFile, RefusesMalformedFilesAndSaysWhereAndWhy) {
       {"doubled sign", kSmall.substr(0, kSmall.find("4 5 6")) + "4 +-5 6 7\n", "found \"+-5\"", 20},
       {"truncated block", kSmall.substr(0, kSmall.find("End Site")), "ends where \"}\"", 9},
       {"binary junk", junk, "joint \"A\"", 4},
+      // One frame a line: a row short of values or with one too many is refused at that row.
+      {"first row a value short", SmallWith(3, "1 2 3\n4 5 6 -90\n7 8 9 0\n"),
+       "frame 1: its line holds 3 values, a frame has 4", 19},
+      {"later row a value short", SmallWith(3, "1 2 3 90\n4 5 6\n7 8 9 0\n"),
+       "frame 2: its line holds 3 values, a frame has 4", 20},
+      {"first row a value too many", SmallWith(2, "1 2 3 90 5\n4 5 6 -90\n"),
+       "frame 1: its line holds more than the 4 values of a frame", 19},
+      {"last row a value too many", SmallWith(2, "1 2 3 90\n4 5 6 -90 7\n"),
+       "frame 2: its line holds more than the 4 values of a frame", 20},
+      {"nan", SmallWith(2, "1 2 3 90\n4 nan 6 -90\n"),
+       "frame 2, joint \"Hips\", Yposition: not a finite number", 20},
+      {"out of the float range", SmallWith(2, "1 2 3 90\n4 5 6 -1e400\n"),
+       "frame 2, joint \"Arm\", Zrotation: not a finite number", 20},
+      {"infinite offset", "HIERARCHY\nROOT A\n{\nOFFSET 0 -inf 0\n}\n" + motion,
+       "joint \"A\": not a finite number", 4},
+      {"infinite frame time", SmallWith(1, "").replace(SmallWith(1, "").find("0.5"), 3, "inf"),
+       "MOTION: not a finite number", 18},
   };
   for (const Broken& c : cases) {
     SCOPED_TRACE(c.what);
@@ -398,6 +415,39 @@ TEST(BvhFile, OpenCloseAndReadInTheirOrderOnly) {
   FreeMocapData(data);
   EXPECT_EQ(data.records, nullptr);
   EXPECT_EQ(data.nodeCount, 0);
+  {  // Only a regular file is read; a FIFO is refused at once rather than waited on.
+    const std::string fifo = ::testing::TempDir() + "bvh_fifo.bvh";
+    std::remove(fifo.c_str());
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    for (const std::string& path : {fifo, std::string("/dev/null")}) {
+      ZyraBvFile other;
+      EXPECT_FALSE(other.Open(Wide(path).c_str(), 1.0f));
+      EXPECT_NE(std::string(other.LastError()).find("is not a regular file"), std::string::npos)
+          << path;
+    }
+    std::remove(fifo.c_str());
+  }
+  {  // A UTF-8 byte-order mark before the first keyword is skipped, with or without a blank.
+    for (const char* mark : {"\xEF\xBB\xBF", "\xEF\xBB\xBF\n"}) {
+      ZyraBvFile other;
+      MocapData read;
+      EXPECT_TRUE(ReadText(other, read, mark + kSmall)) << other.LastError();
+      EXPECT_EQ(read.nodeCount, 2);
+    }
+  }
+}
+
+TEST(BvhFile, FrameTimesCloseToAWholeRateAreThatRate) {
+  const struct {
+    float frameTime;
+    double rate;
+  } cases[] = {
+      {0.0083333f, 120.0}, {0.0333333f, 30.0}, {0.0416667f, 24.0}, {0.01f, 100.0},
+      {0.00833f, 1.0 / static_cast<double>(0.00833f)},  // 0.04% off 120: kept as it is
+      {0.011f, 1.0 / static_cast<double>(0.011f)},
+      {0.0f, 0.0}, {-0.5f, 0.0}, {INFINITY, 0.0},
+  };
+  for (const auto& c : cases) EXPECT_EQ(ExactFrameRate(c.frameTime), c.rate) << c.frameTime;
 }
 
 TEST(BvhFile, RemoveNodesFoldsMotionIntoChildren) {

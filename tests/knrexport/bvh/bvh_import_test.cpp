@@ -245,8 +245,8 @@ TEST_F(BvhImportTest, ImportedActorAndActionMatchForwardKinematicsOfTheFile) {
     ActionSource source(actor.GetSources()[0]);
     // Stored with its curves taken off: the actor is not animated until the action is applied.
     EXPECT_FALSE(actor.IsAnimated(siFCurveSource, false));
-    // Host frames per file frame at the default 30 fps; the frame time is kept in single precision.
-    const double spacing = 30.0 * static_cast<double>(0.01f);
+    // Host frames per file frame at the default 30 fps: the file's 0.01 s is exactly 100 fps.
+    const double spacing = 30.0 / 100.0;
     EXPECT_NEAR(source.GetParameterValue(L"FrameEnd").AsDouble(), spacing * 3068, 1e-6);
     Run(L"ApplyAction", {CValue(source.GetRef()), CValue(actor.GetRef())});
     // Global positions are measured from GlobalSRT, which setting a home pose may have moved.

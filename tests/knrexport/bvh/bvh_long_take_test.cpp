@@ -140,11 +140,24 @@ TEST(BvhLongTake, BrokenTakesAreReportedWhereOneReaderWould) {
     for (int v = 0; v < value; ++v) at = lines.find(' ', at) + 1;
     return at;
   };
-  const auto corrupt = [&](std::string text, int frame, int value) {
+  const auto corrupt = [&](std::string text, int frame, int value, const char* with = "x7") {
     const std::size_t at = valueAt(frame, value);
-    text.replace(at, text.find(' ', at) - at, "x7");
+    text.replace(at, text.find(' ', at) - at, with);
     return text;
   };
+  // Frame `frame`'s line with its last value dropped, or with one more value.
+  const auto shortRow = [&](int frame) {
+    std::string text = lines;
+    const std::size_t end = text.find('\n', valueAt(frame, 0));
+    const std::size_t last = text.rfind(' ', end - 1);
+    return text.erase(last, end - last);
+  };
+  const auto longRow = [&](int frame) {
+    std::string text = lines;
+    return text.insert(text.find('\n', valueAt(frame, 0)), " 0");
+  };
+  const std::string perFrame =
+      std::to_string(std::count(take.frames[0].begin(), take.frames[0].end(), ' ') + 1);
   // Value 7 of a frame is the second channel (Yrotation) of the second joint, LHipJoint.
   const int late = 7000;
   const int early = 1000;
@@ -162,6 +175,16 @@ TEST(BvhLongTake, BrokenTakesAreReportedWhereOneReaderWould) {
       {"a word early and another late: the early one", corrupt(corrupt(lines, late, 7), early, 7),
        "frame 1001, joint \"LHipJoint\", Yrotation: expected a number, found \"x7\"",
        LineOf(lines, valueAt(early, 7))},
+      {"a value missing late", shortRow(late),
+       "frame 7001: its line holds " + std::to_string(std::stoi(perFrame) - 1) +
+           " values, a frame has " + perFrame,
+       LineOf(lines, valueAt(late, 0))},
+      {"a value too many early", longRow(early),
+       "frame 1001: its line holds more than the " + perFrame + " values of a frame",
+       LineOf(lines, valueAt(early, 0))},
+      {"nan late", corrupt(lines, late, 7, "nan"),
+       "frame 7001, joint \"LHipJoint\", Yrotation: not a finite number",
+       LineOf(lines, valueAt(late, 7))},
       {"ten frames missing at the end", truncated,
        "frame 7991, joint \"Hips\", Xposition: the file ends where a number should be",
        LineOf(truncated, truncated.size() - 1)},
@@ -202,7 +225,7 @@ TEST(BvhLongTake, TheSecondReaderStartsAtTheLineAfterTheMiddle) {
   second.Start(middle, LongTake::kFrames, layout, records.data());
   // The frame whose line is the first to begin after the middle.
   const int expected = LineOf(text, text.find('\n', middle) + 1) - LineOf(text, start + 1);
-  BvFrameReader reader(layout, records.data());
+  BvFrameReader reader(layout, records.data(), LongTake::kFrames);
   int reached = -1;
   for (int f = 0; f < LongTake::kFrames && reached < 0; ++f) {
     if (second.Reached(f)) {

@@ -1,0 +1,126 @@
+// Atomic file replacement; the rules are in atomic_file.h.
+#include "atomic_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <vector>
+
+namespace Zyra::rt {
+
+namespace {
+
+constexpr int kMaxLinks = 40;
+
+CStatus Failure(const std::string& path, const std::string& what) {
+  return CStatus(CStatus::Fail, FromUtf8(path + ": " + what));
+}
+
+CStatus SystemFailure(const std::string& path, const char* what, int error) {
+  return Failure(path, std::string(what) + ": " + std::strerror(error));
+}
+
+std::string Folder(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+const char* KindOf(mode_t mode) {
+  if (S_ISDIR(mode)) return "a folder";
+  if (S_ISFIFO(mode)) return "a FIFO";
+  if (S_ISCHR(mode)) return "a character device";
+  if (S_ISBLK(mode)) return "a block device";
+  if (S_ISSOCK(mode)) return "a socket";
+  return "not a regular file";
+}
+
+bool WriteAll(int fd, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t n = ::write(fd, bytes.data(), bytes.size());
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    bytes.remove_prefix(static_cast<size_t>(n));
+  }
+  return true;
+}
+
+mode_t NewFileMode() {
+  const mode_t mask = ::umask(0);
+  ::umask(mask);
+  return 0666 & ~mask;
+}
+
+}  // namespace
+
+bool ResolveWriteTarget(const std::string& path, std::string& resolved, std::string& why) {
+  resolved = path;
+  for (int hop = 0; hop <= kMaxLinks; ++hop) {
+    struct stat info;
+    if (::lstat(resolved.c_str(), &info) != 0 || !S_ISLNK(info.st_mode)) return true;
+    std::vector<char> target(static_cast<size_t>(info.st_size > 0 ? info.st_size : 255) + 1);
+    const ssize_t n = ::readlink(resolved.c_str(), target.data(), target.size());
+    if (n < 0 || static_cast<size_t>(n) >= target.size()) {
+      why = "cannot read the symbolic link \"" + resolved + "\"";
+      return false;
+    }
+    std::string next(target.data(), static_cast<size_t>(n));
+    // A relative link is relative to the folder that holds it.
+    resolved = next.front() == '/' ? next : Folder(resolved) + "/" + next;
+  }
+  why = "too many levels of symbolic links";
+  return false;
+}
+
+CStatus WriteFileReplacing(const std::string& path, std::string_view bytes) {
+  std::string target, why;
+  if (!ResolveWriteTarget(path, target, why)) return Failure(path, "cannot write: " + why);
+  struct stat info;
+  mode_t mode = 0;
+  if (::stat(target.c_str(), &info) == 0) {
+    if (!S_ISREG(info.st_mode)) {
+      return Failure(path, std::string("cannot write: it is ") + KindOf(info.st_mode) +
+                               ", not a regular file");
+    }
+    mode = info.st_mode & 07777;
+  } else if (errno != ENOENT) {
+    return SystemFailure(path, "cannot write", errno);
+  } else {
+    mode = NewFileMode();
+  }
+
+  // Beside the target, so that the rename stays on one file system.
+  const size_t slash = target.rfind('/');
+  const std::string name = slash == std::string::npos ? target : target.substr(slash + 1);
+  std::string temp = Folder(target) + "/." + name + ".XXXXXX";
+  const int fd = ::mkstemp(temp.data());
+  if (fd < 0) return SystemFailure(path, "cannot write", errno);
+  // Only the temporary file this call created is ever removed.
+  bool ok = ::fchmod(fd, mode) == 0 && WriteAll(fd, bytes) && ::fsync(fd) == 0;
+  int error = ok ? 0 : errno;
+  if (::close(fd) != 0 && ok) {
+    ok = false;
+    error = errno;
+  }
+  if (ok && std::rename(temp.c_str(), target.c_str()) != 0) {
+    ok = false;
+    error = errno;
+  }
+  if (!ok) {
+    ::unlink(temp.c_str());
+    return SystemFailure(path, "cannot write", error);
+  }
+  // The rename itself lasts once the folder is on disk; a folder that cannot be synced does not
+  // undo a write that has happened.
+  const int folder = ::open(Folder(target).c_str(), O_RDONLY | O_DIRECTORY);
+  if (folder >= 0) {
+    ::fsync(folder);
+    ::close(folder);
+  }
+  return CStatus::OK;
+}
+
+}  // namespace Zyra::rt
