@@ -8,6 +8,7 @@
 #include "knrexport/scene/host_calls.h"
 #include "knrexport/scene/pose_storage.h"
 #include "zyra/application.h"
+#include "zyra/action.h"
 #include "zyra/fcurve.h"
 #include "zyra/ui.h"
 
@@ -31,6 +32,87 @@ void AddCurve(X3DObject& object, int c, MocapRecord& record, CString& list,
   animated.push_back(parameter);
   if (!list.IsEmpty()) list += L',';
   list += parameter.GetFullName();
+}
+
+// Says which joints of the file found an object of the actor and which did not, when some did not:
+// an action that drives half a body is worth a word.
+void ReportPartialMatch(const CString& path, Model& actor, ZyraBvHierarchy& hierarchy,
+                        const std::vector<CString>& names, int found) {
+  const int joints = hierarchy.nodeCount;
+  if (found == joints) return;
+  CString matched, missing;
+  for (int i = 0; i < joints; ++i) {
+    CString& list = hierarchy.nodes[i].object.IsValid() ? matched : missing;
+    if (!list.IsEmpty()) list += L", ";
+    list += names[static_cast<size_t>(i)];
+  }
+  Application().LogMessage(
+      CString(L"The BVH file \"") + path + L"\" matches " + CString(std::to_wstring(found)) +
+          L" of its " + CString(std::to_wstring(joints)) + L" joints in the actor \"" +
+          actor.GetName() + L"\"; keyed: " + matched + L"; no object: " + missing + L".",
+      siWarningMsg);
+}
+
+// The file places a root joint relative to the world, which for an actor is its model. Its
+// object hangs under the actor's root null, which need not stand at the model's origin (setting
+// the home pose of an imported actor moves it under the hips): the root joints' samples are made
+// relative to the object's parent, so that the action reproduces the take in the model's space
+// instead of moving it by the null's place a second time.
+void PlaceRootsInModelSpace(Model& actor, ZyraBvHierarchy& hierarchy, MocapData& data) {
+  DrvTransform model;
+  DrvTransform_SetIdentity(&model);
+  GetGlobalTransform(actor, model);
+  for (int i = 0; i < hierarchy.nodeCount; ++i) {
+    ZyraBvNode& node = hierarchy.nodes[i];
+    const bool placedByFile = node.parent < 0 || !hierarchy.nodes[node.parent].object.IsValid();
+    if (!node.object.IsValid() || !placedByFile) continue;
+    X3DObject parent(node.object.GetParent());
+    if (!parent.IsValid() || parent.GetRef() == actor.GetRef()) continue;
+    // toParent = parent^-1 x model: from the model's space to the parent's.
+    DrvTransform toParent;
+    DrvTransform_SetIdentity(&toParent);
+    GetGlobalTransform(parent, toParent);
+    DrvTransform_Invert(&toParent);
+    DrvTransform_Multiply(&toParent, &toParent, &model);
+    DrvVector_Set(&toParent.scaling, 1.0f, 1.0f, 1.0f);
+    MocapRecord& record = data.records[i];
+    for (int f = 0; f < record.frameCount; ++f) {
+      DrvTransform_Multiply(&record.samples[f], &toParent, &record.samples[f]);
+    }
+  }
+}
+
+// The channels that this import is about to key and that carry fcurves already are stored in a
+// temporary action source (curves untouched), to be applied again by PutBackEarlierCurves. An
+// invalid source when there is nothing to keep.
+ActionSource KeepEarlierCurves(Model& actor, ZyraBvHierarchy& hierarchy, bool optimize) {
+  CString list;
+  for (int i = 0; i < hierarchy.nodeCount; ++i) {
+    X3DObject& object = hierarchy.nodes[i].object;
+    if (!object.IsValid()) continue;
+    for (int c = i == 0 || !optimize ? 0 : 3; c < 6; ++c) {
+      Parameter parameter = object.GetParameter(kChannels[c]);
+      if (!parameter.IsValid() || !FCurve(parameter.GetSource()).IsValid()) continue;
+      if (!list.IsEmpty()) list += L',';
+      list += parameter.GetFullName();
+    }
+  }
+  if (list.IsEmpty()) return ActionSource();
+  constexpr double kEveryKey = 1e15;
+  CValue source;
+  Application().ExecuteCommand(
+      L"StoreAction",
+      {CValue(actor.GetRef()), list, 6, CString(L"TmpBVHKeptCurves"), 0, -kEveryKey, kEveryKey, 0, 0},
+      source);
+  return ActionSource(source.AsRef());
+}
+
+void PutBackEarlierCurves(Model& actor, ActionSource& kept) {
+  if (!kept.IsValid()) return;
+  CValue ignored;
+  Application().ExecuteCommand(L"ApplyAction", {CValue(kept.GetRef()), CValue(actor.GetRef())},
+                               ignored);
+  Application().ExecuteCommand(L"DeleteObj", {CValue(kept.GetRef())}, ignored);
 }
 
 }  // namespace
@@ -57,10 +139,13 @@ bool AddBVHAction(Model& actor, const CString& path, const CString& actionName, 
 
   // Find every joint's object before anything changes: without one there is nothing to key.
   const CString prefix = actor.GetName() + L".";
+  std::vector<std::string> repeated;
+  const std::vector<CString> names = BvhJointObjectNames(hierarchy, repeated);
   int found = 0;
   for (int i = 0; i < joints; ++i) {
     ZyraBvNode& node = hierarchy.nodes[i];
-    node.object = actor.FindChild(prefix + BvhObjectName(node.name), CString(), CRefArray(), true);
+    node.object = actor.FindChild(prefix + names[static_cast<size_t>(i)], CString(), CRefArray(),
+                                  true);
     found += node.object.IsValid();
   }
   if (found == 0) {
@@ -68,6 +153,11 @@ bool AddBVHAction(Model& actor, const CString& path, const CString& actionName, 
                                            actor.GetName().GetAsciiString() + "\""));
     return false;
   }
+  WarnRepeatedJoints(path, repeated);
+  ReportPartialMatch(path, actor, hierarchy, names, found);
+  PlaceRootsInModelSpace(actor, hierarchy, data);
+  // Curves already on the channels this take keys are put back once the take is stored.
+  ActionSource kept = KeepEarlierCurves(actor, hierarchy, optimize);
 
   StorePose(actor);
   ProgressBar bar = Application().GetUIToolkit().GetProgressBar();
@@ -146,6 +236,9 @@ bool AddBVHAction(Model& actor, const CString& path, const CString& actionName, 
   if (!stored.Succeeded()) {
     // Nothing is kept of a failed import: its curves go and the pose comes back.
     for (Parameter& parameter : animated) parameter.RemoveAnimation();
+  }
+  PutBackEarlierCurves(actor, kept);
+  if (!stored.Succeeded()) {
     ShowMessage(BvhImportMessage(
         path, "the action cannot be stored: " + stored.GetMessage().GetAsciiString()));
   }

@@ -1,6 +1,8 @@
 // BVH actor import: the options property and its page, reading a file for either import, and
 // building an actor model from a file's skeleton.
+#include <algorithm>
 #include <cmath>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -72,8 +74,8 @@ void PutRotation(X3DObject& object, DrvQuaternion& rotation) {
 
 // Creates joint `index`'s object under the scene root, shapes it along its bone and hangs it
 // under its parent, posed at the first frame.
-X3DObject BuildJoint(ZyraBvHierarchy& hierarchy, MocapData& data, int index, X3DObject& sceneRoot,
-                     X3DObject& globalSRT, bool boxes, float longest) {
+X3DObject BuildJoint(ZyraBvHierarchy& hierarchy, MocapData& data, int index, const CString& name,
+                     X3DObject& sceneRoot, X3DObject& globalSRT, bool boxes, float longest) {
   ZyraBvNode& node = hierarchy.nodes[index];
   DrvVector end = node.endsite;
   float length = DrvVector_Magnitude(&end);
@@ -81,7 +83,6 @@ X3DObject BuildJoint(ZyraBvHierarchy& hierarchy, MocapData& data, int index, X3D
     DrvVector_Set(&end, 0.0f, kShortestBone, 0.0f);
     length = kShortestBone;
   }
-  const CString name = BvhObjectName(node.name);
   X3DObject object;
   if (boxes) {
     sceneRoot.AddGeometry(L"Cube", L"MeshSurface", name, object);
@@ -123,12 +124,49 @@ X3DObject BuildJoint(ZyraBvHierarchy& hierarchy, MocapData& data, int index, X3D
 
 }  // namespace
 
+void WarnRepeatedJoints(const CString& path, const std::vector<std::string>& repeated) {
+  if (repeated.empty()) return;
+  std::string list;
+  for (const std::string& name : repeated) list += (list.empty() ? "" : ", ") + name;
+  Application().LogMessage(CString(L"The BVH file \"") + path + L"\" names more than one joint " +
+                               CString(list) +
+                               L"; each has its own object, the later ones numbered.",
+                           siWarningMsg);
+}
+
 CString BvhObjectName(const char* jointName) {
   std::wstring name = FromUtf8(jointName);
   for (wchar_t& c : name) {
     if (c == L':' || c == L'.' || c == L',') c = L'_';
   }
   return CString(name);
+}
+
+std::vector<CString> BvhJointObjectNames(const ZyraBvHierarchy& hierarchy,
+                                         std::vector<std::string>& repeated) {
+  repeated.clear();
+  const int count = hierarchy.nodeCount;
+  std::vector<CString> names(static_cast<size_t>(count));
+  std::set<std::wstring> taken = {kBvhRootNull};
+  std::vector<int> again;
+  // First every name as the file gives it, so that a number never takes a name a later joint has.
+  for (int i = 0; i < count; ++i) {
+    names[static_cast<size_t>(i)] = BvhObjectName(hierarchy.nodes[i].name);
+    if (!taken.insert(names[static_cast<size_t>(i)].Wide()).second) again.push_back(i);
+  }
+  for (int i : again) {
+    const std::wstring base = names[static_cast<size_t>(i)].Wide();
+    int n = 1;
+    while (taken.count(base + std::to_wstring(n))) ++n;
+    names[static_cast<size_t>(i)] = CString(base + std::to_wstring(n));
+    taken.insert(base + std::to_wstring(n));
+    const std::string joint = hierarchy.nodes[i].name;
+    if (std::find(repeated.begin(), repeated.end(), joint) == repeated.end() &&
+        BvhObjectName(joint.c_str()).Wide() != kBvhRootNull) {
+      repeated.push_back(joint);
+    }
+  }
+  return names;
 }
 
 CString BvhImportMessage(const CString& path, const std::string& why) {
@@ -238,10 +276,14 @@ Model LoadBvhActor(const CString& path, const CString& actorName, const CString&
   bar.PutMaximum(hierarchy.nodeCount);
   bar.PutStep(1);
 
+  std::vector<std::string> repeated;
+  const std::vector<CString> names = BvhJointObjectNames(hierarchy, repeated);
+  WarnRepeatedJoints(path, repeated);
+
   X3DObject sceneRoot = Application().GetActiveSceneRoot();
   X3DObject globalSRT;
   Model model;
-  sceneRoot.AddNull(L"GlobalSRT", globalSRT);
+  sceneRoot.AddNull(kBvhRootNull, globalSRT);
   CRefArray members;
   members.Add(globalSRT.GetRef());
   if (!sceneRoot.AddModel(members, actorName, model).Succeeded()) {
@@ -249,9 +291,13 @@ Model LoadBvhActor(const CString& path, const CString& actorName, const CString&
     Run(L"DeleteObj", {CValue(globalSRT.GetRef())});
     return Model();
   }
+  // Made in the scene root's name space, the null may have had to take a numbered name; inside
+  // its own model it is the actor's root null by its plain name.
+  if (globalSRT.GetName() != CString(kBvhRootNull)) globalSRT.PutName(kBvhRootNull);
   bar.PutCaption(L"Creating Actor");
   for (int i = 0; i < hierarchy.nodeCount; ++i) {
-    BuildJoint(hierarchy, data, i, sceneRoot, globalSRT, boxes, longest);
+    BuildJoint(hierarchy, data, i, names[static_cast<size_t>(i)], sceneRoot, globalSRT, boxes,
+               longest);
     bar.Increment();
   }
   bar.PutVisible(false);

@@ -1,6 +1,9 @@
 // Building actors and actions from BVH motion-capture files.
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include "knrexport/bvh/bvh_file.h"
 #include "zyra/object.h"
 #include "zyra/x3dobject.h"
@@ -44,3 +47,15 @@ Zyra::CString BvhImportMessage(const Zyra::CString& path, const std::string& why
 // turns '.' and ',' into '_' itself; ':' is mapped as well so that names stay plain words in
 // scripts, and the actor import and the action import of one file agree on every name.
 Zyra::CString BvhObjectName(const char* jointName);
+// The scene names of the objects of every joint, in hierarchy order. A joint gets its
+// BvhObjectName; when an earlier joint, or the actor's root null "GlobalSRT", has that name
+// already (a file may repeat a name in two limbs), the name with the smallest number that no
+// joint uses ("Hand", then "Hand1"). Both imports name objects this way, so a take's action finds
+// every object that its actor import made. `repeated` receives each joint name met more than
+// once (once each).
+std::vector<Zyra::CString> BvhJointObjectNames(const ZyraBvHierarchy& hierarchy,
+                                               std::vector<std::string>& repeated);
+// Logs a warning that names the joints of `path` that occur more than once (nothing when none).
+void WarnRepeatedJoints(const Zyra::CString& path, const std::vector<std::string>& repeated);
+// The name of an actor's root null, which holds the root joints.
+inline constexpr const wchar_t* kBvhRootNull = L"GlobalSRT";

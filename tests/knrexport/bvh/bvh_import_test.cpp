@@ -269,6 +269,128 @@ TEST_F(BvhImportTest, ImportedActorAndActionMatchForwardKinematicsOfTheFile) {
   EXPECT_TRUE(ui().messageBoxes.empty()) << CString(ui().messageBoxes.front()).GetAsciiString();
 }
 
+// A take whose first frame stands off the origin, turned, with three joints.
+const char* const kOffOrigin =
+    "HIERARCHY\nROOT Hips\n{\n OFFSET 0 0 0\n"
+    " CHANNELS 6 Xposition Yposition Zposition Zrotation Xrotation Yrotation\n"
+    " JOINT Chest\n {\n  OFFSET 0 10 0\n  CHANNELS 3 Zrotation Xrotation Yrotation\n"
+    "  End Site\n  {\n   OFFSET 0 8 0\n  }\n }\n"
+    " JOINT Leg\n {\n  OFFSET 3 -2 0\n  CHANNELS 3 Zrotation Xrotation Yrotation\n"
+    "  End Site\n  {\n   OFFSET 0 -9 0\n  }\n }\n}\n"
+    "MOTION\nFrames: 4\nFrame Time: 0.0333333\n"
+    "40 90 -25 10 5 30 0 0 0 5 0 0\n42 91 -24 12 6 35 10 0 0 -5 0 0\n"
+    "45 89 -22 15 0 40 20 5 0 -10 0 0\n50 90 -20 0 0 90 30 0 10 -20 0 5\n";
+
+TEST_F(BvhImportTest, ATakesOwnActionOnItsImportedActorReproducesTheTakeInWorldSpace) {
+  // The whole road as a user takes it: the actor command (initialized, home pose set), then the
+  // take's action on it, applied. Every joint must stand where the file puts it, at every frame.
+  const std::string path = WriteFile("off_origin.bvh", kOffOrigin);
+  const Oracle oracle(path);
+  ui().pageAnswers.push_back({L"Import BVH Actor",
+                              {{L"BVHFile", CString(path).Wide()},
+                               {L"ActorName", L"Take"},
+                               {L"Box", L"false"},
+                               {L"Scale", L"1"}},
+                              {},
+                              false});
+  ASSERT_TRUE(ImportBVHActor());
+  Model actor(Find(L"Take"));
+  ASSERT_TRUE(actor.IsValid());
+  ASSERT_TRUE(AddBVHAction(actor, CString(path), L"Take", 1.0f, true, L"", L"", true));
+  Run(L"ApplyAction", {CValue(actor.GetSources()[0]), CValue(actor.GetRef())});
+  for (size_t f = 0; f < oracle.frames.size(); ++f) {
+    SCOPED_TRACE(f);
+    const std::vector<Vec> expected = oracle.Positions(f, 1.0);
+    for (size_t j = 0; j < oracle.joints.size(); ++j) {
+      // 30 fps: file frame f is host frame f, exactly.
+      const MATH::CVector3 at =
+          GlobalAt(Find(L"Take." + CString(oracle.joints[j].name).Wide()), static_cast<double>(f));
+      EXPECT_NEAR(at.GetX(), expected[j][0], 1e-3) << oracle.joints[j].name;
+      EXPECT_NEAR(at.GetY(), expected[j][1], 1e-3) << oracle.joints[j].name;
+      EXPECT_NEAR(at.GetZ(), expected[j][2], 1e-3) << oracle.joints[j].name;
+    }
+  }
+}
+
+// The warnings the host log received since `from`, joined.
+std::wstring WarningsSince(size_t from) {
+  std::wstring out;
+  const auto& lines = rt::Host::Get().LogLines();
+  for (size_t i = from; i < lines.size(); ++i) {
+    if (lines[i].severity == rt::kSevWarning) out += lines[i].text + L"\n";
+  }
+  return out;
+}
+
+TEST_F(BvhImportTest, RepeatedJointNamesKeepTheirOwnObjectsAndMotion) {
+  // Two limbs end in a joint of one name; the scene already holds a "GlobalSRT" and a "Hand".
+  const std::string path = WriteFile(
+      "repeated.bvh",
+      "HIERARCHY\nROOT Hips\n{\n OFFSET 0 0 0\n CHANNELS 3 Xposition Yposition Zposition\n"
+      " JOINT Hand\n {\n  OFFSET 2 0 0\n  CHANNELS 1 Zrotation\n"
+      "  End Site\n  {\n   OFFSET 1 0 0\n  }\n }\n"
+      " JOINT Arm\n {\n  OFFSET -2 0 0\n  CHANNELS 0\n"
+      "  JOINT Hand\n  {\n   OFFSET -1 0 0\n   CHANNELS 1 Zrotation\n"
+      "   End Site\n   {\n    OFFSET -1 0 0\n   }\n  }\n }\n}\n"
+      "MOTION\nFrames: 2\nFrame Time: 0.0333333\n0 5 0 10 20\n0 5 0 11 22\n");
+  X3DObject taken;
+  SceneRoot().AddNull(L"GlobalSRT", taken);
+  SceneRoot().AddNull(L"Hand", taken);
+  const size_t logged = rt::Host::Get().LogLines().size();
+  Model actor = Load(path, L"Twins", false);
+  ASSERT_TRUE(actor.IsValid());
+  EXPECT_TRUE(Find(L"Twins.GlobalSRT").IsValid()) << "the actor's root null keeps its name";
+  X3DObject first = Find(L"Twins.Hand"), second = Find(L"Twins.Hand1");
+  ASSERT_TRUE(first.IsValid() && second.IsValid());
+  EXPECT_EQ(X3DObject(second.GetParent()).GetName(), CString(L"Arm"));
+  EXPECT_NE(WarningsSince(logged).find(L"names more than one joint Hand;"), std::wstring::npos);
+
+  ASSERT_TRUE(AddBVHAction(actor, CString(path), L"Take", 1.0f, true, L"", L"", true));
+  ActionSource take(actor.GetSources()[0]);
+  const struct {
+    const wchar_t* target;
+    double last;
+  } keys[] = {{L"Hand.kine.local.rotz", 11.0}, {L"Hand1.kine.local.rotz", 22.0}};
+  for (const auto& k : keys) {
+    FCurve curve = Item(take, k.target);
+    ASSERT_TRUE(curve.IsValid()) << CString(k.target).GetAsciiString();
+    EXPECT_NEAR(curve.GetKeyValue(1).AsDouble(), k.last, 1e-4) << CString(k.target).GetAsciiString();
+  }
+}
+
+TEST_F(BvhImportTest, AnActionNamesTheJointsItMissedAndKeepsTheCurvesItDidNotMake) {
+  const std::string file = TestFile("char_hips.bvh");
+  // A hand-made actor with the hips only, whose hips already carry a curve on a channel the take
+  // keys (rotx, constant then a jump) and one it does not (sclx).
+  X3DObject root = SceneRoot(), top, hips;
+  Model actor;
+  root.AddNull(L"Top", top);
+  CRefArray members;
+  members.Add(top.GetRef());
+  root.AddModel(members, L"Half", actor);
+  top.AddNull(L"Char_Hips", hips);
+  Run(L"SetKey", {L"Half.Char_Hips.rotx", 1.0, 7.0, 1});
+  Run(L"SetKey", {L"Half.Char_Hips.rotx", 40.0, 70.0, 1});
+  Run(L"SetKey", {L"Half.Char_Hips.sclx", 1.0, 2.0});
+  const size_t logged = rt::Host::Get().LogLines().size();
+  ASSERT_TRUE(AddBVHAction(actor, CString(file), L"Take", 1.0f, true, L"", L"", true));
+  EXPECT_NE(WarningsSince(logged).find(L"matches 1 of its 2 joints in the actor \"Half\"; "
+                                       L"keyed: Char_Hips; no object: Char_Spine."),
+            std::wstring::npos)
+      << CString(WarningsSince(logged)).GetAsciiString();
+  ASSERT_EQ(actor.GetSources().GetCount(), 1) << "no helper source is left behind";
+  EXPECT_EQ(Item(ActionSource(actor.GetSources()[0]), L"Char_Hips.kine.local.rotx").GetKeyCount(),
+            4);
+  FCurve rotx(hips.GetParameter(L"rotx").GetSource());
+  ASSERT_TRUE(rotx.IsValid()) << "the earlier curve is back";
+  ASSERT_EQ(rotx.GetKeyCount(), 2);
+  EXPECT_EQ(rotx.GetKeyInterpolation(0), 1);
+  EXPECT_DOUBLE_EQ(rotx.Eval(CTime(39.0)), 7.0);
+  EXPECT_DOUBLE_EQ(rotx.Eval(CTime(40.0)), 70.0);
+  EXPECT_TRUE(FCurve(hips.GetParameter(L"sclx").GetSource()).IsValid());
+  EXPECT_FALSE(FCurve(hips.GetParameter(L"posy").GetSource()).IsValid());
+}
+
 // ---- Names, curves and key times --------------------------------------------------------------
 
 TEST_F(BvhImportTest, JointNamesCurvesAndKeySpacing) {
