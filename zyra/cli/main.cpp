@@ -203,11 +203,6 @@ int Main(int argc, char** argv) {
   app.add_option("--log", options.logFile, "Also write the log to this file")->type_name("FILE");
   app.add_flag("--keep-going", options.keepGoing, "Run every line even after a failure");
 
-  if (argc < 2) {
-    // Nothing to do: a bare `zyra` is asking how to use it.
-    std::cerr << app.help();
-    return kExitUsage;
-  }
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp&) {
@@ -230,6 +225,12 @@ int Main(int argc, char** argv) {
     } else if (option == commands && index < options.commands.size()) {
       options.steps.emplace_back(true, options.commands[index]);
     }
+  }
+  if (options.steps.empty() && options.scene.empty() && options.save.empty() &&
+      options.plugins.empty()) {
+    // Nothing to do: a bare `zyra` is asking how to use it.
+    std::cerr << app.help();
+    return kExitUsage;
   }
   if (int status = CheckFiles(options); status != kExitOk) return status;
   return Run(options).Execute();

@@ -229,6 +229,7 @@ class Runner {
           text.substr(start, end == std::wstring_view::npos ? end : end - start);
       if (!line.empty() && line.back() == L'\r') line.remove_suffix(1);
       ++lineNumber;
+      lineNumber_ = lineNumber;
       CStatus status = RunLineCaught(line);
       if (!status.Succeeded()) {
         CStatus located = Report(lineNumber, status);
@@ -237,6 +238,10 @@ class Runner {
       }
       if (end == std::wstring_view::npos) break;
       start = end + 1;
+    }
+    if (expectedRefusal_ && (first_.Succeeded() || options_.keepGoing)) {
+      CStatus located = Report(expectLine_, Error(L"Expect Refusal: no command follows it"));
+      if (first_.Succeeded()) first_ = located;
     }
     return first_;
   }
@@ -418,6 +423,7 @@ class Runner {
       return Error(L"Expect: expected Refusal, as in Expect Refusal \"message\"");
     }
     expectedRefusal_ = tokens.size() == 3 ? tokens[2].text : std::wstring();
+    expectLine_ = lineNumber_;
     return CStatus::OK;
   }
 
@@ -506,6 +512,8 @@ class Runner {
   ScriptOptions options_;
   CStatus first_;
   std::optional<std::wstring> expectedRefusal_;  // set by Expect Refusal for the next command
+  int expectLine_ = 0;                           // and the line that set it
+  int lineNumber_ = 0;                           // the line running
 };
 
 }  // namespace

@@ -1,6 +1,8 @@
 // Host commands of the headless user interface: "InspectObj" (a modal property page run from
 // a queued answer) and "PickObject".
 #include <cmath>
+#include <iomanip>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -149,10 +151,12 @@ class PageRun {
       const double v = converted.AsDouble();
       const bool low = !param->minValue.IsEmpty() && v < param->minValue.AsDouble();
       const bool high = !param->maxValue.IsEmpty() && v > param->maxValue.AsDouble();
-      if (low || high || !std::isfinite(v)) {
+      if (!std::isfinite(v)) {
+        return Refuse(L"cannot take " + name + L"=" + text + L": not a finite number.");
+      }
+      if (low || high) {
         return Refuse(L"cannot take " + name + L"=" + text + L": the value must lie in " +
-                      param->minValue.GetAsText().Wide() + L" .. " +
-                      param->maxValue.GetAsText().Wide() + L".");
+                      Bound(param->minValue) + L" .. " + Bound(param->maxValue) + L".");
       }
     }
     CValue before = param->value;
@@ -183,6 +187,14 @@ class PageRun {
     for (const auto& param : target_->params) names.push_back(param->name);
     std::wstring best = NearestName(name, names);
     return best.empty() ? std::wstring() : L" (did you mean \"" + best + L"\"?)";
+  }
+
+  // A range bound as a person writes it (0.0001, not 9.999999747378752e-05).
+  static std::wstring Bound(const CValue& bound) {
+    if (bound.IsEmpty()) return L"any";
+    std::wostringstream text;
+    text << std::setprecision(bound.GetType() == siFloat ? 7 : 15) << bound.AsDouble();
+    return text.str();
   }
 
   static std::wstring TypeName(int type) {
