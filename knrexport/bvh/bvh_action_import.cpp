@@ -7,8 +7,8 @@
 #include "knrexport/scene/actor_lookup.h"
 #include "knrexport/scene/host_calls.h"
 #include "knrexport/scene/pose_storage.h"
-#include "zyra/application.h"
 #include "zyra/action.h"
+#include "zyra/application.h"
 #include "zyra/fcurve.h"
 #include "zyra/ui.h"
 
@@ -100,10 +100,10 @@ ActionSource KeepEarlierCurves(Model& actor, ZyraBvHierarchy& hierarchy, bool op
   if (list.IsEmpty()) return ActionSource();
   constexpr double kEveryKey = 1e15;
   CValue source;
-  Application().ExecuteCommand(
-      L"StoreAction",
-      {CValue(actor.GetRef()), list, 6, CString(L"TmpBVHKeptCurves"), 0, -kEveryKey, kEveryKey, 0, 0},
-      source);
+  Application().ExecuteCommand(L"StoreAction",
+                               {CValue(actor.GetRef()), list, 6, CString(L"TmpBVHKeptCurves"), 0,
+                                -kEveryKey, kEveryKey, 0, 0},
+                               source);
   return ActionSource(source.AsRef());
 }
 
@@ -144,8 +144,8 @@ bool AddBVHAction(Model& actor, const CString& path, const CString& actionName, 
   int found = 0;
   for (int i = 0; i < joints; ++i) {
     ZyraBvNode& node = hierarchy.nodes[i];
-    node.object = actor.FindChild(prefix + names[static_cast<size_t>(i)], CString(), CRefArray(),
-                                  true);
+    node.object =
+        actor.FindChild(prefix + names[static_cast<size_t>(i)], CString(), CRefArray(), true);
     found += node.object.IsValid();
   }
   if (found == 0) {

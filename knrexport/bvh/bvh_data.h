@@ -78,7 +78,7 @@ struct MocapData {
   MocapData& operator=(const MocapData&) = delete;
 
   int nodeCount = 0;
-  float frameTime = 0.0f;          // seconds per frame, as the file gives it
+  float frameTime = 0.0f;  // seconds per frame, as the file gives it
   // Frames per second: 1 / frameTime, or the whole number it is within 0.01% of (see
   // ExactFrameRate); 0 when the frame time is not positive.
   double frameRate = 0.0;

@@ -54,15 +54,15 @@ class AtomicFileTest : public ::testing::Test {
 
 TEST_F(AtomicFileTest, ReplacesTheFileALinkNamesAndKeepsItsMode) {
   Write(Path("kept.txt"), "old", 0640);
-  fs::create_symlink("kept.txt", Path("link"));      // relative, beside its target
-  fs::create_symlink(Path("link"), Path("chain"));   // a link to a link
+  fs::create_symlink("kept.txt", Path("link"));       // relative, beside its target
+  fs::create_symlink(Path("link"), Path("chain"));    // a link to a link
   fs::create_symlink("later.txt", Path("dangling"));  // names a file that does not exist yet
   const struct {
     const char* write;   // the path given
     const char* target;  // the file that must hold the text
     mode_t mode;
   } cases[] = {
-      {"kept.txt", "kept.txt", 0640}, {"link", "kept.txt", 0640}, {"chain", "kept.txt", 0640},
+      {"kept.txt", "kept.txt", 0640},   {"link", "kept.txt", 0640}, {"chain", "kept.txt", 0640},
       {"dangling", "later.txt", 0644},  // a new file: 0666 less the umask
       {"fresh.txt", "fresh.txt", 0644},
   };

@@ -291,7 +291,8 @@ TEST_F(PluginLoaderTest, InspectObjRunsPageEventsInOrderFromTheQueuedAnswer) {
       EXPECT_EQ(S(property.GetParameterValue(L"Name").GetAsText()), "Applied");
       EXPECT_EQ(S(property.GetParameterValue(L"File").GetAsText()), "");
       ASSERT_EQ(ui.lineFailures.size(), 1u);
-      EXPECT_EQ(S(ui.lineFailures[0]), std::string("InspectObj: the page \"Tst Page\" ") + c.failure);
+      EXPECT_EQ(S(ui.lineFailures[0]),
+                std::string("InspectObj: the page \"Tst Page\" ") + c.failure);
     }
     ui.lineFailures.clear();
     property.PutParameterValue(L"Enabled", false);

@@ -66,7 +66,8 @@ int TakeNotScript(const std::string& take) {
                "\" is a BVH take, not a script. Takes are imported with the knrexport commands "
                "KnrImportBVHActor (a new actor) and KnrAddBVHAction (an action on an actor), e.g.\n"
                "  zyra -c 'Answer Page \"Import BVH Actor\" BVHFile=\"" +
-               take + "\" ActorName=\"Actor\"' -c KnrImportBVHActor --save actor.zyra\n"
+               take +
+               "\" ActorName=\"Actor\"' -c KnrImportBVHActor --save actor.zyra\n"
                "(see docs/knrexport.md).");
 }
 

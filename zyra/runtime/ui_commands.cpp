@@ -145,8 +145,8 @@ class PageRun {
       return Refuse(L"cannot take " + name + L"=" + text + L": " + TypeName(param->valueType) +
                     L" expected.");
     }
-    const bool numeric = param->valueType == siInt4 || param->valueType == siFloat ||
-                         param->valueType == siDouble;
+    const bool numeric =
+        param->valueType == siInt4 || param->valueType == siFloat || param->valueType == siDouble;
     if (numeric) {
       const double v = converted.AsDouble();
       const bool low = !param->minValue.IsEmpty() && v < param->minValue.AsDouble();
@@ -161,8 +161,8 @@ class PageRun {
     }
     CValue before = param->value;
     CStatus status = param->Put(value, host.CurrentFrame());
-    if (!status.Succeeded()) return Refuse(L"cannot take " + name + L"=" + text + L": " +
-                                           status.GetMessage().Wide());
+    if (!status.Succeeded())
+      return Refuse(L"cannot take " + name + L"=" + text + L": " + status.GetMessage().Wide());
     bool seen = false;
     for (const auto& edit : edited_) seen = seen || edit.first == param;
     if (!seen) edited_.emplace_back(param, before);
