@@ -64,8 +64,7 @@ void PlaceRootsInModelSpace(Model& actor, ZyraBvHierarchy& hierarchy, MocapData&
   GetGlobalTransform(actor, model);
   for (int i = 0; i < hierarchy.nodeCount; ++i) {
     ZyraBvNode& node = hierarchy.nodes[i];
-    const bool placedByFile = node.parent < 0 || !hierarchy.nodes[node.parent].object.IsValid();
-    if (!node.object.IsValid() || !placedByFile) continue;
+    if (node.parent >= 0 || !node.object.IsValid()) continue;
     X3DObject parent(node.object.GetParent());
     if (!parent.IsValid() || parent.GetRef() == actor.GetRef()) continue;
     // toParent = parent^-1 x model: from the model's space to the parent's.
