@@ -181,7 +181,7 @@ class PageRun {
     return true;
   }
 
-  // ", did you mean "Scale"?" for a name one or two edits away from a parameter of the page.
+  // " (did you mean "Scale"?)" for a name that looks like a slip for a parameter of the page.
   std::wstring Nearest(const std::wstring& name) const {
     std::vector<std::wstring> names;
     for (const auto& param : target_->params) names.push_back(param->name);
