@@ -1,0 +1,155 @@
+// The fcurve work that every skill converter shares.
+#include "knrexport/skill/skill_channels.h"
+
+#include <cmath>
+
+#include "knrexport/scene/host_calls.h"
+#include "knrexport/scene/pose_storage.h"
+#include "zyra/application.h"
+
+using namespace Zyra;
+
+namespace {
+
+constexpr int kValueCurve = 30;  // fcurve type of a plain value curve
+constexpr const wchar_t* kLocalParameters[] = {L"posx", L"posy", L"posz", L"rotx", L"roty",
+                                                L"rotz", L"sclx", L"scly", L"sclz"};
+
+FCurve ExistingCurve(X3DObject& node, const wchar_t* channel) {
+  Parameter parameter = node.GetParameter(channel);
+  return parameter.IsValid() ? FCurve(parameter.GetSource()) : FCurve();
+}
+
+void AppendMarkers(X3DObject& node, CString& markers) {
+  for (const wchar_t* name : kLocalParameters) {
+    Parameter parameter = node.GetParameter(name);
+    if (!parameter.IsValid() || !FCurve(parameter.GetSource()).IsValid()) continue;
+    if (!markers.IsEmpty()) markers += L",";
+    markers += parameter.GetFullName();
+  }
+  for (const CRef& ref : node.GetChildren()) {
+    X3DObject child(ref);
+    if (child.IsValid()) AppendMarkers(child, markers);
+  }
+}
+
+}  // namespace
+
+int WholeFrame(double frame) { return static_cast<int>(frame); }
+
+FCurve GetFCurve(X3DObject& node, CString channel) {
+  Parameter parameter = node.GetParameter(channel);
+  if (!parameter.IsValid()) return FCurve();
+  FCurve curve(parameter.GetSource());
+  if (curve.IsValid()) return curve;
+  if (!parameter.AddFCurve(kValueCurve, curve).Succeeded()) return FCurve();
+  curve.PutInterpolation(siLinearInterpolation);
+  return curve;
+}
+
+void ExtractStartEndKey(X3DObject& root, double& first, double& last) {
+  for (const wchar_t* channel : kChannels) {
+    FCurve curve = ExistingCurve(root, channel);
+    const long count = curve.GetKeyCount();
+    if (count == 0) continue;
+    first = std::fmin(first, curve.GetKeyTime(0).GetTime());
+    last = std::fmax(last, curve.GetKeyTime(count - 1).GetTime());
+  }
+}
+
+void MakeLinear(X3DObject& node) {
+  for (const wchar_t* channel : kChannels) {
+    FCurve curve = ExistingCurve(node, channel);
+    if (curve.IsValid()) curve.PutInterpolation(siLinearInterpolation);
+  }
+  for (const CRef& ref : node.GetChildren()) {
+    X3DObject child(ref);
+    if (child.IsValid()) MakeLinear(child);
+  }
+}
+
+void ExtractMarkers(X3DObject& root, CString& markers) {
+  markers = CString();
+  AppendMarkers(root, markers);
+}
+
+bool StoreFCurves(Model& model, X3DObject& root, ActionSource& source, CString& markers, int kind,
+                  double start, double end) {
+  MakeLinear(root);
+  std::wstring list = markers.Wide();
+  list.erase(0, list.find_first_not_of(L','));
+  const CString name = source.GetName();
+  CValue made;
+  CStatus stored = Application().ExecuteCommand(
+      L"StoreAction", {model.GetFullName(), CString(list), 6, name, 1, start, end, 0, 0}, made);
+  ActionSource fresh(made.AsRef());
+  if (!stored.Succeeded() || !fresh.IsValid()) {
+    ShowMessage(CString(L"Failed to store the skill ") + name + L": " + stored.GetMessage());
+    return false;
+  }
+  DeleteObj(source.GetFullName());
+  fresh.PutName(name);
+  fresh.PutParameterValue(L"type", kind);
+  fresh.PutParameterValue(L"FrameStart", start);
+  fresh.PutParameterValue(L"FrameEnd", end);
+  source = fresh;
+  return true;
+}
+
+void ApplyAction(ActionSource& source) {
+  CValue ignored;
+  Application().ExecuteCommand(L"ApplyAction", {CValue(source.GetRef())}, ignored);
+}
+
+void SampleLocal(X3DObject& node, int start, int end, std::vector<DrvTransform>& out) {
+  out.clear();
+  if (end <= start) return;
+  out.resize(static_cast<size_t>(end - start));
+  KinematicState local = node.GetKinematics().GetLocal();
+  for (int f = start; f < end; ++f) {
+    DrvTransform_Set(out[static_cast<size_t>(f - start)], local.GetTransform(CTime(f)));
+  }
+}
+
+ChannelTrack::ChannelTrack(size_t frames) {
+  for (std::vector<double>& v : values_) v.reserve(frames);
+}
+
+void ChannelTrack::Add(const DrvTransform& t) {
+  DrvQuaternion q = t.rotation;
+  DrvVector angles;
+  DrvQuaternion_GetEulerAngles(&q, &angles);
+  DrvVector_Multiply(&angles, &angles, kRadToDeg);
+  const float values[kChannelCount] = {t.translation.x, t.translation.y, t.translation.z,
+                                       angles.x,        angles.y,        angles.z};
+  for (int c = 0; c < kChannelCount; ++c) {
+    float v = values[c];
+    if (c >= 3 && !values_[c].empty()) v = EnforceContinuity(v, static_cast<float>(values_[c].back()));
+    values_[c].push_back(v);
+  }
+}
+
+void ChannelTrack::Write(X3DObject& node, int start) {
+  const size_t frames = values_[0].size();
+  if (frames == 0) return;
+  std::vector<double> times(frames);
+  for (size_t i = 0; i < frames; ++i) times[i] = start + static_cast<double>(i);
+  for (int c = 0; c < kChannelCount; ++c) {
+    FCurve curve = GetFCurve(node, kChannels[c]);
+    if (curve.IsValid()) ReplaceKeys(curve, times, values_[c], siLinearInterpolation);
+  }
+}
+
+void ReplaceKeys(FCurve& curve, const std::vector<double>& frames, const std::vector<double>& values,
+                 int interpolation) {
+  if (frames.empty()) return;
+  curve.RemoveKeys(CTime(frames.front()), CTime(frames.back()));
+  if (curve.GetKeyCount() == 0) {
+    // Nothing outside the range: the whole curve is written in one call.
+    curve.SetKeys(CDoubleArray(frames), CDoubleArray(values), interpolation);
+    return;
+  }
+  curve.BeginEdit();
+  for (size_t i = 0; i < frames.size(); ++i) curve.AddKey(CTime(frames[i]), values[i], interpolation);
+  curve.EndEdit();
+}

@@ -1,0 +1,74 @@
+// The fcurve work that every skill converter shares: the six local channels of a node, the key
+// range of the root, the marker list of the curves a skill holds, sampling of local transforms
+// and the final store that turns the rig's animation back into an action source.
+//
+// Rules the converters rely on:
+//  1. A node's channels are "posx", "posy", "posz" (lengths) and "rotx", "roty", "rotz"
+//     (degrees, XYZ order); keys written by the converters are one per whole frame.
+//  2. Angles written for consecutive frames never differ by more than 180 degrees: each is
+//     moved by whole turns towards the previous frame's value, so a curve never spins round
+//     between two keys.
+//  3. The marker list is comma-joined parameter full names. It names every curve that the
+//     stored skill is to hold: the animated local channels of the root's whole branch, then what
+//     a converter adds (contact channels).
+#pragma once
+
+#include <vector>
+
+#include "knrexport/math/drv_math.h"
+#include "zyra/action.h"
+#include "zyra/fcurve.h"
+#include "zyra/x3dobject.h"
+
+inline constexpr float kRadToDeg = 57.29578f;
+inline constexpr int kChannelCount = 6;
+inline constexpr const wchar_t* kChannels[kChannelCount] = {L"posx", L"posy", L"posz",
+                                                            L"rotx", L"roty", L"rotz"};
+
+// The fcurve of one local channel of `node`; a channel without one is given an empty linear
+// curve. Invalid only when the node has no such channel.
+Zyra::FCurve GetFCurve(Zyra::X3DObject& node, Zyra::CString channel);
+// Lowers `first` to the earliest and raises `last` to the latest key time over the root's six
+// channel curves that exist. Callers start them crossed (first = FrameEnd, last = FrameStart), so
+// a root without keys leaves first > last.
+void ExtractStartEndKey(Zyra::X3DObject& root, double& first, double& last);
+// Makes the six channel curves of `node` and of its branch linear. A key that carries its own
+// interpolation keeps it (a step the animator set on purpose stays a step).
+void MakeLinear(Zyra::X3DObject& node);
+// Starts the marker list: the full names of every local channel ("posx" .. "sclz") with an
+// fcurve on the root and below it, comma-joined. Replaces what `markers` held.
+void ExtractMarkers(Zyra::X3DObject& root, Zyra::CString& markers);
+// Replaces `source` by a new action source with the same name made from the current animation
+// of the parameters in `markers` over start .. end; the curves are removed from the rig. The new
+// source's "type" is `kind` and its range start .. end; `source` then refers to it. False (with
+// a message) when the host refuses to store, and the old source is kept.
+bool StoreFCurves(Zyra::Model& model, Zyra::X3DObject& root, Zyra::ActionSource& source,
+                  Zyra::CString& markers, int kind, double start, double end);
+
+// Runs "ApplyAction": the source's curves go onto the parameters they target.
+void ApplyAction(Zyra::ActionSource& source);
+// The local transforms of `node` at the whole frames start .. end - 1.
+void SampleLocal(Zyra::X3DObject& node, int start, int end, std::vector<DrvTransform>& out);
+// The integer part of a frame value, as the range arithmetic of the converters takes it.
+int WholeFrame(double frame);
+
+// Per-frame values of a node's six channels, built frame by frame and then written as keys.
+class ChannelTrack {
+ public:
+  explicit ChannelTrack(size_t frames);
+  // Appends a frame: the translation, and the rotation as XYZ Euler angles in degrees, each
+  // made continuous with the previous frame's (rule 2).
+  void Add(const DrvTransform& t);
+  std::vector<double>& Values(int channel) { return values_[channel]; }
+  // Removes the keys of the node's six curves over start .. start + frames - 1 and writes one
+  // linear key per frame there.
+  void Write(Zyra::X3DObject& node, int start);
+
+ private:
+  std::vector<double> values_[kChannelCount];
+};
+
+// Replaces the keys of `curve` over frames[0] .. frames.back() by one key per frame (all with
+// `interpolation`); keys outside stay.
+void ReplaceKeys(Zyra::FCurve& curve, const std::vector<double>& frames,
+                 const std::vector<double>& values, int interpolation);
