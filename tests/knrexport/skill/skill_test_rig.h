@@ -11,6 +11,7 @@
 
 #include "host.h"
 #include "knrexport/actor/home_pose.h"
+#include "knrexport/scene/actor_lookup.h"
 #include "knrexport/scene/tags.h"
 #include "zyra/action.h"
 #include "zyra/application.h"
@@ -24,7 +25,7 @@ using namespace Zyra;
 using Pose = std::vector<std::pair<std::wstring, double>>;
 
 class SkillRig : public ::testing::Test {
- protected:
+ public:
   void SetUp() override {
     rt::Host::Get().NewScene();
     rt::Host::Get().ui() = rt::UiState();
