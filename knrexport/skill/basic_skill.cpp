@@ -29,11 +29,14 @@ float BasicHeading(DrvQuaternion rotation) {
   return std::atan2(turned.x, turned.z);
 }
 
-bool FailInvalidCurves(Model& model, const wchar_t* kind) {
+constexpr const wchar_t* kBasicInvalid =
+    L"Failed to convert the action source to a Basic skill.  The FCurves are not valid.";
+constexpr const wchar_t* kRawInvalid = L"Failed to convert the action source to a Raw skill.  The FCurves are not valid.";
+
+bool FailInvalidCurves(Model& model, const wchar_t* message) {
   ClearAnim(model);
   GotoHome(model, ProgressBar());
-  ShowMessage(CString(L"Failed to convert the action source to a ") + kind +
-              L" skill.  The FCurves are not valid.");
+  ShowMessage(message);
   return false;
 }
 
@@ -64,7 +67,7 @@ bool FactorBasic(Model& model, ActionSource& source, bool useProgress) {
   X3DObject root, cog;
   double frameStart = 0.0, frameEnd = 0.0, first = 0.0, last = 0.0;
   if (!PrepareSource(model, source, root, cog, frameStart, frameEnd, first, last)) return false;
-  if (first > last) return FailInvalidCurves(model, L"Basic");
+  if (first > last) return FailInvalidCurves(model, kBasicInvalid);
   source.PutParameterValue(L"type", 1);
   int start = 0, end = 0;
   SkillFrames(std::max(first, frameStart), std::min(last, frameEnd), start, end);
@@ -106,7 +109,7 @@ bool ProcessRaw(Model& model, ActionSource& source) {
   X3DObject root, cog;
   double frameStart = 0.0, frameEnd = 0.0, first = 0.0, last = 0.0;
   if (!PrepareSource(model, source, root, cog, frameStart, frameEnd, first, last)) return false;
-  if (first > last) return FailInvalidCurves(model, L"Raw");
+  if (first > last) return FailInvalidCurves(model, kRawInvalid);
   source.PutParameterValue(L"type", 3);
   int start = 0, end = 0;
   SkillFrames(frameStart, frameEnd, start, end);
