@@ -5,6 +5,7 @@
 // animation back into an action source.
 #include <benchmark/benchmark.h>
 
+#include <ctime>
 #include <string>
 #include <vector>
 
@@ -84,64 +85,44 @@ void BM_FactorBasic(benchmark::State& state) {
 }
 BENCHMARK(BM_FactorBasic)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
 
-// The take on the rig, as the converters find it after "ApplyAction".
-void ApplyTake(Actor& actor) {
-  CValue ignored;
-  Application().ExecuteCommand(L"RemoveAllAnimation", {CValue(actor.model.GetRef()), CValue(), 1, 9}, ignored);
-  ApplyAction(actor.take);
-  ProgressBar none;
-  EnsureKeysOnRootandCog(actor.root, actor.cog, 0, kFrames, none);
-}
-
-void BM_SkillSampling(benchmark::State& state) {
+// MakeLocoSkill's steps one by one, each timed (CPU time of the process, milliseconds):
+// playing the source onto the rig (the host's "ApplyAction"), factoring root and COG (sampling
+// and keying), the foot contacts (heel sampling and keys), storing the skill, going home.
+void BM_MakeLocoSkillSteps(benchmark::State& state) {
   Actor& actor = SharedActor(state);
-  ApplyTake(actor);
-  CRefArray feet, heels;
-  ExtractFeet(actor.root, feet);
-  ExtractHeels(feet, heels);
-  std::vector<DrvTransform> roots, cogs;
+  double apply = 0, factor = 0, contacts = 0, store = 0, home = 0;
+  auto clock = [] { return static_cast<double>(std::clock()) * 1000.0 / CLOCKS_PER_SEC; };
   for (auto _ : state) {
-    SampleLocal(actor.root, 0, kFrames, roots);
-    SampleLocal(actor.cog, 0, kFrames, cogs);
-    for (const CRef& heel : heels) {
-      KinematicState global = X3DObject(heel).GetKinematics().GetGlobal();
-      double sum = 0.0;
-      for (int f = 0; f < kFrames; ++f) sum += global.GetTransform(CTime(f)).GetTranslation().GetY();
-      benchmark::DoNotOptimize(sum);
-    }
-  }
-}
-BENCHMARK(BM_SkillSampling)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
-
-void BM_SkillKeying(benchmark::State& state) {
-  Actor& actor = SharedActor(state);
-  ApplyTake(actor);
-  std::vector<DrvTransform> roots, cogs;
-  SampleLocal(actor.root, 0, kFrames, roots);
-  SampleLocal(actor.cog, 0, kFrames, cogs);
-  for (auto _ : state) {
-    ChannelTrack rootTrack(roots.size()), cogTrack(cogs.size());
-    for (size_t i = 0; i < roots.size(); ++i) {
-      rootTrack.Add(roots[i]);
-      cogTrack.Add(cogs[i]);
-    }
-    rootTrack.Write(actor.root, 0);
-    cogTrack.Write(actor.cog, 0);
-  }
-}
-BENCHMARK(BM_SkillKeying)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
-
-void BM_SkillStoring(benchmark::State& state) {
-  Actor& actor = SharedActor(state);
-  for (auto _ : state) {
-    state.PauseTiming();
-    ApplyTake(actor);
+    double t = clock();
+    CValue ignored;
+    Application().ExecuteCommand(L"RemoveAllAnimation", {CValue(actor.model.GetRef()), CValue(), 1, 9}, ignored);
+    ApplyAction(actor.take);
+    apply += clock() - t;
+    t = clock();
+    FactorLoco(actor.model, actor.take, false);
+    factor += clock() - t;
+    t = clock();
+    CRefArray feet, heels;
+    ExtractFeet(actor.root, feet);
+    ExtractHeels(feet, heels);
     CString markers;
     ExtractMarkers(actor.root, markers);
-    state.ResumeTiming();
+    AddLocoKeys(actor.model, actor.take, feet, heels, 0.2f, markers);
+    contacts += clock() - t;
+    t = clock();
     StoreFCurves(actor.model, actor.root, actor.take, markers, 2, 0.0, kFrames - 1.0);
+    store += clock() - t;
+    t = clock();
+    GotoHome(actor.model, ProgressBar());
+    home += clock() - t;
   }
+  const double n = static_cast<double>(state.iterations());
+  state.counters["apply_ms"] = apply / n;
+  state.counters["factor_ms"] = factor / n;
+  state.counters["contacts_ms"] = contacts / n;
+  state.counters["store_ms"] = store / n;
+  state.counters["home_ms"] = home / n;
 }
-BENCHMARK(BM_SkillStoring)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
+BENCHMARK(BM_MakeLocoSkillSteps)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
 
 }  // namespace

@@ -66,11 +66,12 @@ void SampleHeel(X3DObject& root, X3DObject& heel, int start, int end, std::vecto
   const int n = std::max(end - start, 0);
   height.assign(static_cast<size_t>(n), 0.0f);
   speed2.assign(static_cast<size_t>(std::max(n - 1, 0)), 0.0f);
-  KinematicState global = heel.GetKinematics().GetGlobal();
+  std::vector<MATH::CTransformation> path;
+  SampleGlobal(heel, start, end, path);
   double previousY = 0.0, previousZ = 0.0;
   for (int i = 0; i < n; ++i) {
     DrvTransform sample;
-    DrvTransform_Set(sample, global.GetTransform(CTime(start + i)));
+    DrvTransform_Set(sample, path[static_cast<size_t>(i)]);
     DrvTransform_Multiply(&sample, &reference, &sample);
     const double y = sample.translation.y, z = sample.translation.z;
     height[static_cast<size_t>(i)] = sample.translation.y;

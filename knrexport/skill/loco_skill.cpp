@@ -121,9 +121,7 @@ bool FactorLoco(Model& model, ActionSource& source, bool useProgress) {
   CRefArray spheres;
   ExtractColSpheres(root, spheres, true);
   float bottom = kFltMax;
-  if (spheres.GetCount() > 0) {
-    for (int f = start; f < end; ++f) CheckBottom(spheres, bottom, f);
-  }
+  LowerToSphereBottom(spheres, start, end, bottom);
   for (X3DObject* node : {&root, &cog}) {
     for (const wchar_t* channel : kChannels) GetFCurve(*node, channel).RemoveKeys();
   }

@@ -111,6 +111,56 @@ void SampleLocal(X3DObject& node, int start, int end, std::vector<DrvTransform>&
   }
 }
 
+void SampleGlobal(X3DObject& node, int start, int end, std::vector<MATH::CTransformation>& out) {
+  out.clear();
+  if (end <= start) return;
+  std::vector<X3DObject> chain;  // from the top of the scene down to `node`
+  for (X3DObject o = node; o.IsValid(); o = X3DObject(o.GetParent())) chain.insert(chain.begin(), o);
+  struct Link {
+    KinematicState local;
+    bool animated;
+    MATH::CTransformation fixed;
+  };
+  // The still objects above the first animated one fold into one transform.
+  MATH::CTransformation base;
+  std::vector<Link> links;
+  for (X3DObject& o : chain) {
+    KinematicState local = o.GetKinematics().GetLocal();
+    const bool animated = o.IsAnimated(siFCurveSource, true);
+    if (links.empty() && !animated) {
+      base = MATH::CTransformation::Compose(base, local.GetTransform(CTime(start)));
+      continue;
+    }
+    links.push_back({local, animated, animated ? MATH::CTransformation() : local.GetTransform(CTime(start))});
+  }
+  out.resize(static_cast<size_t>(end - start));
+  for (int f = start; f < end; ++f) {
+    MATH::CTransformation t = base;
+    for (const Link& link : links) {
+      t = MATH::CTransformation::Compose(t, link.animated ? link.local.GetTransform(CTime(f)) : link.fixed);
+    }
+    out[static_cast<size_t>(f - start)] = t;
+  }
+}
+
+void LowerToSphereBottom(CRefArray& spheres, int start, int end, float& bottom) {
+  std::vector<MATH::CTransformation> path;
+  for (const CRef& ref : spheres) {
+    X3DObject sphere(ref);
+    if (!sphere.IsValid()) continue;
+    Parameter radius = sphere.GetActivePrimitive().GetParameter(L"radius");
+    const bool varying = FCurve(radius.GetSource()).IsValid();
+    const double still = radius.GetValue(CTime(start)).AsDouble();
+    SampleGlobal(sphere, start, end, path);
+    for (int f = start; f < end; ++f) {
+      const MATH::CTransformation& t = path[static_cast<size_t>(f - start)];
+      const double r = varying ? radius.GetValue(CTime(f)).AsDouble() : still;
+      const double low = t.GetTranslation().GetY() - r * std::fabs(t.GetScaling().GetY());
+      bottom = std::fmin(bottom, static_cast<float>(low));
+    }
+  }
+}
+
 ChannelTrack::ChannelTrack(size_t frames) {
   for (std::vector<double>& v : values_) v.reserve(frames);
 }

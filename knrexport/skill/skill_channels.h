@@ -18,6 +18,7 @@
 #include "knrexport/math/drv_math.h"
 #include "zyra/action.h"
 #include "zyra/fcurve.h"
+#include "zyra/math.h"
 #include "zyra/x3dobject.h"
 
 inline constexpr float kRadToDeg = 57.29578f;
@@ -49,6 +50,14 @@ bool StoreFCurves(Zyra::Model& model, Zyra::X3DObject& root, Zyra::ActionSource&
 void ApplyAction(Zyra::ActionSource& source);
 // The local transforms of `node` at the whole frames start .. end - 1.
 void SampleLocal(Zyra::X3DObject& node, int start, int end, std::vector<DrvTransform>& out);
+// The global transforms of `node` at the whole frames start .. end - 1, composed from the local
+// transforms of its ancestors as the host composes them. An object whose own parameters are not
+// animated is evaluated once: a long take costs one evaluation per frame of each animated object
+// on the way, not of the whole chain.
+void SampleGlobal(Zyra::X3DObject& node, int start, int end, std::vector<Zyra::MATH::CTransformation>& out);
+// The lowest point of the spheres (their global y minus their radius times their global y
+// scaling) over the whole frames start .. end - 1; `bottom` is lowered to it.
+void LowerToSphereBottom(Zyra::CRefArray& spheres, int start, int end, float& bottom);
 // The integer part of a frame value, as the range arithmetic of the converters takes it.
 int WholeFrame(double frame);
 
