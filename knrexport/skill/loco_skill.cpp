@@ -30,34 +30,24 @@ float HeadingDistance(float a, float b) {
 
 float WrapPositive(float angle) { return angle < 0.0f ? angle + kDrvTwoPi : angle; }
 
-// Passes the values of the keys of `curve` from `from` to `to` (inclusive) through `change`,
-// which sees each value and the previous key's new value; only keys whose value changes are
-// written again, with their own interpolation.
-template <class Change>
-void RekeyValues(FCurve& curve, double from, double to, Change change) {
-  const long count = curve.GetKeyCount();
-  std::vector<long> changed;
-  std::vector<double> values;
-  double previous = 0.0;
-  bool first = true;
-  for (long k = 0; k < count; ++k) {
-    const double frame = curve.GetKeyTime(k).GetTime();
-    if (frame < from || frame > to) continue;
-    const double value = curve.GetKeyValue(k).AsDouble();
-    const double next = change(value, previous, first);
-    if (next != value) {
-      changed.push_back(k);
-      values.push_back(next);
-    }
-    previous = next;
-    first = false;
-  }
-  for (size_t i = 0; i < changed.size(); ++i) {
-    curve.AddKey(curve.GetKeyTime(changed[i]), values[i], curve.GetKeyInterpolation(changed[i]));
-  }
-}
-
 double Snap(double value) { return std::fabs(value) < kSnapToZero ? 0.0 : value; }
+
+// Moves the keys of `curve` outside frames start .. end - 1 by whole turns towards their
+// neighbour on the side of that range, working outwards from it; the keys inside were written
+// continuous already.
+void UnwrapOutside(FCurve& curve, int start, int end) {
+  const long first = curve.GetKeyIndex(CTime(start));
+  const long last = curve.GetKeyIndex(CTime(end - 1));
+  if (first < 0 || last < 0) return;
+  auto follow = [&curve](long k, long neighbour) {
+    const double value = curve.GetKeyValue(k).AsDouble();
+    const double next = Snap(EnforceContinuity(static_cast<float>(value),
+                                               static_cast<float>(curve.GetKeyValue(neighbour).AsDouble())));
+    if (next != value) curve.AddKey(curve.GetKeyTime(k), next, curve.GetKeyInterpolation(k));
+  };
+  for (long k = first - 1; k >= 0; --k) follow(k, k + 1);
+  for (long k = last + 1; k < curve.GetKeyCount(); ++k) follow(k, k - 1);
+}
 
 }  // namespace
 
@@ -71,36 +61,32 @@ void RemoveLocoKeys(ActionSource& source) {
   }
 }
 
-void EnsureKeysOnRootandCog(X3DObject& root, X3DObject& cog, int start, int end, ProgressBar&) {
-  for (X3DObject* node : {&root, &cog}) {
-    std::vector<DrvTransform> samples;
-    SampleLocal(*node, start, end, samples);
-    ChannelTrack track(samples.size());
-    for (const DrvTransform& t : samples) track.Add(t);
-    track.Write(*node, start);
+void EnsureKeysOnRootandCog(X3DObject& root, X3DObject& cog, int start, int end, ProgressBar&,
+                            std::vector<DrvTransform>* rootSamples, std::vector<DrvTransform>* cogSamples) {
+  std::vector<DrvTransform> kept[2];
+  X3DObject* nodes[2] = {&root, &cog};
+  for (int n = 0; n < 2; ++n) {
+    SampleLocal(*nodes[n], start, end, kept[n]);
+    ChannelTrack track(kept[n].size());
+    for (const DrvTransform& t : kept[n]) track.Add(t);
+    track.Write(*nodes[n], start);
   }
+  if (rootSamples) rootSamples->swap(kept[0]);
+  if (cogSamples) cogSamples->swap(kept[1]);
 }
 
 void NormalizeLoco(ActionSource&, X3DObject& root, X3DObject& cog, int start, int end, ProgressBar&) {
   for (X3DObject* node : {&root, &cog}) {
     for (int c = 3; c < kChannelCount; ++c) {
       FCurve curve = GetFCurve(*node, kChannels[c]);
-      RekeyValues(curve, -kUnsetValue, kUnsetValue, [](double value, double previous, bool first) {
-        const double turned = first ? value : EnforceContinuity(static_cast<float>(value), static_cast<float>(previous));
-        return Snap(turned);
-      });
+      UnwrapOutside(curve, start, end);
     }
   }
   CorrectLocoTranslation(root, start, end);
 }
 
-void CorrectLocoTranslation(X3DObject& root, int start, int end) {
-  for (int c = 0; c < 3; ++c) {
-    FCurve curve = GetFCurve(root, kChannels[c]);
-    if (!curve.IsValid()) continue;
-    curve.PutInterpolation(siLinearInterpolation);
-    RekeyValues(curve, start, end - 1, [](double value, double, bool) { return Snap(value); });
-  }
+void CorrectLocoTranslation(X3DObject& root, int, int) {
+  for (int c = 0; c < 3; ++c) GetFCurve(root, kChannels[c]).PutInterpolation(siLinearInterpolation);
 }
 
 bool FactorLoco(Model& model, ActionSource& source, bool useProgress) {
@@ -110,12 +96,11 @@ bool FactorLoco(Model& model, ActionSource& source, bool useProgress) {
   if (!GetRootNode(model, root, true) || !GetCogNode(root, cog)) return false;
   const size_t frames = end > start ? static_cast<size_t>(end - start) : 0;
   ProgressBar bar = useProgress ? ShowProgressBar(static_cast<long>(frames), L"Making Loco Skill") : ProgressBar();
-  EnsureKeysOnRootandCog(root, cog, start, end, bar);
-  NormalizeLoco(source, root, cog, start, end, bar);
-
+  // The samples that EnsureKeysOnRootandCog keys are what the factoring works from: the
+  // normalization leaves the keys of the range as they were written.
   std::vector<DrvTransform> roots, cogs;
-  SampleLocal(root, start, end, roots);
-  SampleLocal(cog, start, end, cogs);
+  EnsureKeysOnRootandCog(root, cog, start, end, bar, &roots, &cogs);
+  NormalizeLoco(source, root, cog, start, end, bar);
   // The lowest sphere bottom is read while the rig still plays the source; the factored rig
   // plays the same body, so the spheres are where they were.
   CRefArray spheres;

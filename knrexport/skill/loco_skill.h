@@ -14,6 +14,10 @@
 // Every collision sphere of the actor counts for the shift, wherever it hangs in the hierarchy.
 #pragma once
 
+#include <vector>
+
+#include "knrexport/math/drv_math.h"
+
 #include "zyra/action.h"
 #include "zyra/ui.h"
 #include "zyra/x3dobject.h"
@@ -31,14 +35,16 @@ void RemoveLocoKeys(Zyra::ActionSource& source);
 // when the actor has no root or COG.
 bool FactorLoco(Zyra::Model& model, Zyra::ActionSource& source, bool useProgress);
 // Keys the six channels of root and COG at every frame start .. end - 1 with the values they
-// play now (linear keys), replacing their keys over that range.
+// play now (linear keys, rule 2 of skill_channels.h), replacing their keys over that range. The
+// local transforms it sampled are handed back when asked for.
 void EnsureKeysOnRootandCog(Zyra::X3DObject& root, Zyra::X3DObject& cog, int start, int end,
-                            Zyra::ProgressBar& bar);
-// Keeps every rotation curve of root and COG free of whole-turn jumps between consecutive keys
-// and sets values within 1e-7 of zero to exactly zero, then corrects the root's translation.
-// Neither changes the pose the rig plays at any frame by more than that rounding.
+                            Zyra::ProgressBar& bar, std::vector<DrvTransform>* rootSamples = nullptr,
+                            std::vector<DrvTransform>* cogSamples = nullptr);
+// Keeps every rotation curve of root and COG free of whole-turn jumps: the keys outside
+// start .. end - 1 are moved by whole turns towards the range (the keys inside are continuous as
+// written), then corrects the root's translation. The pose the rig plays never changes.
 void NormalizeLoco(Zyra::ActionSource& source, Zyra::X3DObject& root, Zyra::X3DObject& cog, int start,
                    int end, Zyra::ProgressBar& bar);
-// Makes the root's translation curves linear over start .. end - 1 and sets values within 1e-7 of
-// zero there to exactly zero, so the travel is one straight segment between any two frames.
+// Makes the root's translation curves linear: the travel is one straight segment between any
+// two frames, as the runtime plays it.
 void CorrectLocoTranslation(Zyra::X3DObject& root, int start, int end);

@@ -12,6 +12,7 @@ using namespace Zyra;
 namespace {
 
 constexpr int kValueCurve = 30;  // fcurve type of a plain value curve
+constexpr float kNearZero = 1e-7f;
 constexpr const wchar_t* kLocalParameters[] = {L"posx", L"posy", L"posz", L"rotx", L"roty",
                                                 L"rotz", L"sclx", L"scly", L"sclz"};
 
@@ -101,14 +102,51 @@ void ApplyAction(ActionSource& source) {
   Application().ExecuteCommand(L"ApplyAction", {CValue(source.GetRef())}, ignored);
 }
 
+namespace {
+
+constexpr double kDegToRad = 3.14159265358979323846 / 180.0;
+
+// A node's local transform read straight from its nine channel curves: a channel whose curve
+// has no keys shows its static value, as the host's own evaluation does.
+class LocalSampler {
+ public:
+  LocalSampler(X3DObject& node, int frame) {
+    for (int c = 0; c < 9; ++c) {
+      Parameter parameter = node.GetParameter(kLocalParameters[c]);
+      FCurve curve = parameter.IsValid() ? FCurve(parameter.GetSource()) : FCurve();
+      if (curve.GetKeyCount() > 0) {
+        curves_[c] = curve;
+        animated_ = true;
+      } else {
+        values_[c] = parameter.IsValid() ? parameter.GetValue(CTime(frame)).AsDouble() : (c >= 6 ? 1.0 : 0.0);
+      }
+    }
+  }
+  bool Animated() const { return animated_; }
+  MATH::CTransformation At(int frame) const {
+    double v[9];
+    for (int c = 0; c < 9; ++c) v[c] = curves_[c].IsValid() ? curves_[c].Eval(CTime(frame)) : values_[c];
+    MATH::CTransformation t;
+    t.SetTranslationFromValues(v[0], v[1], v[2])
+        .SetRotationFromXYZAnglesValues(v[3] * kDegToRad, v[4] * kDegToRad, v[5] * kDegToRad)
+        .SetScalingFromValues(v[6], v[7], v[8]);
+    return t;
+  }
+
+ private:
+  FCurve curves_[9];
+  double values_[9] = {};
+  bool animated_ = false;
+};
+
+}  // namespace
+
 void SampleLocal(X3DObject& node, int start, int end, std::vector<DrvTransform>& out) {
   out.clear();
   if (end <= start) return;
   out.resize(static_cast<size_t>(end - start));
-  KinematicState local = node.GetKinematics().GetLocal();
-  for (int f = start; f < end; ++f) {
-    DrvTransform_Set(out[static_cast<size_t>(f - start)], local.GetTransform(CTime(f)));
-  }
+  const LocalSampler local(node, start);
+  for (int f = start; f < end; ++f) DrvTransform_Set(out[static_cast<size_t>(f - start)], local.At(f));
 }
 
 void SampleGlobal(X3DObject& node, int start, int end, std::vector<MATH::CTransformation>& out) {
@@ -117,27 +155,25 @@ void SampleGlobal(X3DObject& node, int start, int end, std::vector<MATH::CTransf
   std::vector<X3DObject> chain;  // from the top of the scene down to `node`
   for (X3DObject o = node; o.IsValid(); o = X3DObject(o.GetParent())) chain.insert(chain.begin(), o);
   struct Link {
-    KinematicState local;
-    bool animated;
+    LocalSampler local;
     MATH::CTransformation fixed;
   };
   // The still objects above the first animated one fold into one transform.
   MATH::CTransformation base;
   std::vector<Link> links;
   for (X3DObject& o : chain) {
-    KinematicState local = o.GetKinematics().GetLocal();
-    const bool animated = o.IsAnimated(siFCurveSource, true);
-    if (links.empty() && !animated) {
-      base = MATH::CTransformation::Compose(base, local.GetTransform(CTime(start)));
+    LocalSampler local(o, start);
+    if (links.empty() && !local.Animated()) {
+      base = MATH::CTransformation::Compose(base, local.At(start));
       continue;
     }
-    links.push_back({local, animated, animated ? MATH::CTransformation() : local.GetTransform(CTime(start))});
+    links.push_back({local, local.At(start)});
   }
   out.resize(static_cast<size_t>(end - start));
   for (int f = start; f < end; ++f) {
     MATH::CTransformation t = base;
     for (const Link& link : links) {
-      t = MATH::CTransformation::Compose(t, link.animated ? link.local.GetTransform(CTime(f)) : link.fixed);
+      t = MATH::CTransformation::Compose(t, link.local.Animated() ? link.local.At(f) : link.fixed);
     }
     out[static_cast<size_t>(f - start)] = t;
   }
@@ -175,7 +211,7 @@ void ChannelTrack::Add(const DrvTransform& t) {
   for (int c = 0; c < kChannelCount; ++c) {
     float v = values[c];
     if (c >= 3 && !values_[c].empty()) v = EnforceContinuity(v, static_cast<float>(values_[c].back()));
-    values_[c].push_back(v);
+    values_[c].push_back(std::fabs(v) < kNearZero ? 0.0 : v);
   }
 }
 

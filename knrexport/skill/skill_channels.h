@@ -7,7 +7,8 @@
 //     (degrees, XYZ order); keys written by the converters are one per whole frame.
 //  2. Angles written for consecutive frames never differ by more than 180 degrees: each is
 //     moved by whole turns towards the previous frame's value, so a curve never spins round
-//     between two keys.
+//     between two keys. Values within 1e-7 of zero are written as exactly zero, so a still
+//     channel stays exactly still.
 //  3. The marker list is comma-joined parameter full names. It names every curve that the
 //     stored skill is to hold: the animated local channels of the root's whole branch, then what
 //     a converter adds (contact channels).
