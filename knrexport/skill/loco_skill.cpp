@@ -165,10 +165,14 @@ bool MakeLocoSkill(Model& model, ActionSource& source, float threshold, bool use
   }
   ExtractHeels(feet, heels);
   ApplyAction(source);
-  if (!FactorLoco(model, source, useProgress)) return false;
   CString markers;
-  ExtractMarkers(root, markers);
-  AddLocoKeys(model, source, feet, heels, threshold, markers);
+  {
+    // The legs are sampled once for the sphere bottoms and reused for the heels.
+    LocalSampleCache legs;
+    if (!FactorLoco(model, source, useProgress)) return false;
+    ExtractMarkers(root, markers);
+    AddLocoKeys(model, source, feet, heels, threshold, markers);
+  }
   const bool stored = StoreFCurves(model, root, source, markers, 2, source.GetParameterValue(L"FrameStart").AsDouble(),
                                    source.GetParameterValue(L"FrameEnd").AsDouble());
   GotoHome(model, ProgressBar());

@@ -149,33 +149,82 @@ void SampleLocal(X3DObject& node, int start, int end, std::vector<DrvTransform>&
   for (int f = start; f < end; ++f) DrvTransform_Set(out[static_cast<size_t>(f - start)], local.At(f));
 }
 
+namespace {
+LocalSampleCache* gActiveCache = nullptr;
+}  // namespace
+
+LocalSampleCache::LocalSampleCache() { gActiveCache = this; }
+LocalSampleCache::~LocalSampleCache() { gActiveCache = nullptr; }
+LocalSampleCache* LocalSampleCache::Active() { return gActiveCache; }
+
+const std::vector<MATH::CTransformation>* LocalSampleCache::Find(const CRef& object, int start, int end) const {
+  for (const Entry& e : entries_) {
+    if (e.object == object && e.start == start && e.end == end) return &e.samples;
+  }
+  return nullptr;
+}
+
+const std::vector<MATH::CTransformation>& LocalSampleCache::Keep(const CRef& object, int start, int end,
+                                                                std::vector<MATH::CTransformation> samples) {
+  Forget(object);
+  entries_.push_back({object, start, end, std::move(samples)});
+  return entries_.back().samples;
+}
+
+void LocalSampleCache::Forget(const CRef& object) {
+  for (size_t i = 0; i < entries_.size(); ++i) {
+    if (entries_[i].object != object) continue;
+    entries_.erase(entries_.begin() + static_cast<long>(i));
+    return;
+  }
+}
+
 void SampleGlobal(X3DObject& node, int start, int end, std::vector<MATH::CTransformation>& out) {
   out.clear();
   if (end <= start) return;
+  const size_t frames = static_cast<size_t>(end - start);
   std::vector<X3DObject> chain;  // from the top of the scene down to `node`
   for (X3DObject o = node; o.IsValid(); o = X3DObject(o.GetParent())) chain.insert(chain.begin(), o);
+  // The still objects above the first animated one fold into one transform; below it, a still
+  // object is one fixed transform and an animated one a sample per frame.
   struct Link {
-    LocalSampler local;
     MATH::CTransformation fixed;
+    const std::vector<MATH::CTransformation>* samples;
   };
-  // The still objects above the first animated one fold into one transform.
   MATH::CTransformation base;
   std::vector<Link> links;
+  std::vector<std::vector<MATH::CTransformation>> owned;  // samples kept without a cache
+  owned.reserve(chain.size());
+  LocalSampleCache* cache = LocalSampleCache::Active();
   for (X3DObject& o : chain) {
-    LocalSampler local(o, start);
-    if (links.empty() && !local.Animated()) {
-      base = MATH::CTransformation::Compose(base, local.At(start));
-      continue;
+    const std::vector<MATH::CTransformation>* kept = cache ? cache->Find(o.GetRef(), start, end) : nullptr;
+    if (!kept) {
+      LocalSampler local(o, start);
+      if (!local.Animated()) {
+        if (links.empty()) {
+          base = MATH::CTransformation::Compose(base, local.At(start));
+        } else {
+          links.push_back({local.At(start), nullptr});
+        }
+        continue;
+      }
+      std::vector<MATH::CTransformation> samples;
+      samples.reserve(frames);
+      for (int f = start; f < end; ++f) samples.push_back(local.At(f));
+      if (cache) {
+        kept = &cache->Keep(o.GetRef(), start, end, std::move(samples));
+      } else {
+        owned.push_back(std::move(samples));
+        kept = &owned.back();
+      }
     }
-    links.push_back({local, local.At(start)});
+    links.push_back({MATH::CTransformation(), kept});
   }
-  out.resize(static_cast<size_t>(end - start));
-  for (int f = start; f < end; ++f) {
+  out.reserve(frames);
+  for (size_t i = 0; i < frames; ++i) {
     MATH::CTransformation t = base;
-    for (const Link& link : links) {
-      t = MATH::CTransformation::Compose(t, link.local.Animated() ? link.local.At(f) : link.fixed);
-    }
-    out[static_cast<size_t>(f - start)] = t;
+    for (const Link& link : links) t = MATH::CTransformation::Compose(t, link.samples ? (*link.samples)[i] : link.fixed);
+    out.push_back(t);
   }
 }
 
@@ -216,6 +265,7 @@ void ChannelTrack::Add(const DrvTransform& t) {
 }
 
 void ChannelTrack::Write(X3DObject& node, int start) {
+  if (LocalSampleCache* cache = LocalSampleCache::Active()) cache->Forget(node.GetRef());
   const size_t frames = values_[0].size();
   if (frames == 0) return;
   std::vector<double> times(frames);

@@ -56,6 +56,33 @@ void SampleLocal(Zyra::X3DObject& node, int start, int end, std::vector<DrvTrans
 // animated is evaluated once: a long take costs one evaluation per frame of each animated object
 // on the way, not of the whole chain.
 void SampleGlobal(Zyra::X3DObject& node, int start, int end, std::vector<Zyra::MATH::CTransformation>& out);
+// While one is alive, SampleGlobal keeps the local transforms it evaluates, per object and frame
+// range, and reuses them; ChannelTrack::Write forgets the object it writes. Open one around work
+// that samples the same chains again and again and changes local channels only through
+// ChannelTrack (a locomotion conversion: sphere bottoms, then every heel). Not nestable.
+class LocalSampleCache {
+ public:
+  LocalSampleCache();
+  ~LocalSampleCache();
+  LocalSampleCache(const LocalSampleCache&) = delete;
+  LocalSampleCache& operator=(const LocalSampleCache&) = delete;
+  // The open cache, or null.
+  static LocalSampleCache* Active();
+  // The samples of `object` over start .. end - 1, or null when they are not kept.
+  const std::vector<Zyra::MATH::CTransformation>* Find(const Zyra::CRef& object, int start, int end) const;
+  const std::vector<Zyra::MATH::CTransformation>& Keep(const Zyra::CRef& object, int start, int end,
+                                                       std::vector<Zyra::MATH::CTransformation> samples);
+  void Forget(const Zyra::CRef& object);
+
+ private:
+  struct Entry {
+    Zyra::CRef object;
+    int start, end;
+    std::vector<Zyra::MATH::CTransformation> samples;
+  };
+  std::vector<Entry> entries_;
+};
+
 // The lowest point of the spheres (their global y minus their radius times their global y
 // scaling) over the whole frames start .. end - 1; `bottom` is lowered to it.
 void LowerToSphereBottom(Zyra::CRefArray& spheres, int start, int end, float& bottom);
