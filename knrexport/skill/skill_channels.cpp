@@ -158,8 +158,8 @@ LocalSampleCache::~LocalSampleCache() { gActiveCache = nullptr; }
 LocalSampleCache* LocalSampleCache::Active() { return gActiveCache; }
 
 const std::vector<MATH::CTransformation>* LocalSampleCache::Find(const CRef& object, int start, int end) const {
-  for (const Entry& e : entries_) {
-    if (e.object == object && e.start == start && e.end == end) return &e.samples;
+  for (const std::unique_ptr<Entry>& e : entries_) {
+    if (e->object == object && e->start == start && e->end == end) return &e->samples;
   }
   return nullptr;
 }
@@ -167,13 +167,13 @@ const std::vector<MATH::CTransformation>* LocalSampleCache::Find(const CRef& obj
 const std::vector<MATH::CTransformation>& LocalSampleCache::Keep(const CRef& object, int start, int end,
                                                                 std::vector<MATH::CTransformation> samples) {
   Forget(object);
-  entries_.push_back({object, start, end, std::move(samples)});
-  return entries_.back().samples;
+  entries_.push_back(std::make_unique<Entry>(Entry{object, start, end, std::move(samples)}));
+  return entries_.back()->samples;
 }
 
 void LocalSampleCache::Forget(const CRef& object) {
   for (size_t i = 0; i < entries_.size(); ++i) {
-    if (entries_[i].object != object) continue;
+    if (entries_[i]->object != object) continue;
     entries_.erase(entries_.begin() + static_cast<long>(i));
     return;
   }

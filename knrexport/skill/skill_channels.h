@@ -14,6 +14,7 @@
 //     a converter adds (contact channels).
 #pragma once
 
+#include <memory>
 #include <vector>
 
 #include "knrexport/math/drv_math.h"
@@ -80,7 +81,7 @@ class LocalSampleCache {
     int start, end;
     std::vector<Zyra::MATH::CTransformation> samples;
   };
-  std::vector<Entry> entries_;
+  std::vector<std::unique_ptr<Entry>> entries_;  // entries stay put while others come and go
 };
 
 // The lowest point of the spheres (their global y minus their radius times their global y
