@@ -8,6 +8,7 @@
 #include "knrexport/actor/initialize.h"
 #include "knrexport/actor/joint_limit.h"
 #include "knrexport/bvh/bvh_import.h"
+#include "knrexport/skill/make_skill.h"
 
 BVHActionOperation gAddBVHAction = &AddBVHAction;
 RenderSetupOperation gGenerateRenderSetup = nullptr;
@@ -44,7 +45,7 @@ const CommandEntry kCommands[] = {
     {L"Add Joint Limit", L"KnrAddJointLimit", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Add Joint Limit"),
      [](Zyra::X3DObject& n, bool) { return AddKinraJL(n); }, nullptr, nullptr},
     {L"Make Skill", L"KnrMakeSkill", In::kNodeOrSource, false, Shift::kNone,
-     L"The Make Skill action requires selecting a single node or action source in the actor description.", nullptr, nullptr, nullptr},
+     L"The Make Skill action requires selecting a single node or action source in the actor description.", nullptr, MakeSkill, nullptr},
     {L"Save Actor", L"KnrSaveActor", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Save Actor"), nullptr, nullptr, nullptr},
     {L"Load Actor", L"KnrLoadActor", In::kNone, false, Shift::kNone, nullptr, nullptr, nullptr, nullptr},
     {L"Render Setup", L"KnrRenderSetup", In::kNone, false, Shift::kNone, nullptr, nullptr, nullptr, nullptr},

@@ -86,6 +86,17 @@ KNR_COMMAND(GenerateRenderSetup, L"GenerateRenderSetup")
 
 ZYRA_PLUGIN_CALLBACK CStatus KinraJL_Define(CRef& context) { return DefineWith(DefineKinraJL, context); }
 ZYRA_PLUGIN_CALLBACK CStatus Skill_Define(CRef& context) { return DefineWith(DefineSkill, context); }
+// The Skill page is built when it opens, from the actor's action sources.
+ZYRA_PLUGIN_CALLBACK CStatus Skill_DefineLayout(CRef& context) {
+  PPGLayout layout(Context(context).GetSource());
+  if (layout.IsValid()) layout.Clear();
+  return CStatus::OK;
+}
+ZYRA_PLUGIN_CALLBACK CStatus Skill_PPGEvent(CRef& context) {
+  PPGEventContext event(context);
+  OnSkillPageEvent(event);
+  return CStatus::OK;
+}
 ZYRA_PLUGIN_CALLBACK CStatus KinraGen_Define(CRef& context) { return DefineWith(DefineKinraGen, context); }
 ZYRA_PLUGIN_CALLBACK CStatus BVHActor_Define(CRef& context) { return DefineWith(DefineBVHActor, context); }
 // The BVHActor page is built when it opens, from its "Mode" (actor or action options).

@@ -2,9 +2,18 @@
 #pragma once
 
 #include "zyra/object.h"
+#include "zyra/plugin.h"
 
 // Skill: which action source, which kind of skill, the contact threshold, transfer or not.
 void DefineSkill(Zyra::CustomProperty& property);
 // LoopSkill: the source, the cycle's start and end, the blend length, locomotion or not, and the
 // last processed values.
 void DefineLoopSkill(Zyra::CustomProperty& property);
+
+// The Skill page's events. Opening builds the layout: "Source Options" (a combo of the actor
+// model's action sources by index, and Transfer) and "Type Options" (a combo of the four kinds,
+// and Threshold). Choosing a source shows the kind stored in its "type". Threshold can be edited
+// only for Locomotion on an actor whose root carries RTKActor.
+void OnSkillPageEvent(Zyra::PPGEventContext& event);
+// Builds the Skill page's layout for `property` (on an actor's root node).
+void BuildSkillLayout(Zyra::CustomProperty& property);
