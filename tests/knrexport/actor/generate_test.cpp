@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <fstream>
+#include <sstream>
 
 #include "host.h"
 #include "knrexport/actor/actor_boxes.h"
@@ -330,6 +332,57 @@ TEST_F(GenerateTest, BoxSizes) {
     MATH::CVector3 lo, hi;
     ASSERT_TRUE(box.GetActivePrimitive().GetGeometry().GetBoundingBox(lo, hi).Succeeded()) << ToUtf8(w.name);
     EXPECT_NEAR(hi.GetX() - lo.GetX(), w.width, 1e-5) << ToUtf8(w.name);
+  }
+}
+
+// The boxer of generate_boxing.zys: the copy sits where the capture's rig sits in its home pose,
+// its boxes replace the joints' geometry, its skin weights sum to 100 per point, and its take
+// moves every copied joint where the capture's take moves the rig.
+TEST_F(GenerateTest, CapturedBoxerThroughTheScript) {
+  rt::Host::Get().NewScene();
+  rt::Host::Get().ui() = rt::UiState();
+  std::ifstream in(KNR_TEST_DATA_DIR "/../knrexport/cli/generate_boxing.zys");
+  std::stringstream text;
+  text << in.rdbuf();
+  std::string script = text.str();
+  for (size_t at; (at = script.find("../shared/data")) != std::string::npos;) script.replace(at, 14, KNR_SHARED_DATA_DIR);
+  ASSERT_TRUE(rt::RunScriptText(FromUtf8(script), "generate_boxing.zys").Succeeded());
+  Model source(Application().GetObjectFromPath(L"Boxer")), generated(Application().GetObjectFromPath(L"KnrBoxer"));
+  ASSERT_TRUE(source.IsValid() && generated.IsValid());
+  CRefArray copies = generated.FindChildren(CString(), CString());
+  ASSERT_GT(copies.GetCount(), 10);
+  int boxes = 0;
+  for (const CRef& ref : copies) {
+    X3DObject copy(ref);
+    X3DObject original = source.FindChild(copy.GetName());
+    ASSERT_TRUE(original.IsValid()) << ToUtf8(copy.GetName().Wide());
+    ExpectSamePlace(copy, original, "home");
+    Property home, sourceHome;
+    if (FindProperty(copy, kTagHomePose, home) && FindProperty(original, kTagHomePose, sourceHome)) {
+      for (const wchar_t* v : {L"px", L"py", L"pz"}) {
+        EXPECT_NEAR(home.GetParameterValue(v).AsDouble(), sourceHome.GetParameterValue(v).AsDouble(), 1e-5);
+      }
+    }
+    if (!KeepsOwnGeometry(copy)) {
+      EXPECT_EQ(copy.GetActivePrimitive().GetGeometry().GetPointCount(), 8) << ToUtf8(copy.GetName().Wide());
+      ++boxes;
+    }
+  }
+  EXPECT_GT(boxes, 5);
+  CRefArray envelopes = generated.FindChild(L"Skin").GetEnvelopes();
+  ASSERT_EQ(envelopes.GetCount(), 1);
+  std::vector<double> totals(4, 0.0);
+  for (const CRef& deformer : Envelope(envelopes[0]).GetDeformers()) {
+    CDoubleArray weights = Envelope(envelopes[0]).GetDeformerWeights(deformer);
+    for (long p = 0; p < 4; ++p) totals[static_cast<size_t>(p)] += weights[p];
+  }
+  for (double total : totals) EXPECT_NEAR(total, 100.0, 1e-9);
+
+  Host(L"ApplyAction", {L"Boxer.Sources.Take"});
+  Host(L"ApplyAction", {L"KnrBoxer.Sources.Take"});
+  for (double frame : {0.0, 700.0, 1801.0, 3068.0}) {
+    Host(L"SetValue", {L"PlayControl.Current", frame});
+    for (const CRef& ref : copies) ExpectSamePlace(X3DObject(ref), source.FindChild(X3DObject(ref).GetName()), "frame " + std::to_string(frame));
   }
 }
 
