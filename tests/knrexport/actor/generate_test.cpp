@@ -345,7 +345,10 @@ TEST_F(GenerateTest, CapturedBoxerThroughTheScript) {
   std::stringstream text;
   text << in.rdbuf();
   std::string script = text.str();
-  for (size_t at; (at = script.find("../shared/data")) != std::string::npos;) script.replace(at, 14, KNR_SHARED_DATA_DIR);
+  const std::string data = KNR_SHARED_DATA_DIR;
+  for (size_t at = 0; (at = script.find("../shared/data", at)) != std::string::npos; at += data.size()) {
+    script.replace(at, 14, data);
+  }
   ASSERT_TRUE(rt::RunScriptText(FromUtf8(script), "generate_boxing.zys").Succeeded());
   Model source(Application().GetObjectFromPath(L"Boxer")), generated(Application().GetObjectFromPath(L"KnrBoxer"));
   ASSERT_TRUE(source.IsValid() && generated.IsValid());
