@@ -168,7 +168,10 @@ int SynchronizeRTKFloor(X3DObject& sourceRoot, X3DObject& generatedRoot) {
             hi[a] = std::max(hi[a], v[a]);
           }
         }
-        if (points.GetCount() < 3) std::fill(lo, lo + 3, 0.0), std::fill(hi, hi + 3, 0.0);
+        if (points.GetCount() < 3) {
+          std::fill(lo, lo + 3, 0.0);
+          std::fill(hi, hi + 3, 0.0);
+        }
         const wchar_t* const names[6] = {L"MinX", L"MinY", L"MinZ", L"MaxX", L"MaxY", L"MaxZ"};
         for (int a = 0; a < 6; ++a) {
           double value = a < 3 ? lo[a] : hi[a - 3];
