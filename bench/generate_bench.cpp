@@ -107,6 +107,11 @@ void BM_Generate(benchmark::State& state) {
   state.counters["peak_MB"] = static_cast<double>(peak) / kMB;
   state.counters["peak_ratio"] = static_cast<double>(peak) / static_cast<double>(actionBytes);
 }
-BENCHMARK(BM_Generate)->ArgName("optimised")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_Generate)
+    ->ArgName("optimised")
+    ->Arg(1)
+    ->Arg(0)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 }  // namespace

@@ -13,8 +13,9 @@ using namespace Zyra;
 namespace {
 
 // Tags a box takes over from the node it replaces, in this order.
-const wchar_t* const kCarriedTags[] = {kTagCogNode, kTagBasePose, kTagHomePose, L"TmpRTKPose",
-                                       kTagEffector, kTagSphere,  kTagJointLimit, L"BasePoseScale"};
+const wchar_t* const kCarriedTags[] = {kTagCogNode,    kTagBasePose,    kTagHomePose,
+                                       L"TmpRTKPose",  kTagEffector,    kTagSphere,
+                                       kTagJointLimit, L"BasePoseScale"};
 
 struct Link {
   DrvVector vector{0.0f, 0.0f, 0.0f};  // global, from the node to its children's mean position
@@ -84,7 +85,7 @@ CLongArray BoxPolygons() {
 }
 
 CDoubleArray BoxPoints(float w, float bottom, float top, DrvQuaternion& rotation) {
-  const float corners[8][3] = {{w, top, w},     {w, top, -w},     {-w, top, -w},     {-w, top, w},
+  const float corners[8][3] = {{w, top, w},    {w, top, -w},    {-w, top, -w},    {-w, top, w},
                                {w, bottom, w}, {w, bottom, -w}, {-w, bottom, -w}, {-w, bottom, w}};
   CDoubleArray points;
   for (const auto& c : corners) {
@@ -107,7 +108,8 @@ void ReplaceOne(X3DObject& node, float nominal, bool cog, double halfFactor) {
     // The link in the node's own frame; the box's Y axis is turned onto it.
     DrvTransform global;
     GetGlobalTransform(node, global);
-    DrvQuaternion inverse{-global.rotation.x, -global.rotation.y, -global.rotation.z, global.rotation.w};
+    DrvQuaternion inverse{-global.rotation.x, -global.rotation.y, -global.rotation.z,
+                          global.rotation.w};
     DrvVector local, up{0.0f, 1.0f, 0.0f};
     DrvVector_MultiplyQuaternion(&local, &link.vector, &inverse);
     DrvQuaternion_FromTwoVectors(&rotation, &up, &local);
@@ -118,7 +120,9 @@ void ReplaceOne(X3DObject& node, float nominal, bool cog, double halfFactor) {
   X3DObject parent(node.GetParent());
   const CString name = node.GetName();
   X3DObject box;
-  if (!parent.AddPolygonMesh(BoxPoints(w, bottom, top, rotation), BoxPolygons(), name, box).Succeeded()) return;
+  if (!parent.AddPolygonMesh(BoxPoints(w, bottom, top, rotation), BoxPolygons(), name, box)
+           .Succeeded())
+    return;
   box.GetKinematics().GetLocal().PutTransform(node.GetKinematics().GetLocal().GetTransform());
   SetWireframeDisplayColor(box, kColourBox);
   for (const wchar_t* tag : kCarriedTags) {
@@ -137,7 +141,8 @@ bool KeepsOwnGeometry(X3DObject& node) {
   if (!HasTag(node, kTagNode) || HasTag(node, kTagSphere) || HasTag(node, kTagFloor)) return true;
   if (HasTag(node, kTagEnv) || node.GetEnvelopes().GetCount() > 0) return true;
   const siClassID id = node.GetClassID();
-  if (id == siChainRootID || id == siChainBoneID || id == siChainEffectorID || id == siModelID) return true;
+  if (id == siChainRootID || id == siChainBoneID || id == siChainEffectorID || id == siModelID)
+    return true;
   // The root stays a null: an actor whose root is a mesh is read as one without a root.
   return X3DObject(node.GetParent()).GetClassID() == siModelID;
 }
@@ -149,7 +154,8 @@ void ComputeNominalLinkLength(X3DObject& root, float& length, bool cog) {
   length = count > 0 ? static_cast<float>(sum / count) : 1.0f;
 }
 
-void ReplaceNodeWithBox(X3DObject& node, float nominalLinkLength, bool cog, double halfBoxFactor, ProgressBar& bar) {
+void ReplaceNodeWithBox(X3DObject& node, float nominalLinkLength, bool cog, double halfBoxFactor,
+                        ProgressBar& bar) {
   bar.Increment();
   X3DObject current = node;
   if (!KeepsOwnGeometry(current)) ReplaceOne(current, nominalLinkLength, cog, halfBoxFactor);

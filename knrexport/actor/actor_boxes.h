@@ -26,7 +26,7 @@ inline constexpr int kColourBox = 123;
 void ComputeNominalLinkLength(Zyra::X3DObject& root, float& length, bool cog);
 // Replaces `node` and every node of its branch (rule 4 aside) by a box polygon mesh of the same
 // name, local transform, tags and children. One bar step per node of the branch.
-void ReplaceNodeWithBox(Zyra::X3DObject& node, float nominalLinkLength, bool cog, double halfBoxFactor,
-                        Zyra::ProgressBar& bar);
+void ReplaceNodeWithBox(Zyra::X3DObject& node, float nominalLinkLength, bool cog,
+                        double halfBoxFactor, Zyra::ProgressBar& bar);
 // Whether rule 4 keeps the node as it is.
 bool KeepsOwnGeometry(Zyra::X3DObject& node);

@@ -49,7 +49,8 @@ bool Keep(CopyContext& c, X3DObject& node) {
 }
 
 bool IsCopiedTag(const CString& name) {
-  return name.FindString(L"RTK") == 0 || name == CString(kTagJointLimit) || name == CString(L"BasePoseScale");
+  return name.FindString(L"RTK") == 0 || name == CString(kTagJointLimit) ||
+         name == CString(L"BasePoseScale");
 }
 
 void CopyTags(X3DObject& source, X3DObject& copy) {
@@ -91,7 +92,8 @@ X3DObject CopyChain(CopyContext& c, ChainRoot root, X3DObject& parent) {
   if (copies.size() != sources.size()) return copy;
   for (size_t i = 0; i < copies.size(); ++i) {
     copies[i].PutName(sources[i].GetName());
-    copies[i].GetKinematics().GetGlobal().PutTransform(sources[i].GetKinematics().GetGlobal().GetTransform());
+    copies[i].GetKinematics().GetGlobal().PutTransform(
+        sources[i].GetKinematics().GetGlobal().GetTransform());
     if (i > 0) c.premade[sources[i].GetName().Wide()] = copies[i];
   }
   return copy;
@@ -103,13 +105,15 @@ X3DObject CopyOne(CopyContext& c, X3DObject& source, X3DObject& parent) {
   const CString name = source.GetName();
   X3DObject copy;
   Geometry geometry = source.GetActivePrimitive().GetGeometry();
-  const bool keepsPoints = HasTag(source, kTagFloor) || source.GetEnvelopes().GetCount() > 0 || !c.removePoly;
+  const bool keepsPoints =
+      HasTag(source, kTagFloor) || source.GetEnvelopes().GetCount() > 0 || !c.removePoly;
   if (source.GetClassID() == siChainRootID) {
     copy = CopyChain(c, ChainRoot(source), parent);
   } else if (source.GetType() == CString(L"sphere")) {
     parent.AddPrimitive(L"Sphere", name, copy);
     double radius = source.GetActivePrimitive().GetParameterValue(L"radius").AsDouble();
-    copy.GetActivePrimitive().PutParameterValue(L"radius", radius > 0.0 ? radius : static_cast<double>(c.nominalSize));
+    copy.GetActivePrimitive().PutParameterValue(
+        L"radius", radius > 0.0 ? radius : static_cast<double>(c.nominalSize));
   } else if (PolygonMesh(geometry).IsValid() && keepsPoints) {
     parent.AddPolygonMesh(geometry.GetPoints(), PolygonMesh(geometry).GetPolygonData(), name, copy);
   }
@@ -143,7 +147,8 @@ void ResetScalingKeepingChildren(X3DObject& node) {
   std::vector<std::pair<X3DObject, MATH::CTransformation>> children;
   for (const CRef& ref : node.GetChildren()) {
     X3DObject child(ref);
-    if (child.IsValid()) children.emplace_back(child, child.GetKinematics().GetGlobal().GetTransform());
+    if (child.IsValid())
+      children.emplace_back(child, child.GetKinematics().GetGlobal().GetTransform());
   }
   KinematicState local = node.GetKinematics().GetLocal();
   MATH::CTransformation t = local.GetTransform();
@@ -153,7 +158,8 @@ void ResetScalingKeepingChildren(X3DObject& node) {
 }
 
 bool IsUnit(const MATH::CVector3& s) {
-  return std::fabs(s.GetX() - 1.0) <= kFreezeTolerance && std::fabs(s.GetY() - 1.0) <= kFreezeTolerance &&
+  return std::fabs(s.GetX() - 1.0) <= kFreezeTolerance &&
+         std::fabs(s.GetY() - 1.0) <= kFreezeTolerance &&
          std::fabs(s.GetZ() - 1.0) <= kFreezeTolerance;
 }
 
@@ -172,8 +178,8 @@ float ComputeNominalSize(X3DObject& sourceRoot) {
   return kNominalSizeFactor * largest;
 }
 
-void CopyNode(Model& sourceModel, X3DObject& sourceNode, X3DObject& generatedNode, ProgressBar& bar, bool envelope,
-              bool removeExtra, bool removePoly, float nominalSize) {
+void CopyNode(Model& sourceModel, X3DObject& sourceNode, X3DObject& generatedNode, ProgressBar& bar,
+              bool envelope, bool removeExtra, bool removePoly, float nominalSize) {
   CopyContext c;
   c.bar = bar;
   c.envelope = envelope;
@@ -187,7 +193,8 @@ void CopyNode(Model& sourceModel, X3DObject& sourceNode, X3DObject& generatedNod
     for (const CRef& ref : enveloped) {
       c.skin.insert(X3DObject(ref).GetName().Wide());
       for (const CRef& envelope : X3DObject(ref).GetEnvelopes()) {
-        for (const CRef& deformer : Envelope(envelope).GetDeformers()) c.skin.insert(X3DObject(deformer).GetName().Wide());
+        for (const CRef& deformer : Envelope(envelope).GetDeformers())
+          c.skin.insert(X3DObject(deformer).GetName().Wide());
       }
     }
   }
@@ -234,21 +241,27 @@ void ProcessBaseScaling(Model& generated, double sx, double sy, double sz) {
       Property pose;
       if (!FindProperty(node, tag, pose)) continue;
       for (int a = 0; a < 3; ++a) {
-        if (factors[a] != 1.0) pose.PutParameterValue(names[a], pose.GetParameterValue(names[a]).AsDouble() * factors[a]);
+        if (factors[a] != 1.0)
+          pose.PutParameterValue(names[a],
+                                 pose.GetParameterValue(names[a]).AsDouble() * factors[a]);
       }
     }
   }
 }
 
-X3DObject CopyActor(Model& sourceModel, X3DObject& sourceRoot, Model& generated, ProgressBar& bar, bool envelope,
-                    bool box, bool removeExtra, bool removePoly, bool cog, double halfBoxFactor) {
+X3DObject CopyActor(Model& sourceModel, X3DObject& sourceRoot, Model& generated, ProgressBar& bar,
+                    bool envelope, bool box, bool removeExtra, bool removePoly, bool cog,
+                    double halfBoxFactor) {
   Model sceneRoot = Application().GetActiveSceneRoot();
-  if (!sceneRoot.AddModel(CRefArray(), L"Knr" + sourceModel.GetName(), generated).Succeeded()) return X3DObject();
+  if (!sceneRoot.AddModel(CRefArray(), L"Knr" + sourceModel.GetName(), generated).Succeeded())
+    return X3DObject();
   const float nominalSize = ComputeNominalSize(sourceRoot);
   X3DObject root;
   generated.AddNull(sourceRoot.GetName(), root);
-  generated.GetKinematics().GetLocal().PutTransform(sourceModel.GetKinematics().GetLocal().GetTransform());
-  root.GetKinematics().GetLocal().PutTransform(sourceRoot.GetKinematics().GetLocal().GetTransform());
+  generated.GetKinematics().GetLocal().PutTransform(
+      sourceModel.GetKinematics().GetLocal().GetTransform());
+  root.GetKinematics().GetLocal().PutTransform(
+      sourceRoot.GetKinematics().GetLocal().GetTransform());
   CRefArray enveloped;
   ExtractEnvelopeList(sourceModel, enveloped);
   const bool carryEnvelopes = envelope && enveloped.GetCount() > 0;

@@ -25,13 +25,14 @@
 
 // Builds the generated model "Knr" + source model name (numbered by the host when taken) and
 // returns its root. `generated` receives the model.
-Zyra::X3DObject CopyActor(Zyra::Model& sourceModel, Zyra::X3DObject& sourceRoot, Zyra::Model& generated,
-                          Zyra::ProgressBar& bar, bool envelope, bool box, bool removeExtra,
-                          bool removePoly, bool cog, double halfBoxFactor);
+Zyra::X3DObject CopyActor(Zyra::Model& sourceModel, Zyra::X3DObject& sourceRoot,
+                          Zyra::Model& generated, Zyra::ProgressBar& bar, bool envelope, bool box,
+                          bool removeExtra, bool removePoly, bool cog, double halfBoxFactor);
 // Copies the properties of `sourceNode` onto `generatedNode` and the branch below it under
 // `generatedNode` (rules 1 to 3, 5). One bar step per source object of the branch.
 void CopyNode(Zyra::Model& sourceModel, Zyra::X3DObject& sourceNode, Zyra::X3DObject& generatedNode,
-              Zyra::ProgressBar& bar, bool envelope, bool removeExtra, bool removePoly, float nominalSize);
+              Zyra::ProgressBar& bar, bool envelope, bool removeExtra, bool removePoly,
+              float nominalSize);
 // Folds every node's scaling into its offsets and geometry (rule 4), after multiplying the
 // root's scaling by `scale`: (1, 1, 1) keeps the actor's size.
 void FreezeScaling(Zyra::Model& generated, const DrvVector& scale);

@@ -59,13 +59,17 @@ bool GenerateActor(X3DObject& selected) {
     return false;
   }
   if (model.GetRef() == Application().GetActiveSceneRoot().GetRef()) {
-    ShowMessage(L"The source actor description must be contained by a single model (scene root not supported).");
+    ShowMessage(
+        L"The source actor description must be contained by a single model (scene root not "
+        L"supported).");
     return false;
   }
   X3DObject root, cog;
   if (!GetRootNode(model, root, true)) return false;
   if (CheckForEmbeddedModel(root)) {
-    ShowMessage(L"The source actor description must be contained by a single model (embedded models not supported).");
+    ShowMessage(
+        L"The source actor description must be contained by a single model (embedded models not "
+        L"supported).");
     return false;
   }
   if (!GetCogNode(root, cog)) return false;
@@ -79,15 +83,18 @@ bool GenerateActor(X3DObject& selected) {
 
   ScopedLogOff logOff;
   const GenerateOptions o = ReadGenerateOptions(options);
-  ProgressBar bar = ShowProgressBar(ComputeProgressBarSize(model, root, o.skill, o.envelope, o.box), L"Generating Actor");
+  ProgressBar bar = ShowProgressBar(ComputeProgressBarSize(model, root, o.skill, o.envelope, o.box),
+                                    L"Generating Actor");
   Model generated;
   bool done = BuildGeneratedActor(model, root, o, bar, generated);
   bar.PutVisible(false);
   return done;
 }
 
-bool BuildGeneratedActor(Model& model, X3DObject& root, const GenerateOptions& o, ProgressBar& bar, Model& generated) {
-  if (root.IsAnimated(siFCurveSource, false) && !AskOkCancel(L"Is it okay to remove the embedded FCurves on the rig?")) {
+bool BuildGeneratedActor(Model& model, X3DObject& root, const GenerateOptions& o, ProgressBar& bar,
+                         Model& generated) {
+  if (root.IsAnimated(siFCurveSource, false) &&
+      !AskOkCancel(L"Is it okay to remove the embedded FCurves on the rig?")) {
     return false;
   }
   // The rig keeps its posture but loses its fcurves, also when it had none.
@@ -95,8 +102,8 @@ bool BuildGeneratedActor(Model& model, X3DObject& root, const GenerateOptions& o
   ClearAnim(model);
   RestorePose(model, false);
 
-  X3DObject generatedRoot = CopyActor(model, root, generated, bar, o.envelope, o.box, o.removeExtra, o.removePoly,
-                                      o.cog, o.halfFactor);
+  X3DObject generatedRoot = CopyActor(model, root, generated, bar, o.envelope, o.box, o.removeExtra,
+                                      o.removePoly, o.cog, o.halfFactor);
   const bool home = HasTag(root, kTagHomePose);
   const long dropped = GetNumChildren(model) - GetNumChildren(generated);
   bar.PutValue(bar.GetValue() + (home ? 3 : 2) * dropped);
@@ -112,7 +119,8 @@ bool BuildGeneratedActor(Model& model, X3DObject& root, const GenerateOptions& o
     if (home) SetHome(generatedRoot, HasTag(root, kTagFixHomeBase), bar, false);
   }
   if (done && o.skill) {
-    bar.PutValue(bar.GetMaximum() - ComputeProgessBarSizeForSkills(model, GetNumChildren(generated)));
+    bar.PutValue(bar.GetMaximum() -
+                 ComputeProgessBarSizeForSkills(model, GetNumChildren(generated)));
     done = ProcessSkills(model, generated, bar);
   }
   if (!done) {
@@ -133,7 +141,8 @@ long ComputeProgressBarSize(Model& model, X3DObject& root, bool skill, bool enve
     CRefArray enveloped;
     ExtractEnvelopeList(model, enveloped);
     for (const CRef& ref : enveloped) {
-      for (const CRef& env : X3DObject(ref).GetEnvelopes()) size += 2 * Envelope(env).GetDeformers().GetCount();
+      for (const CRef& env : X3DObject(ref).GetEnvelopes())
+        size += 2 * Envelope(env).GetDeformers().GetCount();
     }
   }
   if (skill) size += ComputeProgessBarSizeForSkills(model, n);
@@ -183,7 +192,8 @@ void ReparentIkEffectors(X3DObject& sourceRoot, Model& generated) {
     if (bones.GetCount() == 0) continue;
     X3DObject effectorCopy = generated.FindChild(X3DObject(ref).GetName());
     X3DObject boneCopy = generated.FindChild(X3DObject(bones[bones.GetCount() - 1]).GetName());
-    if (effectorCopy.IsValid() && boneCopy.IsValid() && effectorCopy.GetParent() != boneCopy.GetRef()) {
+    if (effectorCopy.IsValid() && boneCopy.IsValid() &&
+        effectorCopy.GetParent() != boneCopy.GetRef()) {
       boneCopy.AddChild(effectorCopy);
     }
   }

@@ -34,7 +34,8 @@ bool BuildGeneratedActor(Zyra::Model& model, Zyra::X3DObject& root, const Genera
 // The bar's maximum for a generation: n (2n with boxes) for the copy, 2 per deformer and
 // envelope with envelopes, the action copy's share with skills, and 2n (4n with a home pose) for
 // the initialization, where n is the model's node count.
-long ComputeProgressBarSize(Zyra::Model& model, Zyra::X3DObject& root, bool skill, bool envelope, bool box);
+long ComputeProgressBarSize(Zyra::Model& model, Zyra::X3DObject& root, bool skill, bool envelope,
+                            bool box);
 
 // False (the node is needed) when the node carries RTKSphere, RTKEffector, RTKCogNode, RTKFloor
 // or KinraJL, is an IK effector, is an IK bone whose chain's effector carries RTKEffector, or

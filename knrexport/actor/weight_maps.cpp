@@ -36,13 +36,16 @@ X3DObject CopyOf(const CRef& object, Model& generated) {
 
 // The carried objects of a tag, each with its copy.
 template <class Carry>
-int SynchronizeTagged(X3DObject& sourceRoot, X3DObject& generatedRoot, const wchar_t* tag, Carry carry) {
+int SynchronizeTagged(X3DObject& sourceRoot, X3DObject& generatedRoot, const wchar_t* tag,
+                      Carry carry) {
   CRefArray tagged;
   FindRTKNodes(sourceRoot, tag, tagged);
   int carried = 0;
   for (const CRef& ref : tagged) {
     X3DObject source(ref);
-    X3DObject copy = source.GetRef() == sourceRoot.GetRef() ? generatedRoot : generatedRoot.FindChild(source.GetName());
+    X3DObject copy = source.GetRef() == sourceRoot.GetRef()
+                         ? generatedRoot
+                         : generatedRoot.FindChild(source.GetName());
     if (!copy.IsValid()) continue;
     Property tagProperty;
     FindProperty(source, tag, tagProperty);
@@ -84,9 +87,9 @@ CustomProperty CopyProperty(const Property& source, X3DObject& target) {
     Parameter from(ref);
     Parameter to = copy.GetParameter(from.GetName());
     if (!to.IsValid()) {
-      copy.AddParameter(from.GetName(), from.GetValueType(), from.GetCapabilities(), from.GetLabel(),
-                        from.GetDescription(), from.GetDefault(), from.GetMin(), from.GetMax(),
-                        from.GetSuggestedMin(), from.GetSuggestedMax(), to);
+      copy.AddParameter(from.GetName(), from.GetValueType(), from.GetCapabilities(),
+                        from.GetLabel(), from.GetDescription(), from.GetDefault(), from.GetMin(),
+                        from.GetMax(), from.GetSuggestedMin(), from.GetSuggestedMax(), to);
     }
     if (!to.IsValid()) continue;
     copy.PutParameterValue(from.GetName(), from.GetValue());
@@ -106,7 +109,8 @@ void CarryEnvelopes(const CRefArray& enveloped, Model& generated, ProgressBar& b
         if (deformerCopy.IsValid()) deformers.Add(deformerCopy.GetRef());
         bar.Increment();
       }
-      if (copy.IsValid() && deformers.GetCount() > 0) copy.ApplyEnvelope(deformers, kBranchFlags, kBranchFlags);
+      if (copy.IsValid() && deformers.GetCount() > 0)
+        copy.ApplyEnvelope(deformers, kBranchFlags, kBranchFlags);
     }
   }
 }
@@ -124,7 +128,8 @@ void CarryWeights(const CRefArray& enveloped, Model& generated, ProgressBar& bar
       for (const CRef& deformer : deformers) {
         bar.Increment();
         CDoubleArray weights = from.GetDeformerWeights(deformer, 0.0);
-        if (totals.size() < static_cast<size_t>(weights.GetCount())) totals.resize(static_cast<size_t>(weights.GetCount()));
+        if (totals.size() < static_cast<size_t>(weights.GetCount()))
+          totals.resize(static_cast<size_t>(weights.GetCount()));
         for (long p = 0; p < weights.GetCount(); ++p) {
           if (weights[p] > 0) totals[static_cast<size_t>(p)] += weights[p];
         }
@@ -145,11 +150,12 @@ void CarryWeights(const CRefArray& enveloped, Model& generated, ProgressBar& bar
 }
 
 int SynchronizeRTKSphere(X3DObject& sourceRoot, X3DObject& generatedRoot) {
-  return SynchronizeTagged(sourceRoot, generatedRoot, kTagSphere,
-                           [](X3DObject& source, X3DObject& copy, CustomProperty&, const MATH::CVector3& scaling) {
-                             double radius = source.GetActivePrimitive().GetParameterValue(L"radius").AsDouble();
-                             copy.GetActivePrimitive().PutParameterValue(L"radius", radius * LargestAbs(scaling));
-                           });
+  return SynchronizeTagged(
+      sourceRoot, generatedRoot, kTagSphere,
+      [](X3DObject& source, X3DObject& copy, CustomProperty&, const MATH::CVector3& scaling) {
+        double radius = source.GetActivePrimitive().GetParameterValue(L"radius").AsDouble();
+        copy.GetActivePrimitive().PutParameterValue(L"radius", radius * LargestAbs(scaling));
+      });
 }
 
 int SynchronizeRTKFloor(X3DObject& sourceRoot, X3DObject& generatedRoot) {
@@ -161,7 +167,8 @@ int SynchronizeRTKFloor(X3DObject& sourceRoot, X3DObject& generatedRoot) {
         CDoubleArray points = copy.GetActivePrimitive().GetGeometry().GetPoints();
         double lo[3] = {kFltMax, kFltMax, kFltMax}, hi[3] = {-kFltMax, -kFltMax, -kFltMax};
         for (long i = 0; i + 2 < points.GetCount(); i += 3) {
-          MATH::CVector3 p = global.MapPoint(MATH::CVector3(points[i], points[i + 1], points[i + 2]));
+          MATH::CVector3 p =
+              global.MapPoint(MATH::CVector3(points[i], points[i + 1], points[i + 2]));
           const double v[3] = {p.GetX(), p.GetY(), p.GetZ()};
           for (int a = 0; a < 3; ++a) {
             lo[a] = std::min(lo[a], v[a]);
@@ -175,10 +182,12 @@ int SynchronizeRTKFloor(X3DObject& sourceRoot, X3DObject& generatedRoot) {
         const wchar_t* const names[6] = {L"MinX", L"MinY", L"MinZ", L"MaxX", L"MaxY", L"MaxZ"};
         for (int a = 0; a < 6; ++a) {
           double value = a < 3 ? lo[a] : hi[a - 3];
-          if (!tag.GetParameter(names[a]).IsValid()) AddParam(tag, names[a], siFloat, kCapReadOnlyPersistable, 0.0f, -kFltMax, kFltMax);
+          if (!tag.GetParameter(names[a]).IsValid())
+            AddParam(tag, names[a], siFloat, kCapReadOnlyPersistable, 0.0f, -kFltMax, kFltMax);
           tag.PutParameterValue(names[a], value);
         }
-        if (!tag.GetParameter(L"size").IsValid()) AddParam(tag, L"size", siFloat, kCapReadOnlyPersistable, 0.0f, 0.0f, kFltMax);
+        if (!tag.GetParameter(L"size").IsValid())
+          AddParam(tag, L"size", siFloat, kCapReadOnlyPersistable, 0.0f, 0.0f, kFltMax);
         tag.PutParameterValue(L"size", std::max(hi[0] - lo[0], hi[2] - lo[2]));
       });
 }

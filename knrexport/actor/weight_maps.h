@@ -14,7 +14,8 @@ Zyra::CustomProperty CopyProperty(const Zyra::Property& source, Zyra::X3DObject&
 // For each object of `enveloped` (source objects) and each of its envelopes: applies an envelope
 // to the object's copy in `generated` with the copies of the envelope's deformers. Deformers
 // without a copy are left out. One bar step per source deformer.
-void CarryEnvelopes(const Zyra::CRefArray& enveloped, Zyra::Model& generated, Zyra::ProgressBar& bar);
+void CarryEnvelopes(const Zyra::CRefArray& enveloped, Zyra::Model& generated,
+                    Zyra::ProgressBar& bar);
 // Writes the source weights onto the copies' envelopes (paired by index), as percentages of the
 // point's total over the source deformers: every point weighted in the source sums to 100 over
 // them, and a point weighted only by deformers without a copy keeps no weight. One bar step per

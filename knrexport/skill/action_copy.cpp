@@ -71,7 +71,8 @@ ActionItems SortItems(ActionSource& action) {
 }
 
 bool CopyItem(ActionSource& copy, const AnimationSourceItem& item) {
-  if (item.IsStatic()) return copy.AddSourceItem(item.GetTarget(), item.GetStaticValue()).Succeeded();
+  if (item.IsStatic())
+    return copy.AddSourceItem(item.GetTarget(), item.GetStaticValue()).Succeeded();
   return copy.AddSourceItem(item.GetTarget(), FCurve(item.GetSource())).Succeeded();
 }
 
@@ -80,7 +81,8 @@ bool IsUnitScaling(X3DObject& node, const ActionItems& items) {
   const double axes[3] = {s.GetX(), s.GetY(), s.GetZ()};
   auto found = items.nodes.find(node.GetName().Wide());
   for (int a = 0; a < 3; ++a) {
-    const AnimationSourceItem* item = found == items.nodes.end() ? nullptr : &found->second.channel[6 + a];
+    const AnimationSourceItem* item =
+        found == items.nodes.end() ? nullptr : &found->second.channel[6 + a];
     if (item && item->IsValid()) {
       if (item->IsStatic()) {
         if (std::fabs(item->GetStaticValue().AsDouble() - 1.0) > kScaleTolerance) return false;
@@ -119,7 +121,8 @@ struct Evaluated {
 
   void Evaluate(double frame, const MATH::CTransformation& parentGlobal) {
     double v[kChannels];
-    for (int c = 0; c < kChannels; ++c) v[c] = curves[c].IsValid() ? curves[c].Eval(frame) : statics[c];
+    for (int c = 0; c < kChannels; ++c)
+      v[c] = curves[c].IsValid() ? curves[c].Eval(frame) : statics[c];
     MATH::CTransformation local;
     local.SetTranslationFromValues(v[0], v[1], v[2]);
     local.SetRotationFromXYZAnglesValues(v[3] * kDegToRad, v[4] * kDegToRad, v[5] * kDegToRad);
@@ -159,14 +162,17 @@ class Plotter {
       for (CDoubleArray& v : p.values) v.Resize(static_cast<long>(times.size()));
     }
     for (size_t f = 0; f < times.size(); ++f) {
-      for (Evaluated& e : evaluated_) e.Evaluate(times[f], e.parent < 0 ? modelGlobal : evaluated_[static_cast<size_t>(e.parent)].global);
+      for (Evaluated& e : evaluated_)
+        e.Evaluate(times[f],
+                   e.parent < 0 ? modelGlobal : evaluated_[static_cast<size_t>(e.parent)].global);
       for (Plotted& p : plotted_) Sample(p, modelGlobal, static_cast<long>(f));
     }
     CDoubleArray frames(std::vector<double>(times.begin(), times.end()));
     times = std::vector<double>();
     for (Plotted& p : plotted_) {
       for (int c = 0; c < 6; ++c) {
-        if (!WriteChannel(copy, p.generated, c, frames, p.values[static_cast<size_t>(c)])) return false;
+        if (!WriteChannel(copy, p.generated, c, frames, p.values[static_cast<size_t>(c)]))
+          return false;
         p.values[static_cast<size_t>(c)] = CDoubleArray();
       }
     }
@@ -185,9 +191,17 @@ class Plotter {
     e.node = node;
     e.parent = parentIndex;
     MATH::CTransformation local = node.GetKinematics().GetLocal().GetTransform();
-    MATH::CVector3 t = local.GetTranslation(), r = local.GetRotationXYZAngles(), s = local.GetScaling();
-    const double statics[kChannels] = {t.GetX(), t.GetY(), t.GetZ(), r.GetX() / kDegToRad, r.GetY() / kDegToRad,
-                                       r.GetZ() / kDegToRad, s.GetX(), s.GetY(), s.GetZ()};
+    MATH::CVector3 t = local.GetTranslation(), r = local.GetRotationXYZAngles(),
+                   s = local.GetScaling();
+    const double statics[kChannels] = {t.GetX(),
+                                       t.GetY(),
+                                       t.GetZ(),
+                                       r.GetX() / kDegToRad,
+                                       r.GetY() / kDegToRad,
+                                       r.GetZ() / kDegToRad,
+                                       s.GetX(),
+                                       s.GetY(),
+                                       s.GetZ()};
     auto found = items_.nodes.find(node.GetName().Wide());
     for (int c = 0; c < kChannels; ++c) {
       e.statics[c] = statics[c];
@@ -239,11 +253,17 @@ class Plotter {
   void Sample(Plotted& p, const MATH::CTransformation& modelGlobal, long f) {
     // The generated nodes carry no scaling: they sit where their sources sit, turned alike.
     const MATH::CTransformation parent =
-        p.parentSource < 0 ? modelGlobal : Unscaled(evaluated_[static_cast<size_t>(p.parentSource)].global);
-    const MATH::CTransformation local =
-        MATH::CTransformation::LocalFrom(parent, Unscaled(evaluated_[static_cast<size_t>(p.source)].global));
+        p.parentSource < 0 ? modelGlobal
+                           : Unscaled(evaluated_[static_cast<size_t>(p.parentSource)].global);
+    const MATH::CTransformation local = MATH::CTransformation::LocalFrom(
+        parent, Unscaled(evaluated_[static_cast<size_t>(p.source)].global));
     MATH::CVector3 t = local.GetTranslation(), r = local.GetRotationXYZAngles();
-    const double v[6] = {t.GetX(), t.GetY(), t.GetZ(), r.GetX() / kDegToRad, r.GetY() / kDegToRad, r.GetZ() / kDegToRad};
+    const double v[6] = {t.GetX(),
+                         t.GetY(),
+                         t.GetZ(),
+                         r.GetX() / kDegToRad,
+                         r.GetY() / kDegToRad,
+                         r.GetZ() / kDegToRad};
     for (int c = 0; c < 6; ++c) {
       double value = v[c];
       if (c >= 3 && f > 0) {
@@ -255,14 +275,15 @@ class Plotter {
     }
   }
 
-  static bool WriteChannel(ActionSource& copy, X3DObject& node, int channel, const CDoubleArray& frames,
-                           const CDoubleArray& values) {
+  static bool WriteChannel(ActionSource& copy, X3DObject& node, int channel,
+                           const CDoubleArray& frames, const CDoubleArray& values) {
     // The keys are built on the node's own parameter, then copied into the action.
     Parameter parameter = node.GetParameter(kChannelNames[channel]);
     FCurve curve;
     if (!parameter.AddFCurve(siStandardFCurve, curve).Succeeded()) return false;
     bool done = curve.SetKeys(frames, values, kPlotInterpolation).Succeeded() &&
-                copy.AddSourceItem(node.GetName() + L".kine.local." + kChannelNames[channel], curve).Succeeded();
+                copy.AddSourceItem(node.GetName() + L".kine.local." + kChannelNames[channel], curve)
+                    .Succeeded();
     parameter.RemoveAnimation();
     return done;
   }
@@ -291,22 +312,28 @@ bool PathHasUnitScaling(X3DObject& node, const ActionItems& items) {
 
 }  // namespace
 
-long ComputeProgessBarSizeForSkills(Model& model, long nodes) { return model.GetSources().GetCount() * nodes; }
+long ComputeProgessBarSizeForSkills(Model& model, long nodes) {
+  return model.GetSources().GetCount() * nodes;
+}
 
 bool ProcessSkills(Model& sourceModel, Model& targetModel, ProgressBar& bar) {
   for (const CRef& ref : sourceModel.GetSources()) {
     ActionSource action(ref);
-    if (!CopyAction(action, sourceModel, targetModel, bar, action.GetParameterValue(L"type").AsInt())) return false;
+    if (!CopyAction(action, sourceModel, targetModel, bar,
+                    action.GetParameterValue(L"type").AsInt()))
+      return false;
   }
   return true;
 }
 
-bool CopyAction(ActionSource& action, Model& sourceModel, Model& targetModel, ProgressBar& bar, int kind) {
+bool CopyAction(ActionSource& action, Model& sourceModel, Model& targetModel, ProgressBar& bar,
+                int kind) {
   const double start = action.GetParameterValue(L"FrameStart").AsDouble();
   const double end = action.GetParameterValue(L"FrameEnd").AsDouble();
   CValue made;
   if (!Application()
-           .ExecuteCommand(L"CreateActionSource", {CValue(targetModel.GetRef()), action.GetName(), start, end}, made)
+           .ExecuteCommand(L"CreateActionSource",
+                           {CValue(targetModel.GetRef()), action.GetName(), start, end}, made)
            .Succeeded()) {
     return false;
   }
@@ -333,11 +360,13 @@ bool CopyAction(ActionSource& action, Model& sourceModel, Model& targetModel, Pr
         if (item.IsValid()) done = CopyItem(copy, item) && done;
       }
     } else if (!PathIsStill(source, items)) {
-      plotter.Add(generated, source, parentIsModel ? X3DObject() : sourceModel.FindChild(generatedParent.GetName()));
+      plotter.Add(generated, source,
+                  parentIsModel ? X3DObject() : sourceModel.FindChild(generatedParent.GetName()));
     }
   }
   for (size_t i = 0; i < items.others.size(); ++i) {
-    if (targetModel.FindChild(items.otherObjects[i]).IsValid()) done = CopyItem(copy, items.others[i]) && done;
+    if (targetModel.FindChild(items.otherObjects[i]).IsValid())
+      done = CopyItem(copy, items.others[i]) && done;
   }
   if (!plotter.Empty()) done = plotter.Write(copy, start, end) && done;
   return ConvertCopiedAction(copy, targetModel, bar, kind) && done;

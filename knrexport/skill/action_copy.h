@@ -34,4 +34,5 @@ bool CopyAction(Zyra::ActionSource& action, Zyra::Model& sourceModel, Zyra::Mode
                 Zyra::ProgressBar& bar, int kind);
 // The one place where a copied action is turned into a skill of `kind` (1 basic, 2 locomotion,
 // 3 raw). Until the converters are wired here, every copy keeps its kind and this returns true.
-bool ConvertCopiedAction(Zyra::ActionSource& copy, Zyra::Model& targetModel, Zyra::ProgressBar& bar, int kind);
+bool ConvertCopiedAction(Zyra::ActionSource& copy, Zyra::Model& targetModel, Zyra::ProgressBar& bar,
+                         int kind);

@@ -68,7 +68,8 @@ class GenerateTest : public ::testing::Test {
       Host(L"SetKey", {L"Rig.Spine.rotz", frame, frame * 9.0});
       Host(L"SetKey", {L"Rig.Shin.rotx", frame, -frame * 6.0});
     }
-    Host(L"StoreAction", {CValue(rig.GetRef()), L"Rig.Hips.posx,Rig.Spine.rotz,Rig.Shin.rotx", 6, L"Walk", 1, 1.0, 10.0});
+    Host(L"StoreAction", {CValue(rig.GetRef()), L"Rig.Hips.posx,Rig.Spine.rotz,Rig.Shin.rotx", 6,
+                          L"Walk", 1, 1.0, 10.0});
     rt::Host::Get().ui().messageBoxes.clear();
     rt::Host::Get().ui().progressRuns.clear();
   }
@@ -83,7 +84,8 @@ class GenerateTest : public ::testing::Test {
   }
 
   // Runs Generate on Hips with the page answered by `values` (name, value text).
-  bool Generate(std::vector<std::pair<std::wstring, std::wstring>> values = {}, bool cancel = false) {
+  bool Generate(std::vector<std::pair<std::wstring, std::wstring>> values = {},
+                bool cancel = false) {
     rt::PageAnswer answer;
     answer.title = L"Generate Actor";
     answer.values = std::move(values);
@@ -92,19 +94,23 @@ class GenerateTest : public ::testing::Test {
     return GenerateActor(hips);
   }
 
-  Model Generated(const wchar_t* name = L"KnrRig") { return Model(Application().GetObjectFromPath(name)); }
+  Model Generated(const wchar_t* name = L"KnrRig") {
+    return Model(Application().GetObjectFromPath(name));
+  }
 
-  static MATH::CTransformation Global(const X3DObject& o) { return o.GetKinematics().GetGlobal().GetTransform(); }
+  static MATH::CTransformation Global(const X3DObject& o) {
+    return o.GetKinematics().GetGlobal().GetTransform();
+  }
 
   static void ExpectSamePlace(const X3DObject& a, const X3DObject& b, const std::string& where) {
     MATH::CTransformation ta = Global(a), tb = Global(b);
     MATH::CVector3 d = ta.GetTranslation() - tb.GetTranslation();
     EXPECT_LT(d.GetLength(), 1e-5) << where << " " << ToUtf8(a.GetName().Wide());
     MATH::CQuaternion qa = ta.GetRotationQuaternion(), qb = tb.GetRotationQuaternion();
-    double dot = qa.GetW() * qb.GetW() + qa.GetX() * qb.GetX() + qa.GetY() * qb.GetY() + qa.GetZ() * qb.GetZ();
+    double dot = qa.GetW() * qb.GetW() + qa.GetX() * qb.GetX() + qa.GetY() * qb.GetY() +
+                 qa.GetZ() * qb.GetZ();
     EXPECT_GT(std::fabs(dot), 1.0 - 1e-9) << where << " " << ToUtf8(a.GetName().Wide());
   }
-
 
  public:
   Model rig;
@@ -120,8 +126,28 @@ TEST_F(GenerateTest, PageGreysWhatCannotApply) {
   };
   const Case cases[] = {
       {"rig with skin and action", false, false, true, {}, false, true, true, false, false, false},
-      {"Box switched off on the page", false, false, false, {{L"Box", L"false"}}, false, false, true, false, false, true},
-      {"no skin clears Envelope and Box", true, false, true, {}, false, false, true, true, false, true},
+      {"Box switched off on the page",
+       false,
+       false,
+       false,
+       {{L"Box", L"false"}},
+       false,
+       false,
+       true,
+       false,
+       false,
+       true},
+      {"no skin clears Envelope and Box",
+       true,
+       false,
+       true,
+       {},
+       false,
+       false,
+       true,
+       true,
+       false,
+       true},
       {"no action clears Skill", false, true, true, {}, false, true, false, false, true, false},
   };
   for (const Case& c : cases) {
@@ -156,7 +182,8 @@ TEST_F(GenerateTest, RefusalsChangeNothing) {
          rt::Host::Get().ui().msgBoxAnswers.push_back(siMsgCancel);
        },
        false, L"Kinra Export: Is it okay to remove the embedded FCurves on the rig?"},
-      {"not initialized", [](GenerateTest& t) { Host(L"DeleteObj", {t.root.GetFullName() + L".RTKNode"}); }, false,
+      {"not initialized",
+       [](GenerateTest& t) { Host(L"DeleteObj", {t.root.GetFullName() + L".RTKNode"}); }, false,
        L"Kinra Export: The source actor description must be initialized."},
       {"embedded model",
        [](GenerateTest& t) {
@@ -164,7 +191,8 @@ TEST_F(GenerateTest, RefusalsChangeNothing) {
          t.foot.AddModel(CRefArray(), L"Inner", inner);
        },
        false,
-       L"Kinra Export: The source actor description must be contained by a single model (embedded models not "
+       L"Kinra Export: The source actor description must be contained by a single model (embedded "
+       L"models not "
        L"supported)."},
   };
   for (const Case& c : cases) {
@@ -189,7 +217,8 @@ TEST_F(GenerateTest, RefusalsChangeNothing) {
   Application().GetActiveSceneRoot().AddNull(L"Loose", loose);
   EXPECT_FALSE(GenerateActor(loose));
   EXPECT_EQ(rt::Host::Get().ui().messageBoxes.back(),
-            L"Kinra Export: The source actor description must be contained by a single model (scene root not "
+            L"Kinra Export: The source actor description must be contained by a single model "
+            L"(scene root not "
             L"supported).");
 }
 
@@ -203,10 +232,12 @@ TEST_F(GenerateTest, OptimisedCopyKeepsWhatTheRuntimeNeedsWhereTheSourceWas) {
     const wchar_t* type;
   };
   const Expect expected[] = {
-      {L"Root", L"KnrRig", L"null"},    {L"Hips", L"Root", L"polymsh"},    {L"Spine", nullptr, nullptr},
-      {L"Chest", nullptr, nullptr},     {L"Hand", L"Hips", L"polymsh"},    {L"Thigh", L"Hips", L"polymsh"},
-      {L"Shin", L"Thigh", L"polymsh"}, {L"Foot", L"Shin", L"polymsh"},    {L"Foot_CS", L"Foot", L"sphere"},
-      {L"Skin", L"Hips", L"polymsh"},   {L"Outside", nullptr, nullptr},
+      {L"Root", L"KnrRig", L"null"},    {L"Hips", L"Root", L"polymsh"},
+      {L"Spine", nullptr, nullptr},     {L"Chest", nullptr, nullptr},
+      {L"Hand", L"Hips", L"polymsh"},   {L"Thigh", L"Hips", L"polymsh"},
+      {L"Shin", L"Thigh", L"polymsh"},  {L"Foot", L"Shin", L"polymsh"},
+      {L"Foot_CS", L"Foot", L"sphere"}, {L"Skin", L"Hips", L"polymsh"},
+      {L"Outside", nullptr, nullptr},
   };
   for (const Expect& e : expected) {
     X3DObject copy = generated.FindChild(e.name);
@@ -230,13 +261,15 @@ TEST_F(GenerateTest, OptimisedCopyKeepsWhatTheRuntimeNeedsWhereTheSourceWas) {
   ASSERT_EQ(envelopes.GetCount(), 1);
   Envelope envelope(envelopes[0]);
   ASSERT_EQ(envelope.GetDeformers().GetCount(), 1);
-  EXPECT_EQ(envelope.GetDeformerWeights(envelope.GetDeformers()[0]).Items(), (std::vector<double>{75, 0, 100}));
+  EXPECT_EQ(envelope.GetDeformerWeights(envelope.GetDeformers()[0]).Items(),
+            (std::vector<double>{75, 0, 100}));
 
   // The progress bar: its phases in order, ending at the maximum it announced.
   const rt::ProgressRecord& run = rt::Host::Get().ui().progressRuns.back();
-  EXPECT_EQ(run.captions, (std::vector<std::wstring>{L"Generating Actor", L"Generating Hierarchy", L"Creating Boxes",
-                                                     L"Processing Envelopes", L"Initializing Generated Actor",
-                                                     L"Cleaning Up"}));
+  EXPECT_EQ(run.captions,
+            (std::vector<std::wstring>{L"Generating Actor", L"Generating Hierarchy",
+                                       L"Creating Boxes", L"Processing Envelopes",
+                                       L"Initializing Generated Actor", L"Cleaning Up"}));
   EXPECT_EQ(run.value, run.maximum);
   EXPECT_EQ(run.maximum, ComputeProgressBarSize(rig, root, true, true, true));
 }
@@ -252,7 +285,8 @@ TEST_F(GenerateTest, CopiedActionMovesTheCopyAsTheSourceMoved) {
   for (double frame : {1.0, 3.0, 5.0, 8.0, 10.0}) {
     Host(L"SetValue", {L"PlayControl.Current", frame});
     for (const wchar_t* name : {L"Hips", L"Hand", L"Thigh", L"Shin", L"Foot", L"Foot_CS"}) {
-      ExpectSamePlace(generated.FindChild(name), rig.FindChild(name), "frame " + std::to_string(frame));
+      ExpectSamePlace(generated.FindChild(name), rig.FindChild(name),
+                      "frame " + std::to_string(frame));
     }
   }
   EXPECT_EQ(generated.FindChildren(CString(), L"polymsh").GetCount(), 0)
@@ -268,7 +302,8 @@ TEST_F(GenerateTest, SecondGenerateMakesANumberedModel) {
 }
 
 TEST_F(GenerateTest, UnusedNodeLooksTwoLevelsDownForFeet) {
-  X3DObject chainRoot(Host(L"CreateChain", {L"Leg", root.GetFullName(), 0, 0, 0, 0, -1, 0, 0, -2, 0}).AsRef());
+  X3DObject chainRoot(
+      Host(L"CreateChain", {L"Leg", root.GetFullName(), 0, 0, 0, 0, -1, 0, 0, -2, 0}).AsRef());
   ChainRoot chain(chainRoot);
   X3DObject bone(chain.GetBones()[0]), effector(chain.GetEffector());
   X3DObject plain = Null(foot, L"Plain", 0, 0, 0);
@@ -278,9 +313,15 @@ TEST_F(GenerateTest, UnusedNodeLooksTwoLevelsDownForFeet) {
     bool unused;
   };
   Case cases[] = {
-      {"foot", foot, false},           {"parent of foot", shin, false}, {"grandparent of foot", thigh, false},
-      {"great-grandparent", root, true}, {"joint limit", hand, false},  {"sphere", foot.FindChild(L"Foot_CS"), false},
-      {"plain leaf", plain, true},     {"IK effector", effector, false}, {"bone of an untagged chain", bone, true},
+      {"foot", foot, false},
+      {"parent of foot", shin, false},
+      {"grandparent of foot", thigh, false},
+      {"great-grandparent", root, true},
+      {"joint limit", hand, false},
+      {"sphere", foot.FindChild(L"Foot_CS"), false},
+      {"plain leaf", plain, true},
+      {"IK effector", effector, false},
+      {"bone of an untagged chain", bone, true},
   };
   for (Case& c : cases) EXPECT_EQ(UnusedNode(c.node), c.unused) << c.what;
   AddTag(effector, kTagEffector);
@@ -288,7 +329,8 @@ TEST_F(GenerateTest, UnusedNodeLooksTwoLevelsDownForFeet) {
 }
 
 TEST_F(GenerateTest, IkEffectorEndsUnderItsLastBone) {
-  X3DObject chainRoot(Host(L"CreateChain", {L"Arm", hips.GetFullName(), 0, 1, 0, 1, 1, 0, 2, 1, 0}).AsRef());
+  X3DObject chainRoot(
+      Host(L"CreateChain", {L"Arm", hips.GetFullName(), 0, 1, 0, 1, 1, 0, 2, 1, 0}).AsRef());
   ASSERT_TRUE(InitializeActorTB(hips, false));
   ASSERT_TRUE(Generate({{L"Box", L"false"}}));
   Model generated = Generated();
@@ -330,7 +372,8 @@ TEST_F(GenerateTest, BoxSizes) {
   for (Width w : {Width{L"Thigh", 4.0}, Width{L"Tip", 0.4}}) {
     X3DObject box = rig.FindChild(w.name);
     MATH::CVector3 lo, hi;
-    ASSERT_TRUE(box.GetActivePrimitive().GetGeometry().GetBoundingBox(lo, hi).Succeeded()) << ToUtf8(w.name);
+    ASSERT_TRUE(box.GetActivePrimitive().GetGeometry().GetBoundingBox(lo, hi).Succeeded())
+        << ToUtf8(w.name);
     EXPECT_NEAR(hi.GetX() - lo.GetX(), w.width, 1e-5) << ToUtf8(w.name);
   }
 }
@@ -346,11 +389,13 @@ TEST_F(GenerateTest, CapturedBoxerThroughTheScript) {
   text << in.rdbuf();
   std::string script = text.str();
   const std::string data = KNR_SHARED_DATA_DIR;
-  for (size_t at = 0; (at = script.find("../shared/data", at)) != std::string::npos; at += data.size()) {
+  for (size_t at = 0; (at = script.find("../shared/data", at)) != std::string::npos;
+       at += data.size()) {
     script.replace(at, 14, data);
   }
   ASSERT_TRUE(rt::RunScriptText(FromUtf8(script), "generate_boxing.zys").Succeeded());
-  Model source(Application().GetObjectFromPath(L"Boxer")), generated(Application().GetObjectFromPath(L"KnrBoxer"));
+  Model source(Application().GetObjectFromPath(L"Boxer")),
+      generated(Application().GetObjectFromPath(L"KnrBoxer"));
   ASSERT_TRUE(source.IsValid() && generated.IsValid());
   CRefArray copies = generated.FindChildren(CString(), CString());
   ASSERT_GT(copies.GetCount(), 10);
@@ -361,13 +406,16 @@ TEST_F(GenerateTest, CapturedBoxerThroughTheScript) {
     ASSERT_TRUE(original.IsValid()) << ToUtf8(copy.GetName().Wide());
     ExpectSamePlace(copy, original, "home");
     Property home, sourceHome;
-    if (FindProperty(copy, kTagHomePose, home) && FindProperty(original, kTagHomePose, sourceHome)) {
+    if (FindProperty(copy, kTagHomePose, home) &&
+        FindProperty(original, kTagHomePose, sourceHome)) {
       for (const wchar_t* v : {L"px", L"py", L"pz"}) {
-        EXPECT_NEAR(home.GetParameterValue(v).AsDouble(), sourceHome.GetParameterValue(v).AsDouble(), 1e-5);
+        EXPECT_NEAR(home.GetParameterValue(v).AsDouble(),
+                    sourceHome.GetParameterValue(v).AsDouble(), 1e-5);
       }
     }
     if (!KeepsOwnGeometry(copy)) {
-      EXPECT_EQ(copy.GetActivePrimitive().GetGeometry().GetPointCount(), 8) << ToUtf8(copy.GetName().Wide());
+      EXPECT_EQ(copy.GetActivePrimitive().GetGeometry().GetPointCount(), 8)
+          << ToUtf8(copy.GetName().Wide());
       ++boxes;
     }
   }
@@ -385,7 +433,9 @@ TEST_F(GenerateTest, CapturedBoxerThroughTheScript) {
   Host(L"ApplyAction", {L"KnrBoxer.Sources.Take"});
   for (double frame : {0.0, 700.0, 1801.0, 3068.0}) {
     Host(L"SetValue", {L"PlayControl.Current", frame});
-    for (const CRef& ref : copies) ExpectSamePlace(X3DObject(ref), source.FindChild(X3DObject(ref).GetName()), "frame " + std::to_string(frame));
+    for (const CRef& ref : copies)
+      ExpectSamePlace(X3DObject(ref), source.FindChild(X3DObject(ref).GetName()),
+                      "frame " + std::to_string(frame));
   }
 }
 
