@@ -4,6 +4,7 @@
 #include <cwchar>
 
 #include "knrexport/actor/actor_tags.h"
+#include "knrexport/actor/generate.h"
 #include "knrexport/actor/home_pose.h"
 #include "knrexport/actor/initialize.h"
 #include "knrexport/actor/joint_limit.h"
@@ -27,7 +28,8 @@ const CommandEntry kCommands[] = {
     {L"Set Home", L"KnrSetHome", In::kNode, true, Shift::kFlagIsNotShift, KNR_NODE_MESSAGE(L"Set Home"), SetHomeTB, nullptr, nullptr},
     {L"Goto Home", L"KnrGotoHome", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Goto Home"),
      [](Zyra::X3DObject& node, bool) { return GotoHomeTB(node); }, nullptr, nullptr},
-    {L"Generate", L"KnrGenerateActor", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Generate"), nullptr, nullptr, nullptr},
+    {L"Generate", L"KnrGenerateActor", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Generate"),
+     [](Zyra::X3DObject& n, bool) { return GenerateActor(n); }, nullptr, nullptr},
     {L"Set COG", L"KnrSetCOG", In::kNode, true, Shift::kNone, KNR_NODE_MESSAGE(L"Set COG"),
      [](Zyra::X3DObject& n, bool) { return SetCOG(n); }, nullptr, nullptr},
     {L"Set Foot", L"KnrSetFoot", In::kNode, true, Shift::kFlagIsNotShift, KNR_NODE_MESSAGE(L"Set Foot"),

@@ -1,6 +1,7 @@
 // The module's entry points: registration with the host and the callbacks it finds by name.
 #include <cstdio>
 
+#include "knrexport/actor/generate_options.h"
 #include "knrexport/actor/option_properties.h"
 #include "knrexport/bvh/bvh_actor_property.h"
 #include "knrexport/bvh/bvh_import.h"
@@ -98,6 +99,16 @@ ZYRA_PLUGIN_CALLBACK CStatus Skill_PPGEvent(CRef& context) {
   return CStatus::OK;
 }
 ZYRA_PLUGIN_CALLBACK CStatus KinraGen_Define(CRef& context) { return DefineWith(DefineKinraGen, context); }
+ZYRA_PLUGIN_CALLBACK CStatus KinraGen_DefineLayout(CRef& context) {
+  PPGLayout layout(Context(context).GetSource());
+  if (layout.IsValid()) BuildKinraGenLayout(layout);
+  return CStatus::OK;
+}
+ZYRA_PLUGIN_CALLBACK CStatus KinraGen_PPGEvent(CRef& context) {
+  PPGEventContext event(context);
+  KinraGenPPGEvent(event);
+  return CStatus::OK;
+}
 ZYRA_PLUGIN_CALLBACK CStatus BVHActor_Define(CRef& context) { return DefineWith(DefineBVHActor, context); }
 // The BVHActor page is built when it opens, from its "Mode" (actor or action options).
 ZYRA_PLUGIN_CALLBACK CStatus BVHActor_DefineLayout(CRef& context) {

@@ -1,0 +1,200 @@
+// Generate: building a runtime actor from an initialized source actor description.
+#include "knrexport/actor/generate.h"
+
+#include "knrexport/actor/copy_actor.h"
+#include "knrexport/actor/home_pose.h"
+#include "knrexport/actor/initialize.h"
+#include "knrexport/actor/option_properties.h"
+#include "knrexport/actor/weight_maps.h"
+#include "knrexport/scene/actor_lookup.h"
+#include "knrexport/scene/host_calls.h"
+#include "knrexport/scene/pose_storage.h"
+#include "knrexport/scene/tags.h"
+#include "knrexport/skill/action_copy.h"
+#include "zyra/application.h"
+
+using namespace Zyra;
+
+namespace {
+
+constexpr const wchar_t* kOptionsName = L"KinraGen";
+
+// The KinraGen property of the root, added with its defaults when missing. Without the plug-in's
+// registered type (the library linked into a test) it is a plain custom property.
+CustomProperty FindOrAddKinraGen(X3DObject& root) {
+  Property found;
+  if (FindCustomPSet(root, kOptionsName, found)) return CustomProperty(found);
+  CustomProperty options = root.AddProperty(kOptionsName);
+  if (options.IsValid()) return options;
+  options = root.AddProperty(L"Custom_parameter_list", false, kOptionsName);
+  if (options.IsValid()) DefineKinraGen(options);
+  return options;
+}
+
+bool HasEffectorTag(const CRef& ref) {
+  X3DObject node(ref);
+  return node.IsValid() && HasTag(node, kTagEffector);
+}
+
+}  // namespace
+
+GenerateOptions ReadGenerateOptions(const ProjectItem& kinraGen) {
+  GenerateOptions o;
+  o.envelope = kinraGen.GetParameterValue(L"Envelope").AsBool();
+  o.box = kinraGen.GetParameterValue(L"Box").AsBool();
+  o.removeExtra = kinraGen.GetParameterValue(L"RemoveExtra").AsBool();
+  o.cog = kinraGen.GetParameterValue(L"Cog").AsBool();
+  o.halfFactor = kinraGen.GetParameterValue(L"Factor").AsDouble() * 0.5;
+  o.skill = kinraGen.GetParameterValue(L"Skill").AsBool();
+  o.removePoly = kinraGen.GetParameterValue(L"RemovePoly").AsBool();
+  return o;
+}
+
+bool GenerateActor(X3DObject& selected) {
+  CValue ignored;
+  Application().ExecuteCommand(L"DeselectAll", {}, ignored);
+  Model model;
+  if (!GetModel(selected, model)) {
+    ShowMessage(L"Failed to find the actor model.");
+    return false;
+  }
+  if (model.GetRef() == Application().GetActiveSceneRoot().GetRef()) {
+    ShowMessage(
+        L"The source actor description must be contained by a single model (scene root not "
+        L"supported).");
+    return false;
+  }
+  X3DObject root, cog;
+  if (!GetRootNode(model, root, true)) return false;
+  if (CheckForEmbeddedModel(root)) {
+    ShowMessage(
+        L"The source actor description must be contained by a single model (embedded models not "
+        L"supported).");
+    return false;
+  }
+  if (!GetCogNode(root, cog)) return false;
+  if (!HasTag(root, kTagNode)) {
+    ShowMessage(L"The source actor description must be initialized.");
+    return false;
+  }
+  CustomProperty options = FindOrAddKinraGen(root);
+  if (!options.IsValid()) return false;
+  if (!InspectObj(options.GetFullName(), L"", L"Generate Actor", 4, false)) return false;
+
+  ScopedLogOff logOff;
+  const GenerateOptions o = ReadGenerateOptions(options);
+  ProgressBar bar = ShowProgressBar(ComputeProgressBarSize(model, root, o.skill, o.envelope, o.box),
+                                    L"Generating Actor");
+  Model generated;
+  bool done = BuildGeneratedActor(model, root, o, bar, generated);
+  bar.PutVisible(false);
+  return done;
+}
+
+bool BuildGeneratedActor(Model& model, X3DObject& root, const GenerateOptions& o, ProgressBar& bar,
+                         Model& generated) {
+  if (root.IsAnimated(siFCurveSource, false) &&
+      !AskOkCancel(L"Is it okay to remove the embedded FCurves on the rig?")) {
+    return false;
+  }
+  // The rig keeps its posture but loses its fcurves, also when it had none.
+  StorePose(model);
+  ClearAnim(model);
+  RestorePose(model, false);
+
+  X3DObject generatedRoot = CopyActor(model, root, generated, bar, o.envelope, o.box, o.removeExtra,
+                                      o.removePoly, o.cog, o.halfFactor);
+  const bool home = HasTag(root, kTagHomePose);
+  const long dropped = GetNumChildren(model) - GetNumChildren(generated);
+  bar.PutValue(bar.GetValue() + (home ? 3 : 2) * dropped);
+
+  bool done = generatedRoot.IsValid();
+  if (done) {
+    bar.PutCaption(L"Initializing Generated Actor");
+    done = InitializeActor(generatedRoot, false, bar);
+  }
+  if (done) {
+    bar.PutCaption(L"Cleaning Up");
+    AddRTKActor(generatedRoot, true);
+    if (home) SetHome(generatedRoot, HasTag(root, kTagFixHomeBase), bar, false);
+  }
+  if (done && o.skill) {
+    bar.PutValue(bar.GetMaximum() -
+                 ComputeProgessBarSizeForSkills(model, GetNumChildren(generated)));
+    done = ProcessSkills(model, generated, bar);
+  }
+  if (!done) {
+    // Nothing of a failed generation stays behind, and the rig is back in its posture.
+    RestorePose(model, false);
+    if (generated.IsValid()) DeleteObj(generated.GetFullName());
+    generated = Model();
+  }
+  bar.PutValue(bar.GetMaximum());
+  CleanupPose(model);
+  return done;
+}
+
+long ComputeProgressBarSize(Model& model, X3DObject& root, bool skill, bool envelope, bool box) {
+  const long n = GetNumChildren(model);
+  long size = box ? 2 * n : n;
+  if (envelope) {
+    CRefArray enveloped;
+    ExtractEnvelopeList(model, enveloped);
+    for (const CRef& ref : enveloped) {
+      for (const CRef& env : X3DObject(ref).GetEnvelopes())
+        size += 2 * Envelope(env).GetDeformers().GetCount();
+    }
+  }
+  if (skill) size += ComputeProgessBarSizeForSkills(model, n);
+  return size + (HasTag(root, kTagHomePose) ? 4 * n : 2 * n);
+}
+
+bool UnusedNode(X3DObject& node) {
+  for (const wchar_t* tag : {kTagSphere, kTagEffector, kTagCogNode, kTagFloor, kTagJointLimit}) {
+    if (HasTag(node, tag)) return false;
+  }
+  if (node.GetClassID() == siChainEffectorID) return false;
+  if (node.GetClassID() == siChainBoneID) {
+    ChainRoot chain(ChainElement(node).GetRoot());
+    if (HasEffectorTag(chain.GetEffector())) return false;
+  }
+  for (const CRef& child : node.GetChildren()) {
+    if (HasEffectorTag(child)) return false;
+  }
+  for (const CRef& child : node.GetChildren()) {
+    for (const CRef& grandChild : X3DObject(child).GetChildren()) {
+      if (HasEffectorTag(grandChild)) return false;
+    }
+  }
+  return true;
+}
+
+bool FindTags(X3DObject& node, bool& sphere, bool& cog, bool& floor) {
+  sphere = HasTag(node, kTagSphere);
+  cog = HasTag(node, kTagCogNode);
+  floor = HasTag(node, kTagFloor);
+  return sphere || cog || floor;
+}
+
+void FindEffectors(X3DObject& root, CRefArray& effectors) {
+  if (root.GetClassID() == siChainEffectorID) effectors.Add(root.GetRef());
+  for (const CRef& ref : root.FindChildren(CString(), CString())) {
+    if (ref.GetClassID() == siChainEffectorID) effectors.Add(ref);
+  }
+}
+
+void ReparentIkEffectors(X3DObject& sourceRoot, Model& generated) {
+  CRefArray effectors;
+  FindEffectors(sourceRoot, effectors);
+  for (const CRef& ref : effectors) {
+    ChainRoot chain(ChainElement(ref).GetRoot());
+    CRefArray bones = chain.GetBones();
+    if (bones.GetCount() == 0) continue;
+    X3DObject effectorCopy = generated.FindChild(X3DObject(ref).GetName());
+    X3DObject boneCopy = generated.FindChild(X3DObject(bones[bones.GetCount() - 1]).GetName());
+    if (effectorCopy.IsValid() && boneCopy.IsValid() &&
+        effectorCopy.GetParent() != boneCopy.GetRef()) {
+      boneCopy.AddChild(effectorCopy);
+    }
+  }
+}

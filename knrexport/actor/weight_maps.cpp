@@ -1,0 +1,193 @@
+// Carrying properties, envelopes, weights, spheres and floors from a source actor to its copy.
+#include "knrexport/actor/weight_maps.h"
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "knrexport/scene/actor_lookup.h"
+#include "knrexport/scene/host_calls.h"
+#include "knrexport/scene/parameters.h"
+#include "knrexport/scene/tags.h"
+#include "zyra/fcurve.h"
+
+using namespace Zyra;
+
+namespace {
+
+// Envelopes and deformers are applied with their whole branch flag set.
+constexpr int kBranchFlags = 3;
+
+void CopyCurve(const FCurve& from, Parameter& to) {
+  FCurve curve;
+  if (!to.AddFCurve(siStandardFCurve, curve).Succeeded()) return;
+  curve.PutInterpolation(from.GetInterpolation());
+  curve.BeginEdit();
+  for (long k = 0; k < from.GetKeyCount(); ++k) {
+    curve.AddKey(from.GetKeyTime(k), from.GetKeyValue(k), from.GetKeyInterpolation(k));
+  }
+  curve.EndEdit();
+}
+
+// The copy of `object` in the generated model, found by name; invalid when there is none.
+X3DObject CopyOf(const CRef& object, Model& generated) {
+  return generated.FindChild(X3DObject(object).GetName());
+}
+
+// The carried objects of a tag, each with its copy.
+template <class Carry>
+int SynchronizeTagged(X3DObject& sourceRoot, X3DObject& generatedRoot, const wchar_t* tag,
+                      Carry carry) {
+  CRefArray tagged;
+  FindRTKNodes(sourceRoot, tag, tagged);
+  int carried = 0;
+  for (const CRef& ref : tagged) {
+    X3DObject source(ref);
+    X3DObject copy = source.GetRef() == sourceRoot.GetRef()
+                         ? generatedRoot
+                         : generatedRoot.FindChild(source.GetName());
+    if (!copy.IsValid()) continue;
+    Property tagProperty;
+    FindProperty(source, tag, tagProperty);
+    CustomProperty copied = CopyProperty(tagProperty, copy);
+    MATH::CTransformation global = source.GetKinematics().GetGlobal().GetTransform();
+    MATH::CVector3 scaling = global.GetScaling();
+    global.SetScalingFromValues(1.0, 1.0, 1.0);
+    copy.GetKinematics().GetGlobal().PutTransform(global);
+    carry(source, copy, copied, scaling);
+    ++carried;
+  }
+  return carried;
+}
+
+double LargestAbs(const MATH::CVector3& v) {
+  return std::max({std::fabs(v.GetX()), std::fabs(v.GetY()), std::fabs(v.GetZ())});
+}
+
+}  // namespace
+
+void ExtractEnvelopeList(X3DObject& top, CRefArray& enveloped) {
+  if (!top.IsValid()) return;
+  if (top.GetEnvelopes().GetCount() > 0) enveloped.Add(top.GetRef());
+  for (const CRef& ref : top.FindChildren(CString(), CString())) {
+    if (X3DObject(ref).GetEnvelopes().GetCount() > 0) enveloped.Add(ref);
+  }
+}
+
+CustomProperty CopyProperty(const Property& source, X3DObject& target) {
+  if (!source.IsValid() || !target.IsValid()) return CustomProperty();
+  Property old;
+  if (FindProperty(target, source.GetName(), old)) DeleteObj(old.GetFullName());
+  // A property of a registered type comes back as that type (its own parameters already made);
+  // any other as a plain custom property.
+  CustomProperty copy = target.AddProperty(source.GetType(), false, source.GetName());
+  if (!copy.IsValid()) copy = target.AddProperty(L"Custom_parameter_list", false, source.GetName());
+  if (!copy.IsValid()) return copy;
+  for (const CRef& ref : source.GetParameters()) {
+    Parameter from(ref);
+    Parameter to = copy.GetParameter(from.GetName());
+    if (!to.IsValid()) {
+      copy.AddParameter(from.GetName(), from.GetValueType(), from.GetCapabilities(),
+                        from.GetLabel(), from.GetDescription(), from.GetDefault(), from.GetMin(),
+                        from.GetMax(), from.GetSuggestedMin(), from.GetSuggestedMax(), to);
+    }
+    if (!to.IsValid()) continue;
+    copy.PutParameterValue(from.GetName(), from.GetValue());
+    FCurve curve(from.GetSource());
+    if (curve.IsValid() && curve.GetKeyCount() > 0) CopyCurve(curve, to);
+  }
+  return copy;
+}
+
+void CarryEnvelopes(const CRefArray& enveloped, Model& generated, ProgressBar& bar) {
+  for (const CRef& ref : enveloped) {
+    X3DObject copy = CopyOf(ref, generated);
+    for (const CRef& envelopeRef : X3DObject(ref).GetEnvelopes()) {
+      CRefArray deformers;
+      for (const CRef& deformer : Envelope(envelopeRef).GetDeformers()) {
+        X3DObject deformerCopy = CopyOf(deformer, generated);
+        if (deformerCopy.IsValid()) deformers.Add(deformerCopy.GetRef());
+        bar.Increment();
+      }
+      if (copy.IsValid() && deformers.GetCount() > 0)
+        copy.ApplyEnvelope(deformers, kBranchFlags, kBranchFlags);
+    }
+  }
+}
+
+void CarryWeights(const CRefArray& enveloped, Model& generated, ProgressBar& bar) {
+  for (const CRef& ref : enveloped) {
+    X3DObject source(ref);
+    X3DObject copy = CopyOf(ref, generated);
+    CRefArray sourceEnvelopes = source.GetEnvelopes();
+    CRefArray copyEnvelopes = copy.IsValid() ? copy.GetEnvelopes() : CRefArray();
+    for (long e = 0; e < sourceEnvelopes.GetCount(); ++e) {
+      Envelope from(sourceEnvelopes[e]);
+      CRefArray deformers = from.GetDeformers();
+      std::vector<double> totals;
+      for (const CRef& deformer : deformers) {
+        bar.Increment();
+        CDoubleArray weights = from.GetDeformerWeights(deformer, 0.0);
+        if (totals.size() < static_cast<size_t>(weights.GetCount()))
+          totals.resize(static_cast<size_t>(weights.GetCount()));
+        for (long p = 0; p < weights.GetCount(); ++p) {
+          if (weights[p] > 0) totals[static_cast<size_t>(p)] += weights[p];
+        }
+      }
+      if (e >= copyEnvelopes.GetCount()) continue;
+      Envelope to(copyEnvelopes[e]);
+      for (const CRef& deformer : deformers) {
+        CDoubleArray weights = from.GetDeformerWeights(deformer, 0.0);
+        for (long p = 0; p < weights.GetCount(); ++p) {
+          double total = totals[static_cast<size_t>(p)];
+          if (weights[p] > 0 && total > 0) weights[p] = 100.0 * weights[p] / total;
+        }
+        X3DObject deformerCopy = CopyOf(deformer, generated);
+        if (deformerCopy.IsValid()) to.SetDeformerWeights(deformerCopy.GetRef(), weights);
+      }
+    }
+  }
+}
+
+int SynchronizeRTKSphere(X3DObject& sourceRoot, X3DObject& generatedRoot) {
+  return SynchronizeTagged(
+      sourceRoot, generatedRoot, kTagSphere,
+      [](X3DObject& source, X3DObject& copy, CustomProperty&, const MATH::CVector3& scaling) {
+        double radius = source.GetActivePrimitive().GetParameterValue(L"radius").AsDouble();
+        copy.GetActivePrimitive().PutParameterValue(L"radius", radius * LargestAbs(scaling));
+      });
+}
+
+int SynchronizeRTKFloor(X3DObject& sourceRoot, X3DObject& generatedRoot) {
+  return SynchronizeTagged(
+      sourceRoot, generatedRoot, kTagFloor,
+      [](X3DObject&, X3DObject& copy, CustomProperty& tag, const MATH::CVector3&) {
+        // The floor's extent in the actor's space, and its size: the larger horizontal side.
+        MATH::CTransformation global = copy.GetKinematics().GetGlobal().GetTransform();
+        CDoubleArray points = copy.GetActivePrimitive().GetGeometry().GetPoints();
+        double lo[3] = {kFltMax, kFltMax, kFltMax}, hi[3] = {-kFltMax, -kFltMax, -kFltMax};
+        for (long i = 0; i + 2 < points.GetCount(); i += 3) {
+          MATH::CVector3 p =
+              global.MapPoint(MATH::CVector3(points[i], points[i + 1], points[i + 2]));
+          const double v[3] = {p.GetX(), p.GetY(), p.GetZ()};
+          for (int a = 0; a < 3; ++a) {
+            lo[a] = std::min(lo[a], v[a]);
+            hi[a] = std::max(hi[a], v[a]);
+          }
+        }
+        if (points.GetCount() < 3) {
+          std::fill(lo, lo + 3, 0.0);
+          std::fill(hi, hi + 3, 0.0);
+        }
+        const wchar_t* const names[6] = {L"MinX", L"MinY", L"MinZ", L"MaxX", L"MaxY", L"MaxZ"};
+        for (int a = 0; a < 6; ++a) {
+          double value = a < 3 ? lo[a] : hi[a - 3];
+          if (!tag.GetParameter(names[a]).IsValid())
+            AddParam(tag, names[a], siFloat, kCapReadOnlyPersistable, 0.0f, -kFltMax, kFltMax);
+          tag.PutParameterValue(names[a], value);
+        }
+        if (!tag.GetParameter(L"size").IsValid())
+          AddParam(tag, L"size", siFloat, kCapReadOnlyPersistable, 0.0f, 0.0f, kFltMax);
+        tag.PutParameterValue(L"size", std::max(hi[0] - lo[0], hi[2] - lo[2]));
+      });
+}
