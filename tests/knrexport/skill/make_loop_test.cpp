@@ -25,7 +25,8 @@ struct Channel {
 };
 
 double Wave(double f) { return std::sin(2.0 * M_PI * f / kPeriod); }
-// Hips travel forward and bob; the knee swings and drifts, so the take does not loop by itself.
+// Hips travel forward and bob; the knee swings and drifts, so the foot below it does not come
+// back to where it started and the take does not loop by itself.
 const Channel kWalk[] = {
     {L"Walker.Hips.posz", [](double f) { return kSpeed * f; }},
     {L"Walker.Hips.posy", [](double f) { return 10.0 + Wave(f); }},
@@ -43,6 +44,8 @@ class MakeLoopTest : public ::testing::Test {
     Run(L"CreateNull", {L"Hips", L"Walker.Root"});
     Run(L"CreateNull", {L"Knee", L"Walker.Hips"});
     Run(L"SetValue", {L"Walker.Knee.posy", -4.0});
+    Run(L"CreateNull", {L"Foot", L"Walker.Knee"});
+    Run(L"SetValue", {L"Walker.Foot.posy", -4.0});
     CString list;
     for (const Channel& c : kWalk) {
       for (int f = 0; f <= kTakeEnd; ++f) Run(L"SetKey", {c.path, f, c.at(f)});
