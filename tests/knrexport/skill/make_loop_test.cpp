@@ -126,6 +126,8 @@ TEST_F(MakeLoopTest, PlainLoopKeepsTheTakeUntilTheBlendAndEndsOnItsFirstPose) {
 // ends on the pose (rotations and height) it starts with.
 TEST_F(MakeLoopTest, LocomotionLoopKeepsTravellingAndJoinsItsPose) {
   const int start = 30, end = 50;
+  Run(L"ApplyAction", {CValue(source_.GetRef())});
+  const double seamBefore = MeasureLoopSeam(root_, start, end, true);
   ActionSource loop = Loop(start, end, 8, true);
   ASSERT_TRUE(loop.IsValid());
   const int length = end - start;
@@ -134,8 +136,9 @@ TEST_F(MakeLoopTest, LocomotionLoopKeepsTravellingAndJoinsItsPose) {
   for (const wchar_t* path : {L"Walker.Hips.posy", L"Walker.Hips.roty", L"Walker.Knee.rotx"})
     EXPECT_NEAR(At(path, length), At(path, 0), 1e-3) << CString(path).GetAsciiString();
   EXPECT_NEAR(At(L"Walker.Knee.rotx", length - 8), kWalk[3].at(end - 8), 1e-4);
-  // The seam is reported: large before (the knee's drift), none after.
-  EXPECT_GT(MeasureLoopSeam(root_, start, end, true), 0.1);
+  // The seam measure sees the knee's drift in the take, and no jump once the body's travel is
+  // taken out of the loop.
+  EXPECT_GT(seamBefore, 0.1);
   EXPECT_LT(MeasureLoopSeam(root_, 0, length, true), 1e-3);
 }
 
