@@ -9,6 +9,7 @@
 #include "knrexport/actor/initialize.h"
 #include "knrexport/actor/joint_limit.h"
 #include "knrexport/bvh/bvh_import.h"
+#include "knrexport/skill/loop_skill_property.h"
 #include "knrexport/skill/make_skill.h"
 
 BVHActionOperation gAddBVHAction = &AddBVHAction;
@@ -57,7 +58,7 @@ const CommandEntry kCommands[] = {
      [](Zyra::X3DObject& node, bool) { return ImportBVHAction(node); }, nullptr, nullptr},
     {L"AddBVHAction", L"KnrAddBVHAction", In::kArguments, true, Shift::kNone, nullptr, nullptr, nullptr, nullptr},
     // The wording says "single node" although an action source is accepted too, as for Make Skill.
-    {L"Make Loop", L"KnrMakeLoop", In::kNodeOrSource, false, Shift::kNone, KNR_NODE_MESSAGE(L"Loop Locomotion"), nullptr, nullptr, nullptr},
+    {L"Make Loop", L"KnrMakeLoop", In::kNodeOrSource, false, Shift::kNone, KNR_NODE_MESSAGE(L"Loop Locomotion"), nullptr, LoopSkill, nullptr},
     {L"Remove COG", L"KnrRemoveCOG", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Remove COG"),
      [](Zyra::X3DObject& n, bool) { return RemoveCOG(n); }, nullptr, nullptr},
     {L"Remove Foot", L"KnrRemoveFoot", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Remove Foot"),

@@ -8,6 +8,7 @@
 #include "knrexport/plugin/command_table.h"
 #include "knrexport/plugin/dispatch.h"
 #include "knrexport/render/render_setup_property.h"
+#include "knrexport/skill/loop_skill_property.h"
 #include "knrexport/skill/skill_properties.h"
 #include "zyra/plugin.h"
 
@@ -141,4 +142,15 @@ ZYRA_PLUGIN_CALLBACK CStatus BVHActor_PPGEvent(CRef& context) {
   return CStatus::OK;
 }
 ZYRA_PLUGIN_CALLBACK CStatus LoopSkill_Define(CRef& context) { return DefineWith(DefineLoopSkill, context); }
+// The LoopSkill page is built when it opens, from the model's action sources.
+ZYRA_PLUGIN_CALLBACK CStatus LoopSkill_DefineLayout(CRef& context) {
+  PPGLayout layout(Context(context).GetSource());
+  if (layout.IsValid()) layout.Clear();
+  return CStatus::OK;
+}
+ZYRA_PLUGIN_CALLBACK CStatus LoopSkill_PPGEvent(CRef& context) {
+  PPGEventContext event(context);
+  LoopSkillPageEvent(event);
+  return CStatus::OK;
+}
 ZYRA_PLUGIN_CALLBACK CStatus RenderSetup_Define(CRef& context) { return DefineWith(DefineRenderSetup, context); }
