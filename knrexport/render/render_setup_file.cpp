@@ -38,8 +38,7 @@ const ExportOption kSceneExportOptions[] = {
 // Runs a host command; a failure does not stop the generation, the host has logged it.
 CValue Run(const wchar_t* command, const CValueArray& args) {
   CValue result;
-  CStatus status = Application().ExecuteCommand(command, args, result);
-  (void)status;
+  Application().ExecuteCommand(command, args, result);
   return result;
 }
 
@@ -103,7 +102,8 @@ CRefArray CollectTargetModels(const Group& group) {
   CRefArray members = group.GetMembers();
   for (long i = 0; i < members.GetCount(); ++i) {
     Model model(members[i]);
-    if (model.IsValid() && model.GetRef() != root && !Contains(models, model.GetRef())) models.Add(model.GetRef());
+    if (model.IsValid() && model.GetRef() != root && !Contains(models, model.GetRef()))
+      models.Add(model.GetRef());
   }
   CRefArray outermost;
   for (long i = 0; i < models.GetCount(); ++i) {
@@ -116,15 +116,18 @@ void ExportTarget(Model& model, const CString& dir, std::FILE* out) {
   const CString name = model.GetName();
   WriteLine(out, name);
   Run(L"SelectObj", {CValue(model.GetRef())});
-  for (const ExportOption& option : kSceneExportOptions) Run(L"SetValue", {option.name, option.value});
+  for (const ExportOption& option : kSceneExportOptions)
+    Run(L"SetValue", {option.name, option.value});
   Run(L"ZrExportDotZyraFile", {CValue(model.GetRef()), dir + L"/" + name + L".zyra"});
   ExportArchive(dir + L"/" + name, 1, 1);
 }
 
-void ExportScene(const CString& dir, int start, int end, std::FILE*) { ExportArchive(dir + L"/env", start, end); }
+void ExportScene(const CString& dir, int start, int end, std::FILE*) {
+  ExportArchive(dir + L"/env", start, end);
+}
 
-bool GenerateRenderSetup(const CString& file, const CRef& targetGroup, int start, int end, bool domap,
-                         const CString& className, bool doui) {
+bool GenerateRenderSetup(const CString& file, const CRef& targetGroup, int start, int end,
+                         bool domap, const CString& className, bool doui) {
   const std::string path = file.GetAsciiString();
   bool created = false;
   if (!ProbeSetupFile(path, created)) {

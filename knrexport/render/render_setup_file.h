@@ -27,15 +27,16 @@ inline constexpr const wchar_t* kRenderSetupCaption = L"Generating Rendering Set
 inline constexpr const wchar_t* kRenderSetupNoFile =
     L"Failed to generate the Kinra Render setup. A setup file must be specified.";
 inline constexpr const wchar_t* kRenderSetupNoGroup =
-    L"Failed to generate the Kinra Render setup. The target render models must be placed in a group.";
+    L"Failed to generate the Kinra Render setup. The target render models must be placed in a "
+    L"group.";
 inline constexpr const wchar_t* kRenderSetupNoModels =
     L"Failed to generate the Kinra Render setup. The target group must contain models.";
 
 // Writes the setup file and its companion files. Refusals (no file, no group, no model in it)
 // go to a message box with `doui`, else to the log as messages; they return false and change
 // nothing. Failing exports do not stop the generation: it returns true once the file is written.
-bool GenerateRenderSetup(const Zyra::CString& file, const Zyra::CRef& targetGroup, int start, int end,
-                         bool domap, const Zyra::CString& className, bool doui);
+bool GenerateRenderSetup(const Zyra::CString& file, const Zyra::CRef& targetGroup, int start,
+                         int end, bool domap, const Zyra::CString& className, bool doui);
 // Writes the model's line to `out`, then its scene file and its one-frame render archive in `dir`.
 void ExportTarget(Zyra::Model& model, const Zyra::CString& dir, std::FILE* out);
 // Writes the environment's render archive "env" in `dir` for frames start..end.

@@ -24,7 +24,8 @@ CValue Run(const wchar_t* command, const CValueArray& args) {
 CustomProperty FindOrAddRenderSetup(X3DObject& owner, bool& added) {
   added = false;
   Property found;
-  if (FindCustomPSet(owner, kRenderSetupProperty, found) && CustomProperty(found).IsValid()) return found;
+  if (FindCustomPSet(owner, kRenderSetupProperty, found) && CustomProperty(found).IsValid())
+    return found;
   added = true;
   CustomProperty property = owner.AddProperty(kRenderSetupProperty);
   if (!property.IsValid()) {

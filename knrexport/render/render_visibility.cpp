@@ -55,7 +55,8 @@ void HideNode(X3DObject& object, bool hide) {
       found.PutParameterValue(L"render", render);
       found.PutParameterValue(L"view", view);
     } else {
-      CustomProperty added = object.AddProperty(L"Custom_parameter_list", false, kRenderVizProperty);
+      CustomProperty added =
+          object.AddProperty(L"Custom_parameter_list", false, kRenderVizProperty);
       AddSavedFlag(added, L"render", render);
       AddSavedFlag(added, L"view", view);
     }

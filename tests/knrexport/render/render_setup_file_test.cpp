@@ -69,16 +69,29 @@ TEST_F(RenderSetupFileTest, SetupLinesCompanionFilesAndArchives) {
   const std::string envFrame = " \"Ground\" \"Lamp\"\n";
   const std::string fredFrame = " \"Fred.Body\" \"Fred.Head\"";
   const Case cases[] = {
-      {"Fred and Ann", L"Fred,Ann", true, L"Crowd", "2\n1\n3\nFred\nAnn\n1\nCrowd\n",
+      {"Fred and Ann",
+       L"Fred,Ann",
+       true,
+       L"Crowd",
+       "2\n1\n3\nFred\nAnn\n1\nCrowd\n",
        {{"Fred", "frame 1:" + fredFrame + " \"Lamp\"\n"},
         {"Ann", "frame 1: \"Ann.Body\" \"Lamp\"\n"},
         {"env", "frame 1:" + envFrame + "frame 2:" + envFrame + "frame 3:" + envFrame}}},
-      {"a light, a null and Ann twice count once; an empty class name", L"Sun,Ground,Ann,Ann", false, L"",
+      {"a light, a null and Ann twice count once; an empty class name",
+       L"Sun,Ground,Ann,Ann",
+       false,
+       L"",
        "1\n1\n3\nAnn\n0\n\n",
        {{"Ann", "frame 1: \"Ann.Body\" \"Lamp\"\n"},
-        {"env", "frame 1:" + fredFrame + envFrame + "frame 2:" + fredFrame + envFrame + "frame 3:" + fredFrame + envFrame}}},
-      {"Fred's exports fail: the generation goes on", L"Fred,Ann", true, L"C", "2\n1\n3\nFred\nAnn\n1\nC\n",
-       {{"Ann", "frame 1: \"Ann.Body\" \"Lamp\"\n"}}, true},
+        {"env", "frame 1:" + fredFrame + envFrame + "frame 2:" + fredFrame + envFrame +
+                    "frame 3:" + fredFrame + envFrame}}},
+      {"Fred's exports fail: the generation goes on",
+       L"Fred,Ann",
+       true,
+       L"C",
+       "2\n1\n3\nFred\nAnn\n1\nC\n",
+       {{"Ann", "frame 1: \"Ann.Body\" \"Lamp\"\n"}},
+       true},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
@@ -91,7 +104,8 @@ TEST_F(RenderSetupFileTest, SetupLinesCompanionFilesAndArchives) {
     }
     const Visibility before = SceneVisibility();
     const std::string setup = dir_ + "crowd.knrn";
-    ASSERT_TRUE(GenerateRenderSetup(CString(setup), MakeGroup(L"Crowd", c.members), 1, 3, c.domap, c.className, true));
+    ASSERT_TRUE(GenerateRenderSetup(CString(setup), MakeGroup(L"Crowd", c.members), 1, 3, c.domap,
+                                    c.className, true));
     EXPECT_EQ(ReadFile(setup), c.lines);
     EXPECT_TRUE(ui().messageBoxes.empty());
     EXPECT_EQ(SceneVisibility(), before);
@@ -101,11 +115,13 @@ TEST_F(RenderSetupFileTest, SetupLinesCompanionFilesAndArchives) {
     EXPECT_EQ(ui().progressRuns[0].captions, std::vector<std::wstring>{kRenderSetupCaption});
     EXPECT_EQ(ui().progressRuns[0].maximum, 5 * n + 7);
     EXPECT_EQ(ui().progressRuns[0].value, 5 * n + 7);
-    EXPECT_EQ(Run(L"GetValue", {L"Passes.Default_Pass.ArchiveFileName"}).GetAsText(), CString(dir_ + "/env"));
+    EXPECT_EQ(Run(L"GetValue", {L"Passes.Default_Pass.ArchiveFileName"}).GetAsText(),
+              CString(dir_ + "/env"));
     for (const auto& [file, objects] : c.archives) {
       EXPECT_EQ(ArchiveObjects(dir_ + "/" + file), objects) << file;
       if (file != "env") {
-        EXPECT_NE(ReadFile(dir_ + "/" + file + ".zyra").find("\"Body\""), std::string::npos) << file;
+        EXPECT_NE(ReadFile(dir_ + "/" + file + ".zyra").find("\"Body\""), std::string::npos)
+            << file;
       }
     }
     for (const char* name : {"Fred", "Fred.zyra", "Ann", "Ann.zyra", "env", "crowd.knrn"}) {
@@ -138,10 +154,12 @@ TEST_F(RenderSetupFileTest, RefusalsChangeNothing) {
       SCOPED_TRACE(c.file + (doui ? " with message box" : " in the log"));
       ui().messageBoxes.clear();
       rt::Host::Get().ClearLog();
-      CRef group = c.group ? MakeGroup(L"Targets", c.group) : Application().GetObjectFromPath(L"Fred");
+      CRef group =
+          c.group ? MakeGroup(L"Targets", c.group) : Application().GetObjectFromPath(L"Fred");
       EXPECT_FALSE(GenerateRenderSetup(CString(c.file), group, 1, 2, true, L"Crowd", doui));
       if (doui) {
-        EXPECT_EQ(ui().messageBoxes, std::vector<std::wstring>{std::wstring(L"Kinra Export: ") + c.message});
+        EXPECT_EQ(ui().messageBoxes,
+                  std::vector<std::wstring>{std::wstring(L"Kinra Export: ") + c.message});
       } else {
         EXPECT_TRUE(ui().messageBoxes.empty());
         const auto& log = rt::Host::Get().LogLines();

@@ -32,10 +32,13 @@ class RenderSceneTest : public ::testing::Test {
   static X3DObject SceneRoot() { return Application().GetActiveSceneRoot(); }
   static CValue Run(const wchar_t* command, const CValueArray& args) {
     CValue out;
-    EXPECT_TRUE(Application().ExecuteCommand(command, args, out).Succeeded()) << CString(command).GetAsciiString();
+    EXPECT_TRUE(Application().ExecuteCommand(command, args, out).Succeeded())
+        << CString(command).GetAsciiString();
     return out;
   }
-  static X3DObject Find(const wchar_t* fullName) { return X3DObject(Application().GetObjectFromPath(fullName)); }
+  static X3DObject Find(const wchar_t* fullName) {
+    return X3DObject(Application().GetObjectFromPath(fullName));
+  }
   static void SetVisibility(const wchar_t* fullName, bool render, bool view) {
     Run(L"SetValue", {CString(fullName) + L".visibility.rendvis", render});
     Run(L"SetValue", {CString(fullName) + L".visibility.viewvis", view});

@@ -24,7 +24,11 @@ TEST_F(RenderVisibilityTest, HideAndShowRestoreTheObjectsOwnVisibility) {
       {"hidden, then shown: render off, view on", false, true, {true, false}, {false, true, false}},
       {"hidden", true, true, {true}, {false, false, true}},
       {"shown without being hidden", true, false, {false}, {true, false, false}},
-      {"hidden twice, shown once: the first saving is lost", true, true, {true, true, false}, {false, false, false}},
+      {"hidden twice, shown once: the first saving is lost",
+       true,
+       true,
+       {true, true, false},
+       {false, false, false}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
@@ -53,12 +57,12 @@ TEST_F(RenderVisibilityTest, ActorAndEnvironmentWalks) {
   Visibility hidden = SceneVisibility();
   for (const auto& [name, state] : before) {
     SCOPED_TRACE(CString(name).GetAsciiString());
-    const bool untouched = name.rfind(L"Fred", 0) == 0 || name == L"Sun" || name == L"Sun.Lamp" || name == L"Lamp";
+    const bool untouched =
+        name.rfind(L"Fred", 0) == 0 || name == L"Sun" || name == L"Sun.Lamp" || name == L"Lamp";
     EXPECT_EQ(hidden[name], untouched ? state : std::make_tuple(false, false, true));
   }
   HideEnv(root, targets, false);
   EXPECT_EQ(SceneVisibility(), before);
-
 }
 
 }  // namespace
