@@ -12,8 +12,11 @@
 #include "knrexport/skill/loop_skill_property.h"
 #include "knrexport/skill/make_skill.h"
 
+#include "knrexport/render/render_setup_file.h"
+#include "knrexport/render/render_setup_property.h"
+
 BVHActionOperation gAddBVHAction = &AddBVHAction;
-RenderSetupOperation gGenerateRenderSetup = nullptr;
+RenderSetupOperation gGenerateRenderSetup = &GenerateRenderSetup;
 
 namespace {
 
@@ -51,7 +54,7 @@ const CommandEntry kCommands[] = {
      L"The Make Skill action requires selecting a single node or action source in the actor description.", nullptr, MakeSkill, nullptr},
     {L"Save Actor", L"KnrSaveActor", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Save Actor"), nullptr, nullptr, nullptr},
     {L"Load Actor", L"KnrLoadActor", In::kNone, false, Shift::kNone, nullptr, nullptr, nullptr, nullptr},
-    {L"Render Setup", L"KnrRenderSetup", In::kNone, false, Shift::kNone, nullptr, nullptr, nullptr, nullptr},
+    {L"Render Setup", L"KnrRenderSetup", In::kNone, false, Shift::kNone, nullptr, nullptr, nullptr, RenderSetup},
     {L"Import BVH Actor", L"KnrImportBVHActor", In::kNone, false, Shift::kNone, nullptr, nullptr, nullptr, ImportBVHActor},
     {L"Import BVH Action", L"KnrImportBVHAction", In::kNode, false, Shift::kNone,
      L"The Import BVH Action command requires selecting a single node in the target actor description.",

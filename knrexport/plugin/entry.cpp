@@ -154,3 +154,16 @@ ZYRA_PLUGIN_CALLBACK CStatus LoopSkill_PPGEvent(CRef& context) {
   return CStatus::OK;
 }
 ZYRA_PLUGIN_CALLBACK CStatus RenderSetup_Define(CRef& context) { return DefineWith(DefineRenderSetup, context); }
+// The RenderSetup page is built when it opens. The Generate button closes the page once the setup
+// is written; a refusal leaves it open to be corrected.
+ZYRA_PLUGIN_CALLBACK CStatus RenderSetup_PPGEvent(CRef& context) {
+  PPGEventContext event(context);
+  if (event.GetEventID() == siOnInit) {
+    BuildRenderSetupLayout(CustomProperty(event.GetSource()));
+  } else if (event.GetEventID() == siButtonClicked &&
+             event.GetAttribute(L"Button").GetAsText() == CString(kRenderSetupGenerateButton) &&
+             GenerateFromRenderSetup(CustomProperty(event.GetSource()))) {
+    event.PutAttribute(L"Close", true);
+  }
+  return CStatus::OK;
+}
