@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "knrexport/scene/actor_lookup.h"
+#include "knrexport/skill/skill_kinds.h"
 #include "zyra/application.h"
 #include "zyra/fcurve.h"
 
@@ -372,12 +373,9 @@ bool CopyAction(ActionSource& action, Model& sourceModel, Model& targetModel, Pr
   return ConvertCopiedAction(copy, targetModel, bar, kind) && done;
 }
 
-bool ConvertCopiedAction(ActionSource&, Model&, ProgressBar&, int kind) {
-  switch (kind) {
-    case 1:  // basic: FactorBasic
-    case 2:  // locomotion: MakeLocoSkill
-    case 3:  // raw: ProcessRaw
-    default:
-      return true;
-  }
+bool ConvertCopiedAction(ActionSource& copy, Model& targetModel, ProgressBar&, int kind) {
+  // The copier has no page to ask for a contact threshold: locomotion copies use the Skill
+  // page's default. The converters draw no bar of their own here; the copy's share is advanced
+  // by the caller.
+  return ConvertToSkill(targetModel, copy, kind, kDefaultContactThreshold, false);
 }

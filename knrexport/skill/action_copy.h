@@ -15,8 +15,9 @@
 //     their object has a copy; items of nodes that were left out are dropped, their motion
 //     being carried by the plotted descendants.
 //
-// Copies keep their kind for now: the conversion into the skill kind named by the source's
-// "type" (1 basic, 2 locomotion, 3 raw) plugs in at ConvertCopiedAction.
+// Each copy is then converted into the skill kind named by the source's "type" (1 basic,
+// 2 locomotion, 3 raw) through ConvertToSkill; a locomotion copy uses the default contact
+// threshold.
 #pragma once
 
 #include "zyra/action.h"
@@ -33,6 +34,6 @@ bool ProcessSkills(Zyra::Model& sourceModel, Zyra::Model& targetModel, Zyra::Pro
 bool CopyAction(Zyra::ActionSource& action, Zyra::Model& sourceModel, Zyra::Model& targetModel,
                 Zyra::ProgressBar& bar, int kind);
 // The one place where a copied action is turned into a skill of `kind` (1 basic, 2 locomotion,
-// 3 raw). Until the converters are wired here, every copy keeps its kind and this returns true.
+// 3 raw; others keep the copy as it is). False when the converter refused the copy.
 bool ConvertCopiedAction(Zyra::ActionSource& copy, Zyra::Model& targetModel, Zyra::ProgressBar& bar,
                          int kind);

@@ -9,6 +9,7 @@
 #include "knrexport/scene/host_calls.h"
 #include "knrexport/scene/pose_storage.h"
 #include "knrexport/scene/tags.h"
+#include "knrexport/skill/action_copy.h"
 #include "knrexport/skill/skill_kinds.h"
 #include "knrexport/skill/skill_properties.h"
 #include "zyra/action.h"
@@ -93,7 +94,7 @@ TransferOutcome TransferSkill(Model& model, ActionSource& source, int kind) {
   StorePose(target);
   ClearAnim(model);
   ClearAnim(target);
-  // The action copier runs here: CopyAction(source, model, target, bar, kind).
+  CopyAction(source, model, target, bar, kind);
   bar.Increment();
   bar.PutCaption(L"Cleanup");
   RemoveFCurves(model);

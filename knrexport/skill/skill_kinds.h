@@ -13,6 +13,8 @@ enum SkillKind : int {
   kSkillRaw = 3,
 };
 inline constexpr int kSkillKindCount = 4;
+// The contact threshold a locomotion skill gets when nobody chose one (the Skill page's default).
+inline constexpr float kDefaultContactThreshold = 0.2f;
 // The labels the Make Skill page shows, by kind.
 inline constexpr const wchar_t* kSkillKindLabels[kSkillKindCount] = {
     L"Default - untouched motion data", L"Basic", L"Locomotion", L"Raw"};

@@ -34,7 +34,7 @@ void UpdateThresholdAccess(CustomProperty& property) {
 void DefineSkill(CustomProperty& p) {
   AddParam(p, L"Source", siInt4, kCapPersistable, 0, 0, 200, 0, 200);
   AddParam(p, L"Skill", siInt4, kCapPersistable, 0, 0, 3, 0, 3);
-  AddParam(p, L"Threshold", siFloat, kCapPersistable, 0.2f, 0.0f, 1.0f, 0.0f, 1.0f);
+  AddParam(p, L"Threshold", siFloat, kCapPersistable, kDefaultContactThreshold, 0.0f, 1.0f, 0.0f, 1.0f);
   AddParam(p, L"Transfer", siBool, kCapPersistable, false);
 }
 
