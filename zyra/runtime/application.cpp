@@ -68,7 +68,11 @@ CStatus Application::ExecuteCommand(const CString& name, const CValueArray& args
 }
 
 CStatus Application::LogMessage(const CString& text, siSeverity severity) const {
-  rt::Host::Get().Log(severity == siFatalMsg ? rt::kSevError : static_cast<int>(severity), text.Wide());
+  const int level = severity == siFatalMsg ? rt::kSevError : static_cast<int>(severity);
+  rt::Host::Get().Log(level, text.Wide());
+  // An error, or a message that a command without a window logs in place of a refusal box, fails
+  // the script line as the box would have.
+  if (level == rt::kSevError || level == siCommentMsg) rt::Host::Get().ui().lineFailures.push_back(text.Wide());
   return CStatus::OK;
 }
 

@@ -440,3 +440,27 @@ TEST_F(GenerateTest, CapturedBoxerThroughTheScript) {
 }
 
 }  // namespace
+
+// A source whose "type" names a skill kind is converted on its copy: after Basic the copy's root
+// carries the body's ground position, so it stands where the source's hips stand.
+TEST_F(GenerateTest, CopiesAreConvertedIntoTheKindTheirSourceNames) {
+  for (double frame : {1.0, 10.0}) Host(L"SetKey", {L"Rig.Root.posz", frame, frame});
+  Host(L"StoreAction", {CValue(rig.GetRef()), L"Rig.Root.posz,Rig.Hips.posx", 6, L"Stroll", 1,
+                        1.0, 10.0});
+  ActionSource(Application().GetObjectFromPath(L"Rig.Sources.Stroll")).PutParameterValue(L"type", 1);
+  ASSERT_TRUE(Generate({{L"Skill", L"true"}}));
+  ActionSource copy(Application().GetObjectFromPath(L"KnrRig.Sources.Stroll"));
+  ASSERT_TRUE(copy.IsValid());
+  EXPECT_EQ(copy.GetParameterValue(L"type").AsInt(), 1);
+  Host(L"ApplyAction", {L"Rig.Sources.Stroll"});
+  Host(L"ApplyAction", {L"KnrRig.Sources.Stroll"});
+  Model generated = Generated();
+  for (double frame : {1.0, 4.0, 10.0}) {
+    Host(L"SetValue", {L"PlayControl.Current", frame});
+    const MATH::CVector3 body = Global(rig.FindChild(L"Hips")).GetTranslation();
+    const MATH::CVector3 root = Global(generated.FindChild(L"Root")).GetTranslation();
+    EXPECT_NEAR(root.GetX(), body.GetX(), 1e-4) << "frame " << frame;
+    EXPECT_NEAR(root.GetZ(), body.GetZ(), 1e-4) << "frame " << frame;
+    EXPECT_NEAR(root.GetY(), 0.0, 1e-6) << "frame " << frame;
+  }
+}

@@ -160,7 +160,7 @@ TEST_F(MakeSkillTest, TransfersCheckTheTargetAndFallBackToConversionInPlace) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     SetUp();
-    AddOtherActor(c.targetFeet);
+    Model other = AddOtherActor(c.targetFeet);
     Model loose;
     Application().GetActiveSceneRoot().AddModel(CRefArray(), L"Loose", loose);
     Ui() = rt::UiState();
@@ -177,6 +177,8 @@ TEST_F(MakeSkillTest, TransfersCheckTheTargetAndFallBackToConversionInPlace) {
       // The bar: the target's objects, the source's frames (1 .. 4) and two steps.
       EXPECT_EQ(Ui().progressRuns.front().maximum, 3 + 4 + 2);
       EXPECT_FALSE(rig.IsAnimated(siFCurveSource, false));
+      ASSERT_EQ(other.GetSources().GetCount(), 1) << "the action is copied onto the target";
+      EXPECT_EQ(ActionSource(other.GetSources()[0]).GetName().Wide(), L"Idle");
     }
   }
 }
