@@ -53,8 +53,6 @@ class Reader {
   // With `where` null, references decode as empty and set `refs`; with it, they resolve.
   CValue Decode(const Json& j, const Path& p, const std::string* where, bool& refs);
 
-  std::shared_ptr<FCurveObject> ReadFCurve(const Json& j, const Path& p);
-
   void ReadPrimitive(const Json& j, const Path& p, const std::shared_ptr<X3D>& object, int depth);
 
   void ReadEnvelope(const Json& j, const Path& p, const std::shared_ptr<X3D>& object, int depth);

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "scene_file.h"
+#include "scene_file_fcurve.h"
 
 namespace Zyra::rt {
 
@@ -16,12 +17,7 @@ using Json = nlohmann::ordered_json;
 
 std::string Utf8(const std::wstring& text) { return ToUtf8(text); }
 
-// Finite doubles are JSON numbers; the others are the strings "inf", "-inf" and "nan".
-Json Number(double v) {
-  if (std::isfinite(v)) return Json(v);
-  if (std::isnan(v)) return Json("nan");
-  return Json(v > 0 ? "inf" : "-inf");
-}
+Json Number(double v) { return NumberJson(v); }
 
 // A value keeps its own type: null, integer, number with a point (double), {"float": x},
 // {"double": "inf"} for non-finite doubles, true/false, string, {"ref": full name}, array.
@@ -83,38 +79,6 @@ class Writer {
  public:
   explicit Writer(const BranchWriteOptions& options) : options_(options) {}
 
-  Json FCurveJson(const FCurveObject& curve) const {
-    std::vector<FCurveKey> keys = curve.keys;
-    // A curve in the middle of an edit may hold unsorted or repeated frames; write it the way
-    // EndEdit will leave it (sorted, a later key winning at a repeated frame).
-    if (!std::is_sorted(keys.begin(), keys.end(),
-                        [](const FCurveKey& a, const FCurveKey& b) { return a.frame < b.frame; })) {
-      std::stable_sort(keys.begin(), keys.end(),
-                       [](const FCurveKey& a, const FCurveKey& b) { return a.frame < b.frame; });
-    }
-    std::vector<FCurveKey> unique;
-    for (const FCurveKey& k : keys) {
-      if (!unique.empty() && unique.back().frame == k.frame) {
-        unique.back() = k;
-      } else {
-        unique.push_back(k);
-      }
-    }
-    Json out = Json::object();
-    out["interpolation"] = curve.interpolation;
-    Json list = Json::array();
-    for (const FCurveKey& k : unique) {
-      Json key = Json::array({Number(k.frame), Number(k.value), k.interpolation});
-      if (k.hasTangents) {
-        for (double t : {k.leftTanX, k.leftTanY, k.rightTanX, k.rightTanY})
-          key.push_back(Number(t));
-      }
-      list.push_back(std::move(key));
-    }
-    out["keys"] = std::move(list);
-    return out;
-  }
-
   Json ParamJson(const Parameter& p) const {
     Json out = Json::object();
     out["name"] = Utf8(p.name);
@@ -133,7 +97,7 @@ class Writer {
     out["capabilities"] = p.capabilities;
     out["label"] = Utf8(p.label);
     out["description"] = Utf8(p.description);
-    if (keepCurve) out["fcurve"] = FCurveJson(*p.fcurve);
+    if (keepCurve) out["fcurve"] = FCurveToJson(*p.fcurve);
     return out;
   }
 
@@ -189,7 +153,7 @@ class Writer {
       j["target"] = Utf8(item->target);
       ParamsAndProperties(*item, j);
       if (item->fcurve) {
-        j["fcurve"] = FCurveJson(*item->fcurve);
+        j["fcurve"] = FCurveToJson(*item->fcurve);
       } else {
         j["value"] = EncodeValue(item->staticValue);
       }
