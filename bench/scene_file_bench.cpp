@@ -9,7 +9,7 @@
 
 #include "host.h"
 #include "model.h"
-#include "scene_file.h"
+#include "scene_file/scene_file.h"
 
 using namespace Zyra;
 

@@ -12,17 +12,20 @@ namespace {
 
 // ---- Header and scene ---------------------------------------------------------------------------
 
+CStatus Structural(const std::string& fileName, const FormatError& e) {
+  std::string where = e.where.empty() ? std::string() : "at " + e.where + ": ";
+  return CStatus(CStatus::Fail, FromUtf8(fileName + ": " + where + e.what));
+}
+
 // Parses and checks the header; returns the "scene" object or fails with the file's name.
 CStatus ParseDocument(const std::string& text, const std::string& fileName, Json& doc) {
   try {
-    doc = Json::parse(text);
-  } catch (const Json::parse_error& e) {
-    std::string message = e.what();
-    size_t bracket = message.find("] ");
-    if (message.rfind("[json.exception", 0) == 0 && bracket != std::string::npos) {
-      message.erase(0, bracket + 2);
+    std::string syntax;
+    if (!ParseJson(text, doc, syntax)) {
+      return CStatus(CStatus::Fail, FromUtf8(fileName + ": not a scene file: " + syntax));
     }
-    return CStatus(CStatus::Fail, FromUtf8(fileName + ": not a scene file: " + message));
+  } catch (const FormatError& e) {
+    return Structural(fileName, e);
   }
   const Json* format = doc.is_object() ? Find(doc, "format") : nullptr;
   if (!format || !format->is_string()) {
@@ -46,11 +49,6 @@ CStatus ParseDocument(const std::string& text, const std::string& fileName, Json
                  "; this host reads " + std::to_string(kSceneFileVersion) + ")"));
   }
   return CStatus::OK;
-}
-
-CStatus Structural(const std::string& fileName, const FormatError& e) {
-  std::string where = e.where.empty() ? std::string() : "at " + e.where + ": ";
-  return CStatus(CStatus::Fail, FromUtf8(fileName + ": " + where + e.what));
 }
 
 // The branch's top object under `parent`, named `name`; its file full name is `fullName`.

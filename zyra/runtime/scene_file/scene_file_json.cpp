@@ -5,6 +5,96 @@
 
 namespace Zyra::rt::scene_reading {
 
+namespace {
+
+// Builds the document like the library's own parser and keeps track of where it is, so that a
+// number out of range is reported at its path like any other bad element.
+class TrackingParser {
+ public:
+  explicit TrackingParser(Json& doc) : dom_(doc, false) {}
+
+  bool null() { return Scalar(dom_.null()); }
+  bool boolean(bool v) { return Scalar(dom_.boolean(v)); }
+  bool number_integer(Json::number_integer_t v) { return Scalar(dom_.number_integer(v)); }
+  bool number_unsigned(Json::number_unsigned_t v) { return Scalar(dom_.number_unsigned(v)); }
+  bool number_float(Json::number_float_t v, const std::string& text) {
+    // Integers past 64 bits arrive here as doubles; the file meant an integer.
+    if (text.find_first_of(".eE") == std::string::npos) OutOfRange("integer", text);
+    return Scalar(dom_.number_float(v, text));
+  }
+  bool string(std::string& v) { return Scalar(dom_.string(v)); }
+  bool binary(Json::binary_t& v) { return Scalar(dom_.binary(v)); }
+  bool start_object(size_t n) {
+    stack_.push_back({false, 0, {}});
+    return dom_.start_object(n);
+  }
+  bool key(std::string& k) {
+    stack_.back().key = k;
+    return dom_.key(k);
+  }
+  bool end_object() {
+    stack_.pop_back();
+    return Scalar(dom_.end_object());
+  }
+  bool start_array(size_t n) {
+    stack_.push_back({true, 0, {}});
+    return dom_.start_array(n);
+  }
+  bool end_array() {
+    stack_.pop_back();
+    return Scalar(dom_.end_array());
+  }
+  bool parse_error(size_t position, const std::string& token, const nlohmann::detail::exception& e) {
+    if (e.id == 406) OutOfRange("number", token);  // overflow of a double
+    syntax_ = e.what();
+    size_t bracket = syntax_.find("] ");
+    if (syntax_.rfind("[json.exception", 0) == 0 && bracket != std::string::npos) {
+      syntax_.erase(0, bracket + 2);
+    }
+    return dom_.parse_error(position, token, e);
+  }
+
+  const std::string& Syntax() const { return syntax_; }
+
+ private:
+  struct Level {
+    bool array;
+    size_t index;  // of the element being read, in an array
+    std::string key;
+  };
+
+  // After a whole value: the next one in an array has the next index.
+  bool Scalar(bool ok) {
+    if (!stack_.empty() && stack_.back().array) ++stack_.back().index;
+    return ok;
+  }
+
+  [[noreturn]] void OutOfRange(const char* what, const std::string& text) const {
+    std::string where;
+    for (const Level& l : stack_) {
+      if (l.array) {
+        where += "[" + std::to_string(l.index) + "]";
+      } else {
+        where += (where.empty() ? "" : ".") + l.key;
+      }
+    }
+    throw FormatError{where, std::string(what) + " " + text + " out of range"};
+  }
+
+  nlohmann::detail::json_sax_dom_parser<Json> dom_;
+  std::vector<Level> stack_;
+  std::string syntax_;
+};
+
+}  // namespace
+
+bool ParseJson(const std::string& text, Json& doc, std::string& syntaxError) {
+  TrackingParser parser(doc);
+  if (Json::sax_parse(text, &parser)) return true;
+  syntaxError = parser.Syntax();
+  return false;
+}
+
 [[noreturn]] void Fail(const Path& p, const std::string& what) {
   throw FormatError{p.Text(), what};
 }

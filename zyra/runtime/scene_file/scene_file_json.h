@@ -42,6 +42,11 @@ struct FormatError {
   std::string what;
 };
 
+// Parses a whole document into `doc`. A syntax error returns false with the parser's message
+// ("parse error at line L, column C: ..."); a number that no double or integer holds (1e999,
+// an integer literal past 64 bits) throws the FormatError at that number's path.
+bool ParseJson(const std::string& text, Json& doc, std::string& syntaxError);
+
 // Throws the FormatError for the element at `p`.
 [[noreturn]] void Fail(const Path& p, const std::string& what);
 
