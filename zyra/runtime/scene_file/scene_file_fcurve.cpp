@@ -118,7 +118,7 @@ namespace scene_reading {
 namespace {
 
 // The items of a column string, each read by `parse(first, last, value)`; an item that does not
-// read fails at its index.
+// read, or reads past the type's range, fails at its index.
 template <class T, class Parse>
 std::vector<T> ReadColumn(const Json& j, const Path& p, Parse parse) {
   if (!j.is_string()) Fail(p, "expected a string of numbers, found " + Describe(j));
@@ -132,7 +132,10 @@ std::vector<T> ReadColumn(const Json& j, const Path& p, Parse parse) {
     const void* space = std::memchr(at, ' ', static_cast<size_t>(end - at));
     const char* stop = space ? static_cast<const char*>(space) : end;
     T value{};
-    if (!parse(at, stop, value)) {
+    std::errc error = parse(at, stop, value);
+    if (error == std::errc::result_out_of_range) {
+      Fail(p[out.size()], "number " + std::string(at, stop) + " out of range");
+    } else if (error != std::errc()) {
       Fail(p[out.size()], "expected a number, found \"" + std::string(at, stop) + "\"");
     }
     out.push_back(value);
@@ -141,10 +144,12 @@ std::vector<T> ReadColumn(const Json& j, const Path& p, Parse parse) {
   }
 }
 
+// Success, a number past the type's range, or anything else that is no whole number token.
 template <class T>
-bool FromChars(const char* first, const char* last, T& value) {
+std::errc FromChars(const char* first, const char* last, T& value) {
   auto result = std::from_chars(first, last, value);
-  return result.ec == std::errc() && result.ptr == last && first != last;
+  if (result.ptr != last || first == last) return std::errc::invalid_argument;
+  return result.ec;
 }
 
 void ReadKeyByKey(const Json& list, const Path& kp, FCurveObject& curve) {
