@@ -2,6 +2,7 @@
 // and importing branches.
 #include "scene_file.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -45,6 +46,13 @@ CStatus ReadWholeFile(const std::string& path, std::string& text) {
   text.clear();
   std::FILE* file = std::fopen(path.c_str(), "rb");
   if (!file) return FileError(path, "cannot open", errno);
+  // One buffer of the file's size, filled by one read; whatever a file that grows meanwhile adds
+  // is read after it.
+  struct stat info {};
+  if (::fstat(fileno(file), &info) == 0 && S_ISREG(info.st_mode) && info.st_size > 0) {
+    text.resize(static_cast<size_t>(info.st_size));
+    text.resize(std::fread(text.data(), 1, text.size(), file));
+  }
   char buffer[1 << 16];
   size_t n = 0;
   while ((n = std::fread(buffer, 1, sizeof buffer, file)) > 0) text.append(buffer, n);
