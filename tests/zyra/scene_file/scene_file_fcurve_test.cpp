@@ -76,7 +76,7 @@ TEST_F(SceneFileFCurve, LongCurvesRoundTripByColumnsWithTheSameBytes) {
   for (const Case& c : cases) {
     auto curve = ball->local->FindParam(c.channel)->AddFCurve();
     std::vector<rt::FCurveKey> keys;
-    for (size_t i = 0; i < 40; ++i) keys.push_back(c.key(i));
+    for (size_t i = 0; i < 1500; ++i) keys.push_back(c.key(i));  // columns of several KiB
     curve->keys = keys;
     written.push_back(keys);
   }

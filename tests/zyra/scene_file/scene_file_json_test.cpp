@@ -38,6 +38,17 @@ TEST(SceneFileJson, NumbersOutOfRangeNameTheirPath) {
        }) {
     EXPECT_EQ(Refusal(c.scene), c.message);
   }
+  // Long number columns are parsed apart from the document; an error after one on the same line
+  // still gives the column of the file as it is.
+  std::string column = "1";
+  for (int i = 0; i < 3000; ++i) column += " 1";
+  const std::string scene = R"({"c": {"values": ")" + column + R"(", }})";
+  const size_t at = std::string(R"({"format": "zyra-scene", "version": 1, "scene": )").size() +
+                    scene.find(", }") + 3;
+  EXPECT_EQ(Refusal(scene), "n.zyra: not a scene file: parse error at line 1, column " +
+                                std::to_string(at) +
+                                ": syntax error while parsing object key - unexpected '}'; "
+                                "expected string literal");
 }
 
 }  // namespace

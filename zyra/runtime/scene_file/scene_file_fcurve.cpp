@@ -120,9 +120,9 @@ namespace {
 // The items of a column string, each read by `parse(first, last, value)`; an item that does not
 // read, or reads past the type's range, fails at its index.
 template <class T, class Parse>
-std::vector<T> ReadColumn(const Json& j, const Path& p, Parse parse) {
+std::vector<T> ReadColumn(const Json& j, const Path& p, const Columns& columns, Parse parse) {
   if (!j.is_string()) Fail(p, "expected a string of numbers, found " + Describe(j));
-  const std::string& text = j.get_ref<const std::string&>();
+  const std::string_view text = ColumnText(j, columns);
   std::vector<T> out;
   if (text.empty()) return out;
   out.reserve(static_cast<size_t>(std::count(text.begin(), text.end(), ' ')) + 1);
@@ -181,15 +181,15 @@ void ReadKeyByKey(const Json& list, const Path& kp, FCurveObject& curve) {
   }
 }
 
-void ReadColumns(const Json& j, const Path& p, FCurveObject& curve) {
+void ReadColumns(const Json& j, const Path& p, const Columns& columns, FCurveObject& curve) {
   const Json* doubles = Find(j, "values");
   const Json* floats = Find(j, "floatValues");
   if (!doubles == !floats) Fail(p, "a curve has either \"values\" or \"floatValues\"");
   std::vector<double> values;
   if (doubles) {
-    values = ReadColumn<double>(*doubles, p / "values", FromChars<double>);
+    values = ReadColumn<double>(*doubles, p / "values", columns, FromChars<double>);
   } else {
-    std::vector<float> single = ReadColumn<float>(*floats, p / "floatValues", FromChars<float>);
+    std::vector<float> single = ReadColumn<float>(*floats, p / "floatValues", columns, FromChars<float>);
     values.assign(single.begin(), single.end());
   }
   const size_t n = values.size();
@@ -212,7 +212,7 @@ void ReadColumns(const Json& j, const Path& p, FCurveObject& curve) {
 
   if (const Json* v = Find(j, "frames")) {
     Path fp = p / "frames";
-    std::vector<double> frames = ReadColumn<double>(*v, fp, FromChars<double>);
+    std::vector<double> frames = ReadColumn<double>(*v, fp, columns, FromChars<double>);
     if (frames.size() != n) {
       Fail(fp, std::to_string(frames.size()) + " frames for " + std::to_string(n) + " values");
     }
@@ -266,7 +266,7 @@ void ReadColumns(const Json& j, const Path& p, FCurveObject& curve) {
 
 }  // namespace
 
-std::shared_ptr<FCurveObject> ReadFCurveJson(const Json& j, const Path& p) {
+std::shared_ptr<FCurveObject> ReadFCurveJson(const Json& j, const Path& p, const Columns& columns) {
   ExpectObject(j, p);
   auto curve = std::make_shared<FCurveObject>();
   curve->interpolation =
@@ -274,7 +274,7 @@ std::shared_ptr<FCurveObject> ReadFCurveJson(const Json& j, const Path& p) {
   if (const Json* keys = Find(j, "keys")) {
     ReadKeyByKey(*keys, p / "keys", *curve);
   } else {
-    ReadColumns(j, p, *curve);
+    ReadColumns(j, p, columns, *curve);
   }
   return curve;
 }

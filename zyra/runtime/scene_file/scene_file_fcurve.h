@@ -35,7 +35,8 @@ namespace scene_reading {
 
 // Reads either form; every error names the element at fault (a column's item as
 // "values[12]").
-std::shared_ptr<FCurveObject> ReadFCurveJson(const Json& j, const Path& p);
+std::shared_ptr<FCurveObject> ReadFCurveJson(const Json& j, const Path& p,
+                                             const Columns& columns = Columns());
 
 }  // namespace scene_reading
 

@@ -20,7 +20,8 @@ class Reader {
  public:
   // `live`: references the file does not satisfy may name objects of the open scene (a branch
   // bound to deformers outside it); otherwise they are errors.
-  explicit Reader(bool live) : live_(live) {}
+  // `columns`: the number columns cut out of the parsed text (they live as long as the reader).
+  Reader(bool live, const Columns& columns) : live_(live), columns_(columns) {}
 
   // Builds the content of X3D object `j` into `object`, which already exists under its parent.
   // `childPrefix` is the full-name prefix of the objects in the name space of its children.
@@ -84,6 +85,7 @@ class Reader {
 
  private:
   bool live_;
+  const Columns& columns_;
   std::vector<std::pair<std::string, std::function<void(const std::string&)>>> pending_;
   std::vector<std::function<void()>> finishers_;
 };

@@ -18,10 +18,11 @@ CStatus Structural(const std::string& fileName, const FormatError& e) {
 }
 
 // Parses and checks the header; returns the "scene" object or fails with the file's name.
-CStatus ParseDocument(const std::string& text, const std::string& fileName, Json& doc) {
+CStatus ParseDocument(const std::string& text, const std::string& fileName, Json& doc,
+                      Columns& columns) {
   try {
     std::string syntax;
-    if (!ParseJson(text, doc, syntax)) {
+    if (!ParseJson(text, doc, syntax, columns)) {
       return CStatus(CStatus::Fail, FromUtf8(fileName + ": not a scene file: " + syntax));
     }
   } catch (const FormatError& e) {
@@ -84,7 +85,8 @@ std::string Kind(const Json& scene, const Path& p) {
 
 CStatus ReadSceneText(const std::string& text, const std::string& fileName, Scene& out) {
   Json doc;
-  CStatus status = ParseDocument(text, fileName, doc);
+  Columns columns;
+  CStatus status = ParseDocument(text, fileName, doc, columns);
   if (!status.Succeeded()) return status;
   // A default scene, made by the host and taken away from it at once: the file's content is
   // merged into it while the open scene stays in place.
@@ -97,7 +99,7 @@ CStatus ReadSceneText(const std::string& text, const std::string& fileName, Scen
   try {
     Path root{nullptr, "scene", 0};
     const Json& scene = ExpectObject(Member(doc, "scene", Path{}), root);
-    Reader reader(false);
+    Reader reader(false, columns);
     Path rp = root / "root";
     const Json& top = ExpectObject(Member(scene, "root", root), rp);
     if (Kind(scene, root) == "branch") {
@@ -179,7 +181,8 @@ CStatus ReadBranchText(const std::string& text, const std::string& fileName,
                        const std::shared_ptr<X3D>& parent, std::shared_ptr<X3D>& out) {
   out.reset();
   Json doc;
-  CStatus status = ParseDocument(text, fileName, doc);
+  Columns columns;
+  CStatus status = ParseDocument(text, fileName, doc, columns);
   if (!status.Succeeded()) return status;
   // The branch is built under a holder outside the scene and moved under `parent` only when
   // it is complete.
@@ -188,7 +191,7 @@ CStatus ReadBranchText(const std::string& text, const std::string& fileName,
   try {
     Path root{nullptr, "scene", 0};
     const Json& scene = ExpectObject(Member(doc, "scene", Path{}), root);
-    Reader reader(true);
+    Reader reader(true, columns);
     Path rp = root / "root";
     const Json& topJson = ExpectObject(Member(scene, "root", root), rp);
     std::wstring fullName = L"Scene_Root";

@@ -254,7 +254,15 @@ class Writer {
 
 void PrintString(const std::string& s, std::string& out) {
   out += '"';
-  for (char c : s) {
+  // Most text needs no escape (number columns never do): copy it in one piece.
+  size_t plain = 0;
+  while (plain < s.size()) {
+    auto u = static_cast<unsigned char>(s[plain]);
+    if (u < 0x20 || u == '"' || u == '\\') break;
+    ++plain;
+  }
+  out.append(s, 0, plain);
+  for (char c : std::string_view(s).substr(plain)) {
     auto u = static_cast<unsigned char>(c);
     if (c == '"' || c == '\\') {
       out += '\\';
@@ -403,12 +411,26 @@ void Print(const Json& j, int depth, std::string& out) {
   }
 }
 
+// About the printed size of `j`, so that the text is allocated once rather than regrown (a long
+// take is tens of megabytes).
+size_t SizeHint(const Json& j) {
+  if (j.is_string()) return j.get_ref<const std::string&>().size() + 8;
+  size_t n = 24;
+  if (j.is_object()) {
+    for (const auto& [key, value] : j.items()) n += key.size() + 8 + SizeHint(value);
+  } else if (j.is_array()) {
+    for (const auto& item : j) n += SizeHint(item);
+  }
+  return n;
+}
+
 std::string Document(Json scene) {
   Json doc = Json::object();
   doc["format"] = kSceneFileFormat;
   doc["version"] = kSceneFileVersion;
   doc["scene"] = std::move(scene);
   std::string out;
+  out.reserve(SizeHint(doc));
   Print(doc, 0, out);
   out += '\n';
   return out;
