@@ -12,35 +12,31 @@ using OrderedJson = nlohmann::ordered_json;
 
 namespace {
 
-// Non-finite numbers are the words from_chars reads back.
-void AppendNumber(double v, std::string& out) {
-  if (std::isnan(v)) {
-    out += "nan";
-  } else if (std::isinf(v)) {
-    out += v > 0 ? "inf" : "-inf";
-  } else {
-    char buffer[32];
-    auto result = std::to_chars(buffer, buffer + sizeof buffer, v);
-    out.append(buffer, result.ptr);
-  }
+// Longest text of one number: "-2.2250738585072014e-308".
+constexpr size_t kNumberChars = 24;
+
+// Writes `v` at `at` (non-finite numbers as the words from_chars reads back); returns the end.
+char* PutNumber(double v, char* at) {
+  if (std::isnan(v)) return std::copy_n("nan", 3, at);
+  if (std::isinf(v)) return v > 0 ? std::copy_n("inf", 3, at) : std::copy_n("-inf", 4, at);
+  return std::to_chars(at, at + kNumberChars, v).ptr;
 }
 
-void AppendFloat(float v, std::string& out) {
-  char buffer[32];
-  auto result = std::to_chars(buffer, buffer + sizeof buffer, v);
-  out.append(buffer, result.ptr);
-}
+char* PutFloat(float v, char* at) { return std::to_chars(at, at + kNumberChars, v).ptr; }
 
-// One column as numbers separated by single spaces; `item(i, out)` appends item i.
-template <class Item>
-std::string Column(size_t n, Item item) {
-  std::string out;
-  out.reserve(n * 10);
+// One column as numbers separated by single spaces; `put(i, at)` writes item i at `at` and
+// returns its end. The text is made in a buffer of the largest size it can take, kept from one
+// column to the next, so that a long take costs no appends and no fresh memory per curve.
+template <class Put>
+std::string Column(size_t n, Put put) {
+  thread_local std::vector<char> buffer;
+  if (buffer.size() < n * (kNumberChars + 1)) buffer.resize(n * (kNumberChars + 1));
+  char* at = buffer.data();
   for (size_t i = 0; i < n; ++i) {
-    if (i > 0) out += ' ';
-    item(i, out);
+    if (i > 0) *at++ = ' ';
+    at = put(i, at);
   }
-  return out;
+  return std::string(buffer.data(), at);
 }
 
 OrderedJson KeyByKey(const FCurveKeys& keys) {
@@ -65,14 +61,13 @@ void ByColumns(const FCurveKeys& keys, OrderedJson& out) {
     out["start"] = NumberJson(start);
     out["step"] = NumberJson(step);
   } else {
-    out["frames"] = Column(n, [&](size_t i, std::string& s) { AppendNumber(keys.Frame(i), s); });
+    out["frames"] = Column(n, [&](size_t i, char* at) { return PutNumber(keys.Frame(i), at); });
   }
   if (keys.FloatValues()) {
-    out["floatValues"] = Column(n, [&](size_t i, std::string& s) {
-      AppendFloat(static_cast<float>(keys.Value(i)), s);
-    });
+    out["floatValues"] = Column(
+        n, [&](size_t i, char* at) { return PutFloat(static_cast<float>(keys.Value(i)), at); });
   } else {
-    out["values"] = Column(n, [&](size_t i, std::string& s) { AppendNumber(keys.Value(i), s); });
+    out["values"] = Column(n, [&](size_t i, char* at) { return PutNumber(keys.Value(i), at); });
   }
   int code = 0;
   if (keys.CommonInterpolation(code)) {
@@ -94,6 +89,12 @@ void ByColumns(const FCurveKeys& keys, OrderedJson& out) {
 
 }  // namespace
 
+OrderedJson NewObject() {
+  OrderedJson out = OrderedJson::object();
+  out.get_ref<OrderedJson::object_t&>().reserve(16);
+  return out;
+}
+
 OrderedJson NumberJson(double v) {
   if (std::isfinite(v)) return OrderedJson(v);
   if (std::isnan(v)) return OrderedJson("nan");
@@ -103,7 +104,7 @@ OrderedJson NumberJson(double v) {
 OrderedJson FCurveToJson(const FCurveObject& curve) {
   std::shared_ptr<FCurveObject> settled = curve.editDepth > 0 ? curve.Clone() : nullptr;
   const FCurveKeys& keys = settled ? settled->keys : curve.keys;
-  OrderedJson out = OrderedJson::object();
+  OrderedJson out = NewObject();
   out["interpolation"] = curve.interpolation;
   if (keys.size() <= kKeysPerKeyForm) {
     out["keys"] = KeyByKey(keys);

@@ -24,6 +24,11 @@ namespace Zyra::rt {
 // Longest curve written key by key.
 inline constexpr size_t kKeysPerKeyForm = 8;
 
+// An empty JSON object with room for every member the writer gives one. Members live in a
+// vector, and a member type that cannot move without throwing makes a growing object copy what
+// it holds: without the room a model's object would copy its whole animation at every new key.
+nlohmann::ordered_json NewObject();
+
 // A finite double as a JSON number, the others as the strings "inf", "-inf" and "nan".
 nlohmann::ordered_json NumberJson(double v);
 

@@ -80,7 +80,7 @@ class Writer {
   explicit Writer(const BranchWriteOptions& options) : options_(options) {}
 
   Json ParamJson(const Parameter& p) const {
-    Json out = Json::object();
+    Json out = NewObject();
     out["name"] = Utf8(p.name);
     out["type"] = static_cast<int>(p.valueType);
     bool keepCurve = p.fcurve && options_.animation;
@@ -118,7 +118,7 @@ class Writer {
   }
 
   Json PropertyJson(const Property& p) const {
-    Json out = Json::object();
+    Json out = NewObject();
     out["name"] = Utf8(p.name);
     out["class"] = static_cast<int>(p.classId);
     out["type"] = Utf8(p.type);
@@ -130,7 +130,7 @@ class Writer {
   // Containers, tracks and whatever else hangs in a mixer or a pass list: class, type, name,
   // parameters, properties and, for containers, their items.
   Json Generic(const Object& o) const {
-    Json out = Json::object();
+    Json out = NewObject();
     out["class"] = static_cast<int>(o.classId);
     out["type"] = Utf8(o.type);
     out["name"] = Utf8(o.name);
@@ -144,12 +144,12 @@ class Writer {
   }
 
   Json Source(const ActionSourceObject& source) const {
-    Json out = Json::object();
+    Json out = NewObject();
     out["name"] = Utf8(source.name);
     ParamsAndProperties(source, out);
     Json items = Json::array();
     for (const auto& item : source.items) {
-      Json j = Json::object();
+      Json j = NewObject();
       j["target"] = Utf8(item->target);
       ParamsAndProperties(*item, j);
       if (item->fcurve) {
@@ -164,12 +164,12 @@ class Writer {
   }
 
   Json PrimitiveJson(const rt::Primitive& primitive) const {
-    Json out = Json::object();
+    Json out = NewObject();
     out["type"] = Utf8(primitive.type);
     out["name"] = Utf8(primitive.name);
     ParamsAndProperties(primitive, out);
     if (const auto& g = primitive.geometry) {
-      Json geometry = Json::object();
+      Json geometry = NewObject();
       geometry["name"] = Utf8(g->name);
       geometry["class"] = static_cast<int>(g->classId);
       geometry["mesh"] = g->isMesh;
@@ -183,7 +183,7 @@ class Writer {
   }
 
   Json EnvelopeJson(const Envelope& envelope) const {
-    Json out = Json::object();
+    Json out = NewObject();
     out["name"] = Utf8(envelope.name);
     ParamsAndProperties(envelope, out);
     Json deformers = Json::array();
@@ -210,7 +210,7 @@ class Writer {
   }
 
   Json X3DJson(const X3D& o) const {
-    Json out = Json::object();
+    Json out = NewObject();
     out["class"] = static_cast<int>(o.classId);
     out["type"] = Utf8(o.type);
     out["name"] = Utf8(o.name);
@@ -425,7 +425,7 @@ size_t SizeHint(const Json& j) {
 }
 
 std::string Document(Json scene) {
-  Json doc = Json::object();
+  Json doc = NewObject();
   doc["format"] = kSceneFileFormat;
   doc["version"] = kSceneFileVersion;
   doc["scene"] = std::move(scene);
@@ -440,7 +440,7 @@ std::string Document(Json scene) {
 
 std::string WriteSceneText(const Scene& scene) {
   Writer writer{BranchWriteOptions{}};
-  Json out = Json::object();
+  Json out = NewObject();
   out["kind"] = "scene";
   out["root"] = writer.X3DJson(*scene.root);
   out["currentPass"] = Utf8(scene.currentPass);
@@ -449,7 +449,7 @@ std::string WriteSceneText(const Scene& scene) {
   out["passes"] = std::move(passes);
   Json groups = Json::array();
   for (const auto& item : scene.groups->items) {
-    Json g = Json::object();
+    Json g = NewObject();
     g["name"] = Utf8(item->name);
     writer.ParamsAndProperties(*item, g);
     Json members = Json::array();
@@ -471,7 +471,7 @@ std::string WriteSceneText(const Scene& scene) {
 
 std::string WriteBranchText(const X3D& top, const BranchWriteOptions& options) {
   Writer writer(options);
-  Json out = Json::object();
+  Json out = NewObject();
   out["kind"] = "branch";
   out["fullName"] = Utf8(top.FullName());
   out["root"] = writer.X3DJson(top);
