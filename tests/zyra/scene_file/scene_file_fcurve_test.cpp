@@ -1,6 +1,6 @@
 // Function curves in scene files: long curves of every storage form survive save and open key
 // for key and give the same bytes again, in the column form; a file that keys a long curve key
-// by key still opens; malformed columns are refused at the item at fault.
+// by key still opens; malformed columns are refused at the item at fault; long ones show progress.
 #include "scene_file/scene_file_fcurve.h"
 
 #include <gtest/gtest.h>
@@ -13,6 +13,7 @@
 
 #include "host.h"
 #include "scene_file/scene_file.h"
+#include "scene_file/scene_file_progress.h"
 
 namespace {
 
@@ -99,6 +100,31 @@ TEST_F(SceneFileFCurve, LongCurvesRoundTripByColumnsWithTheSameBytes) {
   }
   ASSERT_TRUE(rt::SaveSceneFile(path_).Succeeded());
   EXPECT_EQ(ReadBytes(path_), first);
+}
+
+// A take of a million keys shows a bar while it saves and while it opens, and it ends full and
+// hidden; a small scene shows none.
+TEST_F(SceneFileFCurve, LongSavesAndOpensShowProgress) {
+  auto& runs = rt::Host::Get().ui().progressRuns;
+  runs.clear();
+  ASSERT_TRUE(rt::SaveSceneFile(path_).Succeeded());
+  ASSERT_TRUE(rt::OpenSceneFile(path_).Succeeded());
+  EXPECT_TRUE(runs.empty());
+  auto ball = rt::CreateX3D(rt::Host::Get().scene().root, Zyra::siX3DObjectID, L"null", L"Ball");
+  std::vector<double> frames(rt::kProgressFrom), values(rt::kProgressFrom, 0.5);
+  for (size_t i = 0; i < frames.size(); ++i) frames[i] = static_cast<double>(i);
+  ball->local->FindParam(L"posx")->AddFCurve()->keys.Assign(frames.data(), values.data(),
+                                                             frames.size(), 0);
+  ASSERT_TRUE(rt::SaveSceneFile(path_).Succeeded());
+  ASSERT_TRUE(rt::OpenSceneFile(path_).Succeeded());
+  const std::string name = path_.substr(path_.rfind('/') + 1);
+  ASSERT_EQ(runs.size(), 2u);
+  for (size_t r = 0; r < 2; ++r) {
+    ASSERT_FALSE(runs[r].captions.empty());
+    EXPECT_EQ(Zyra::ToUtf8(runs[r].captions.back()), (r == 0 ? "Saving " : "Opening ") + name);
+    EXPECT_EQ(runs[r].value, runs[r].maximum);
+    EXPECT_FALSE(runs[r].visible);
+  }
 }
 
 TEST_F(SceneFileFCurve, AFileKeyedKeyByKeyStillOpens) {

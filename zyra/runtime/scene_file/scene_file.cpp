@@ -1,6 +1,7 @@
 // Scene files on disk: atomic writes, whole-file reads, opening and saving the scene, exporting
 // and importing branches.
 #include "scene_file.h"
+#include "scene_file_progress.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -80,8 +81,28 @@ void SwapInScene(Scene scene) {
   DestroySceneObjects(old);
 }
 
+namespace {
+
+size_t CountKeys(const Object& object) {
+  size_t n = 0;
+  if (object.classId == siFCurveID) n += static_cast<const FCurveObject&>(object).keys.size();
+  object.ForEachOwned([&n](const std::shared_ptr<Object>& o) { n += CountKeys(*o); });
+  return n;
+}
+
+std::wstring FileName(const std::string& path) { return FromUtf8(path.substr(path.rfind('/') + 1)); }
+
+}  // namespace
+
 CStatus SaveSceneFile(const std::string& path) {
-  return WriteFileAtomically(path, WriteSceneText(Host::Get().scene()));
+  const Scene& scene = Host::Get().scene();
+  // Making the text takes about as long as writing it: half the bar each.
+  const size_t keys = CountKeys(*scene.root);
+  FileProgress progress(L"Saving " + FileName(path), 2 * keys);
+  std::string text = WriteSceneText(scene, [&progress](size_t n) { progress.Advance(n); });
+  CStatus status = WriteFileAtomically(path, text);
+  progress.Advance(keys);
+  return status;
 }
 
 CStatus OpenSceneFile(const std::string& path) {

@@ -124,6 +124,7 @@ template <class T, class Parse>
 std::vector<T> ReadColumn(const Json& j, const Path& p, const Columns& columns, Parse parse) {
   if (!j.is_string()) Fail(p, "expected a string of numbers, found " + Describe(j));
   const std::string_view text = ColumnText(j, columns);
+  if (columns.progress) columns.progress(text.size());
   std::vector<T> out;
   if (text.empty()) return out;
   out.reserve(static_cast<size_t>(std::count(text.begin(), text.end(), ' ')) + 1);

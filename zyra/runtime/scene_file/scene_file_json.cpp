@@ -138,6 +138,12 @@ std::string CutColumns(const std::string& text, Columns& columns) {
 
 }  // namespace
 
+size_t Columns::Bytes() const {
+  size_t n = 0;
+  for (std::string_view item : items) n += item.size();
+  return n;
+}
+
 std::string_view ColumnText(const Json& j, const Columns& columns) {
   const std::string& s = j.get_ref<const std::string&>();
   if (s.empty() || s[0] != '\0') return s;

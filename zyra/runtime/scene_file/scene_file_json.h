@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
@@ -49,6 +50,9 @@ struct FormatError {
 // stay in the file's text. `ColumnText` gives a column element's text either way.
 struct Columns {
   std::vector<std::string_view> items;  // views into the text that was parsed
+  // Called with each column's size as it is read (for a progress bar); may be empty.
+  std::function<void(size_t bytes)> progress;
+  size_t Bytes() const;
 };
 std::string_view ColumnText(const Json& j, const Columns& columns);
 

@@ -2,6 +2,7 @@
 // passes, groups, play control, preferences, export options) or a branch, and hands the complete
 // graph over only when everything read and resolved.
 #include "scene_file.h"
+#include "scene_file_progress.h"
 #include "scene_file_reader.h"
 
 namespace Zyra::rt {
@@ -88,6 +89,9 @@ CStatus ReadSceneText(const std::string& text, const std::string& fileName, Scen
   Columns columns;
   CStatus status = ParseDocument(text, fileName, doc, columns);
   if (!status.Succeeded()) return status;
+  FileProgress progress(L"Opening " + FromUtf8(fileName.substr(fileName.rfind('/') + 1)),
+                        columns.Bytes());
+  columns.progress = [&progress](size_t n) { progress.Advance(n); };
   // A default scene, made by the host and taken away from it at once: the file's content is
   // merged into it while the open scene stays in place.
   Host& host = Host::Get();

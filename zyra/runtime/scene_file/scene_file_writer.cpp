@@ -79,6 +79,11 @@ class Writer {
  public:
   explicit Writer(const BranchWriteOptions& options) : options_(options) {}
 
+  Json Curve(const FCurveObject& curve) const {
+    if (options_.progress) options_.progress(curve.keys.size());
+    return FCurveToJson(curve);
+  }
+
   Json ParamJson(const Parameter& p) const {
     Json out = NewObject();
     out["name"] = Utf8(p.name);
@@ -97,7 +102,7 @@ class Writer {
     out["capabilities"] = p.capabilities;
     out["label"] = Utf8(p.label);
     out["description"] = Utf8(p.description);
-    if (keepCurve) out["fcurve"] = FCurveToJson(*p.fcurve);
+    if (keepCurve) out["fcurve"] = Curve(*p.fcurve);
     return out;
   }
 
@@ -153,7 +158,7 @@ class Writer {
       j["target"] = Utf8(item->target);
       ParamsAndProperties(*item, j);
       if (item->fcurve) {
-        j["fcurve"] = FCurveToJson(*item->fcurve);
+        j["fcurve"] = Curve(*item->fcurve);
       } else {
         j["value"] = EncodeValue(item->staticValue);
       }
@@ -438,8 +443,10 @@ std::string Document(Json scene) {
 
 }  // namespace
 
-std::string WriteSceneText(const Scene& scene) {
-  Writer writer{BranchWriteOptions{}};
+std::string WriteSceneText(const Scene& scene, const std::function<void(size_t keys)>& progress) {
+  BranchWriteOptions options;
+  options.progress = progress;
+  Writer writer(options);
   Json out = NewObject();
   out["kind"] = "scene";
   out["root"] = writer.X3DJson(*scene.root);
