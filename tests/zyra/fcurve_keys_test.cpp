@@ -102,7 +102,8 @@ TEST(FCurveKeys, EditsWidenColumnsWithoutLosingAKey) {
           k.interpolation = static_cast<int>(rng() % 4);
           break;
         case 2:
-          k = rng() % 2 ? WithTangents(k, 1 + static_cast<double>(rng() % 5)) : Key(k.frame, k.value, k.interpolation);
+          k = rng() % 2 ? WithTangents(k, 1 + static_cast<double>(rng() % 5))
+                        : Key(k.frame, k.value, k.interpolation);
           break;
         case 3: {  // a key just before key i, off the grid
           FCurveKey inserted = WithTangents(Key(model[i].frame - 0.25, -1), 0.5);
@@ -113,7 +114,8 @@ TEST(FCurveKeys, EditsWidenColumnsWithoutLosingAKey) {
         case 4: {
           size_t last = std::min(model.size(), i + 1 + rng() % 3);
           if (last - i == model.size()) continue;
-          model.erase(model.begin() + static_cast<long>(i), model.begin() + static_cast<long>(last));
+          model.erase(model.begin() + static_cast<long>(i),
+                      model.begin() + static_cast<long>(last));
           keys.Erase(i, last);
           continue;
         }
@@ -152,8 +154,10 @@ TEST(FCurveKeys, SearchesAgreeWithABinarySearch) {
       probes.push_back(std::nextafter(frames[i], inf));
     }
     for (double f : probes) {
-      size_t lower = static_cast<size_t>(std::lower_bound(frames.begin(), frames.end(), f) - frames.begin());
-      size_t upper = static_cast<size_t>(std::upper_bound(frames.begin(), frames.end(), f) - frames.begin());
+      size_t lower =
+          static_cast<size_t>(std::lower_bound(frames.begin(), frames.end(), f) - frames.begin());
+      size_t upper =
+          static_cast<size_t>(std::upper_bound(frames.begin(), frames.end(), f) - frames.begin());
       EXPECT_EQ(keys.LowerBound(f), lower) << "start " << g.start << " frame " << f;
       EXPECT_EQ(keys.UpperBound(f), upper) << "start " << g.start << " frame " << f;
     }

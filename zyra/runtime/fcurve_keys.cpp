@@ -190,9 +190,10 @@ void FCurveKeys::Erase(size_t first, size_t last) {
   cut(codes_);
   count_ -= n;
   if (even_ && count_ < 2) step_ = 0;
-  tangents_.erase(std::remove_if(tangents_.begin(), tangents_.end(),
-                                 [&](const KeyTangents& t) { return t.key >= first && t.key < last; }),
-                  tangents_.end());
+  tangents_.erase(
+      std::remove_if(tangents_.begin(), tangents_.end(),
+                     [&](const KeyTangents& t) { return t.key >= first && t.key < last; }),
+      tangents_.end());
   for (KeyTangents& t : tangents_) t.key -= t.key >= last ? n : 0;
   if (count_ == 0) Clear();
 }
@@ -211,7 +212,8 @@ void FCurveKeys::Assign(const double* frames, const double* values, size_t n, in
   const double start = n > 0 ? frames[0] : 0.0;
   const double step = n >= 2 ? frames[1] - frames[0] : 0.0;
   for (size_t i = 0; even && i < n; ++i) {
-    even = start + step * static_cast<double>(i) == frames[i] && (i == 0 || frames[i] > frames[i - 1]);
+    even =
+        start + step * static_cast<double>(i) == frames[i] && (i == 0 || frames[i] > frames[i - 1]);
   }
   if (even || n < 2) {
     AssignEven(start, step, values, n, code);

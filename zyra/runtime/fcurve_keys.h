@@ -59,9 +59,16 @@ class KeyField {
 // A whole key of the columns, with fields named like FCurveKey's.
 struct KeyRef {
   KeyRef(FCurveKeys* keys, size_t i)
-      : frame(keys, i), value(keys, i), interpolation(keys, i), leftTanX(keys, i),
-        leftTanY(keys, i), rightTanX(keys, i), rightTanY(keys, i), hasTangents(keys, i),
-        keys_(keys), index_(i) {}
+      : frame(keys, i),
+        value(keys, i),
+        interpolation(keys, i),
+        leftTanX(keys, i),
+        leftTanY(keys, i),
+        rightTanX(keys, i),
+        rightTanY(keys, i),
+        hasTangents(keys, i),
+        keys_(keys),
+        index_(i) {}
   operator FCurveKey() const;  // NOLINT
   KeyRef& operator=(const FCurveKey& key);
 
@@ -89,7 +96,9 @@ class FCurveKeys {
   size_t size() const { return count_; }
   bool empty() const { return count_ == 0; }
 
-  double Frame(size_t i) const { return even_ ? start_ + step_ * static_cast<double>(i) : frames_[i]; }
+  double Frame(size_t i) const {
+    return even_ ? start_ + step_ * static_cast<double>(i) : frames_[i];
+  }
   double Value(size_t i) const { return wide_ ? doubles_[i] : static_cast<double>(floats_[i]); }
   int Interpolation(size_t i) const { return codes_.empty() ? common_ : codes_[i]; }
   // Key i's tangents; null when it has none.

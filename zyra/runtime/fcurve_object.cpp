@@ -2,9 +2,9 @@
 //
 // Keys stay sorted by frame with one key per frame, except between BeginEdit and EndEdit where
 // AddKey only appends; EndEdit restores the order. On evenly spaced keys the segment of a frame
-// is found by a division, otherwise by a binary search (see FCurveKeys). Cubic segments are Hermite segments whose end
-// slopes come from the keys' own tangents when they have them and from their neighbours
-// (Catmull-Rom, one-sided at the curve's ends) otherwise.
+// is found by a division, otherwise by a binary search (see FCurveKeys). Cubic segments are Hermite
+// segments whose end slopes come from the keys' own tangents when they have them and from their
+// neighbours (Catmull-Rom, one-sided at the curve's ends) otherwise.
 #include <algorithm>
 #include <cmath>
 
@@ -69,8 +69,8 @@ Sample EvaluateSegment(const FCurveObject& curve, size_t i, double frame) {
       double m1 = InSlope(keys, i + 1) * h;
       double t2 = t * t;
       double t3 = t2 * t;
-      double value = (2 * t3 - 3 * t2 + 1) * v0 + (t3 - 2 * t2 + t) * m0 +
-                     (-2 * t3 + 3 * t2) * v1 + (t3 - t2) * m1;
+      double value = (2 * t3 - 3 * t2 + 1) * v0 + (t3 - 2 * t2 + t) * m0 + (-2 * t3 + 3 * t2) * v1 +
+                     (t3 - t2) * m1;
       double derivative = (6 * t2 - 6 * t) * v0 + (3 * t2 - 4 * t + 1) * m0 +
                           (-6 * t2 + 6 * t) * v1 + (3 * t2 - 2 * t) * m1;
       return {value, derivative / h};
@@ -218,7 +218,8 @@ std::shared_ptr<FCurveObject> FCurveObject::CloneRange(double from, double to) c
   if (cutLeft) cut(from, lo - 1);
   for (size_t i = lo; i < hi; ++i) {
     bool end = (i == lo && trimmedLeft) || (i + 1 == hi && trimmedRight);
-    if (end && !keys.TangentsOf(i)) fixes.push_back({out.size(), InSlope(keys, i), OutSlope(keys, i)});
+    if (end && !keys.TangentsOf(i))
+      fixes.push_back({out.size(), InSlope(keys, i), OutSlope(keys, i)});
     out.PushBack(keys.Get(i));
   }
   if (cutRight && (out.empty() || out.Frame(out.size() - 1) != to)) cut(to, hi - 1);

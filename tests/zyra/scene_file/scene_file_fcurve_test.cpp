@@ -92,7 +92,8 @@ TEST_F(SceneFileFCurve, LongCurvesRoundTripByColumnsWithTheSameBytes) {
     ASSERT_EQ(read.size(), written[c].size());
     for (size_t i = 0; i < read.size(); ++i) {
       const rt::FCurveKey &a = read[i], &b = written[c][i];
-      EXPECT_TRUE(a.frame == b.frame && a.value == b.value && std::signbit(a.value) == std::signbit(b.value) &&
+      EXPECT_TRUE(a.frame == b.frame && a.value == b.value &&
+                  std::signbit(a.value) == std::signbit(b.value) &&
                   a.interpolation == b.interpolation && a.hasTangents == b.hasTangents &&
                   a.rightTanY == b.rightTanY)
           << "key " << i;
@@ -114,7 +115,7 @@ TEST_F(SceneFileFCurve, LongSavesAndOpensShowProgress) {
   std::vector<double> frames(rt::kProgressFrom), values(rt::kProgressFrom, 0.5);
   for (size_t i = 0; i < frames.size(); ++i) frames[i] = static_cast<double>(i);
   ball->local->FindParam(L"posx")->AddFCurve()->keys.Assign(frames.data(), values.data(),
-                                                             frames.size(), 0);
+                                                            frames.size(), 0);
   ASSERT_TRUE(rt::SaveSceneFile(path_).Succeeded());
   ASSERT_TRUE(rt::OpenSceneFile(path_).Succeeded());
   const std::string name = path_.substr(path_.rfind('/') + 1);
@@ -143,27 +144,36 @@ TEST_F(SceneFileFCurve, BadColumnsAreRefusedAtTheItem) {
     const char* curve;
     const char* message;
   };
-  for (const Case& c : {
-           Case{R"({"interpolation": 2, "start": 0, "step": 1, "values": "1 2 x", "keyInterpolation": 0})",
-                "at c.values[2]: expected a number, found \"x\""},
-           Case{R"({"interpolation": 2, "start": 0, "step": 1, "values": "1 1e999", "keyInterpolation": 0})",
-                "at c.values[1]: number 1e999 out of range"},
-           Case{R"({"interpolation": 2, "frames": "0 2 2", "values": "1 2 3", "keyInterpolation": 0})",
-                "at c.frames[2]: keys must be in increasing frame order"},
-           Case{R"({"interpolation": 2, "frames": "0 2", "floatValues": "1 2 3", "keyInterpolation": 0})",
-                "at c.frames: 2 frames for 3 values"},
-           Case{R"({"interpolation": 2, "start": 0, "step": 0, "values": "1 2", "keyInterpolation": 0})",
-                "at c.step: the step must be a positive number"},
-           Case{R"({"interpolation": 2, "start": 1e300, "step": 1, "values": "1 2", "keyInterpolation": 0})",
-                "at c.step: keys must be in increasing frame order"},
-           Case{R"({"interpolation": 2, "start": 0, "step": 1, "values": "1 2", "keyInterpolations": "04"})",
-                "at c.keyInterpolations[1]: a key interpolation is 0, 1, 2 or 3"},
-           Case{R"({"interpolation": 2, "start": 0, "step": 1, "values": "1 2", "keyInterpolation": 0,
+  for (
+      const Case& c : {
+          Case{
+              R"({"interpolation": 2, "start": 0, "step": 1, "values": "1 2 x", "keyInterpolation": 0})",
+              "at c.values[2]: expected a number, found \"x\""},
+          Case{
+              R"({"interpolation": 2, "start": 0, "step": 1, "values": "1 1e999", "keyInterpolation": 0})",
+              "at c.values[1]: number 1e999 out of range"},
+          Case{
+              R"({"interpolation": 2, "frames": "0 2 2", "values": "1 2 3", "keyInterpolation": 0})",
+              "at c.frames[2]: keys must be in increasing frame order"},
+          Case{
+              R"({"interpolation": 2, "frames": "0 2", "floatValues": "1 2 3", "keyInterpolation": 0})",
+              "at c.frames: 2 frames for 3 values"},
+          Case{
+              R"({"interpolation": 2, "start": 0, "step": 0, "values": "1 2", "keyInterpolation": 0})",
+              "at c.step: the step must be a positive number"},
+          Case{
+              R"({"interpolation": 2, "start": 1e300, "step": 1, "values": "1 2", "keyInterpolation": 0})",
+              "at c.step: keys must be in increasing frame order"},
+          Case{
+              R"({"interpolation": 2, "start": 0, "step": 1, "values": "1 2", "keyInterpolations": "04"})",
+              "at c.keyInterpolations[1]: a key interpolation is 0, 1, 2 or 3"},
+          Case{
+              R"({"interpolation": 2, "start": 0, "step": 1, "values": "1 2", "keyInterpolation": 0,
                     "tangents": [[2, 0, 0, 0, 0]]})",
-                "at c.tangents[0][0]: integer 2 out of range 0..1"},
-           Case{R"({"interpolation": 2, "start": 0, "step": 1, "keyInterpolation": 0})",
-                "at c: a curve has either \"values\" or \"floatValues\""},
-       }) {
+              "at c.tangents[0][0]: integer 2 out of range 0..1"},
+          Case{R"({"interpolation": 2, "start": 0, "step": 1, "keyInterpolation": 0})",
+               "at c: a curve has either \"values\" or \"floatValues\""},
+      }) {
     rt::scene_reading::Path root;
     rt::scene_reading::Path at = root / "c";
     try {

@@ -1,7 +1,6 @@
 // Scene files on disk: atomic writes, whole-file reads, opening and saving the scene, exporting
 // and importing branches.
 #include "scene_file.h"
-#include "scene_file_progress.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,6 +8,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+
+#include "scene_file_progress.h"
 
 namespace Zyra::rt {
 
@@ -90,7 +91,9 @@ size_t CountKeys(const Object& object) {
   return n;
 }
 
-std::wstring FileName(const std::string& path) { return FromUtf8(path.substr(path.rfind('/') + 1)); }
+std::wstring FileName(const std::string& path) {
+  return FromUtf8(path.substr(path.rfind('/') + 1));
+}
 
 }  // namespace
 

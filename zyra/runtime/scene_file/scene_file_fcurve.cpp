@@ -191,7 +191,8 @@ void ReadColumns(const Json& j, const Path& p, const Columns& columns, FCurveObj
   if (doubles) {
     values = ReadColumn<double>(*doubles, p / "values", columns, FromChars<double>);
   } else {
-    std::vector<float> single = ReadColumn<float>(*floats, p / "floatValues", columns, FromChars<float>);
+    std::vector<float> single =
+        ReadColumn<float>(*floats, p / "floatValues", columns, FromChars<float>);
     values.assign(single.begin(), single.end());
   }
   const size_t n = values.size();
@@ -209,7 +210,8 @@ void ReadColumns(const Json& j, const Path& p, const Columns& columns, FCurveObj
       if (codes[i] < '0' || codes[i] > '3') Fail(cp[i], "a key interpolation is 0, 1, 2 or 3");
     }
   } else {
-    code = static_cast<int>(ReadInt(Member(j, "keyInterpolation", p), p / "keyInterpolation", 0, 3));
+    code =
+        static_cast<int>(ReadInt(Member(j, "keyInterpolation", p), p / "keyInterpolation", 0, 3));
   }
 
   if (const Json* v = Find(j, "frames")) {
@@ -220,7 +222,8 @@ void ReadColumns(const Json& j, const Path& p, const Columns& columns, FCurveObj
     }
     for (size_t i = 0; i < n; ++i) {
       if (!std::isfinite(frames[i])) Fail(fp[i], "a key frame must be finite");
-      if (i > 0 && !(frames[i - 1] < frames[i])) Fail(fp[i], "keys must be in increasing frame order");
+      if (i > 0 && !(frames[i - 1] < frames[i]))
+        Fail(fp[i], "keys must be in increasing frame order");
     }
     curve.keys.Assign(frames.data(), values.data(), n, code);
   } else {

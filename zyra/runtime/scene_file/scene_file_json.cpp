@@ -44,7 +44,8 @@ class TrackingParser {
     stack_.pop_back();
     return Scalar(dom_.end_array());
   }
-  bool parse_error(size_t position, const std::string& token, const nlohmann::detail::exception& e) {
+  bool parse_error(size_t position, const std::string& token,
+                   const nlohmann::detail::exception& e) {
     if (e.id == 406) OutOfRange("number", token);  // overflow of a double
     syntax_ = e.what();
     size_t bracket = syntax_.find("] ");
@@ -85,7 +86,6 @@ class TrackingParser {
   std::vector<Level> stack_;
   std::string syntax_;
 };
-
 
 bool Parse(const std::string& text, Json& doc, std::string& syntaxError) {
   TrackingParser parser(doc);
