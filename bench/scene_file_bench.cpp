@@ -9,7 +9,7 @@
 
 #include "host.h"
 #include "model.h"
-#include "scene_file.h"
+#include "scene_file/scene_file.h"
 
 using namespace Zyra;
 
@@ -40,7 +40,7 @@ void BuildScene() {
           rt::FCurveKey key;
           key.frame = k * 2.0 + 1.0;
           key.value = 0.37 * m + 0.011 * n + 0.5 * std::sin(0.3 * k + channel);
-          curve->keys.push_back(key);
+          curve->keys.PushBack(key);
         }
         ++channel;
       }

@@ -11,7 +11,7 @@
 #include <string>
 
 #include "host.h"
-#include "scene_file.h"
+#include "scene_file/scene_file.h"
 
 namespace {
 

@@ -102,10 +102,10 @@ CStatus RemoveKey(const CValueArray& args, CValue& result) {
       return ArgError(kCmd, param->FullName() + L" has no key at frame " +
                                 CValue(frame).GetAsText().Wide() + L".");
     }
-    param->fcurve->keys.erase(param->fcurve->keys.begin() + index);
+    param->fcurve->keys.Erase(static_cast<size_t>(index), static_cast<size_t>(index) + 1);
     removed = 1;
   } else {
-    param->fcurve->keys.clear();
+    param->fcurve->keys.Clear();
   }
   // A curve without keys drives nothing: drop it so the static value shows.
   if (param->fcurve->keys.empty()) Destroy(param->fcurve);
@@ -187,7 +187,8 @@ CStatus StoreAction(const CValueArray& args, CValue& result) {
       item->staticValue = s.param->Evaluate(now);
     } else if (s.param->fcurve && !s.param->fcurve->keys.empty()) {
       const FCurveObject& curve = *s.param->fcurve;
-      bool inside = curve.editDepth == 0 && start <= curve.keys.front().frame && curve.keys.back().frame <= end;
+      bool inside = curve.editDepth == 0 && start <= curve.keys.Frame(0) &&
+                    curve.keys.Frame(curve.keys.size() - 1) <= end;
       if (remove && inside) {
         // The parameter gives its curve up anyway: the keys move instead of being copied, which
         // keeps storing a long take (millions of keys) cheap. The emptied curve is removed below.

@@ -63,19 +63,19 @@ long FCurve::GetKeyCount() const {
 CTime FCurve::GetKeyTime(long index) const {
   auto curve = CurveOf(ref_);
   if (!curve || index < 0 || index >= static_cast<long>(curve->keys.size())) return CTime(0.0);
-  return CTime(curve->keys[static_cast<size_t>(index)].frame);
+  return CTime(curve->keys.Frame(static_cast<size_t>(index)));
 }
 
 CValue FCurve::GetKeyValue(long index) const {
   auto curve = CurveOf(ref_);
   if (!curve || index < 0 || index >= static_cast<long>(curve->keys.size())) return CValue();
-  return CValue(curve->keys[static_cast<size_t>(index)].value);
+  return CValue(curve->keys.Value(static_cast<size_t>(index)));
 }
 
 int FCurve::GetKeyInterpolation(long index) const {
   auto curve = CurveOf(ref_);
   if (!curve || index < 0 || index >= static_cast<long>(curve->keys.size())) return -1;
-  return curve->keys[static_cast<size_t>(index)].interpolation;
+  return curve->keys.Interpolation(static_cast<size_t>(index));
 }
 
 long FCurve::GetKeyIndex(const CTime& time) const {
@@ -147,7 +147,7 @@ CStatus FCurve::RemoveKeyAtIndex(long index) {
                                                  std::to_wstring(index) + L" (it has " +
                                                  std::to_wstring(curve->keys.size()) + L").");
   }
-  curve->keys.erase(curve->keys.begin() + index);
+  curve->keys.Erase(static_cast<size_t>(index), static_cast<size_t>(index) + 1);
   return CStatus::OK;
 }
 
@@ -188,19 +188,19 @@ CStatus FCurve::SetKeys(const CDoubleArray& frames, const CDoubleArray& values, 
                   L" is not one of 0 (curve's), 1 constant, 2 linear, 3 cubic.");
   }
   if (curve->editDepth > 0) return refuse(L"the curve is being edited.");
-  std::vector<rt::FCurveKey> keys(static_cast<size_t>(frames.GetCount()));
-  for (long i = 0; i < frames.GetCount(); ++i) {
-    double frame = frames[i], value = values[i];
-    if (!std::isfinite(frame) || !std::isfinite(value)) return refuse(L"key " + std::to_wstring(i) + L" is not finite.");
-    if (i > 0 && !(frame > frames[i - 1])) {
+  const long n = frames.GetCount();
+  for (long i = 0; i < n; ++i) {
+    if (!std::isfinite(frames[i]) || !std::isfinite(values[i])) {
+      return refuse(L"key " + std::to_wstring(i) + L" is not finite.");
+    }
+    if (i > 0 && !(frames[i] > frames[i - 1])) {
       return refuse(L"the frames are not increasing at key " + std::to_wstring(i) + L".");
     }
-    rt::FCurveKey& key = keys[static_cast<size_t>(i)];
-    key.frame = frame;
-    key.value = value;
-    key.interpolation = keyInterpolation;
   }
-  curve->keys = std::move(keys);
+  // Straight into the curve's columns: a take keyed every frame is stored as start, step and
+  // one float a key.
+  curve->keys.Assign(frames.GetArray(), values.GetArray(), static_cast<size_t>(n),
+                     keyInterpolation);
   return CStatus::OK;
 }
 

@@ -12,6 +12,7 @@
 
 #include "zyra/core.h"
 #include "zyra/math.h"
+#include "fcurve_keys.h"
 
 namespace Zyra::rt {
 
@@ -85,15 +86,6 @@ class Container : public Object {
 // ---------------------------------------------------------------------------------------------
 // Parameters and fcurves
 
-struct FCurveKey {
-  double frame = 0;
-  double value = 0;
-  int interpolation = 0;  // 0 default (the curve's), 1 constant, 2 linear, 3 cubic
-  // Tangents as (frame offset, value offset); used for cubic keys when `hasTangents`.
-  double leftTanX = 0, leftTanY = 0, rightTanX = 0, rightTanY = 0;
-  bool hasTangents = false;
-};
-
 // The value an SDK caller passes for "no tangent given".
 inline constexpr double kUnsetTangent = 1.7976931348623157e308;
 
@@ -101,7 +93,7 @@ class FCurveObject : public Object {
  public:
   FCurveObject() : Object(siFCurveID, L"fcrv") {}
   int interpolation = 3;  // curve interpolation: 1 constant, 2 linear, 3 cubic
-  std::vector<FCurveKey> keys;  // sorted by frame, one key per frame, except inside an edit
+  FCurveKeys keys;  // sorted by frame, one key per frame, except inside an edit
   int editDepth = 0;
 
   // Adds a key or replaces the key at a frame that has one; returns the key's index (-1 while

@@ -20,7 +20,8 @@ class Reader {
  public:
   // `live`: references the file does not satisfy may name objects of the open scene (a branch
   // bound to deformers outside it); otherwise they are errors.
-  explicit Reader(bool live) : live_(live) {}
+  // `columns`: the number columns cut out of the parsed text (they live as long as the reader).
+  Reader(bool live, const Columns& columns) : live_(live), columns_(columns) {}
 
   // Builds the content of X3D object `j` into `object`, which already exists under its parent.
   // `childPrefix` is the full-name prefix of the objects in the name space of its children.
@@ -53,8 +54,6 @@ class Reader {
   // With `where` null, references decode as empty and set `refs`; with it, they resolve.
   CValue Decode(const Json& j, const Path& p, const std::string* where, bool& refs);
 
-  std::shared_ptr<FCurveObject> ReadFCurve(const Json& j, const Path& p);
-
   void ReadPrimitive(const Json& j, const Path& p, const std::shared_ptr<X3D>& object, int depth);
 
   void ReadEnvelope(const Json& j, const Path& p, const std::shared_ptr<X3D>& object, int depth);
@@ -86,6 +85,7 @@ class Reader {
 
  private:
   bool live_;
+  const Columns& columns_;
   std::vector<std::pair<std::string, std::function<void(const std::string&)>>> pending_;
   std::vector<std::function<void()>> finishers_;
 };

@@ -2,6 +2,7 @@
 // passes, groups, play control, preferences, export options) or a branch, and hands the complete
 // graph over only when everything read and resolved.
 #include "scene_file.h"
+#include "scene_file_progress.h"
 #include "scene_file_reader.h"
 
 namespace Zyra::rt {
@@ -12,17 +13,21 @@ namespace {
 
 // ---- Header and scene ---------------------------------------------------------------------------
 
+CStatus Structural(const std::string& fileName, const FormatError& e) {
+  std::string where = e.where.empty() ? std::string() : "at " + e.where + ": ";
+  return CStatus(CStatus::Fail, FromUtf8(fileName + ": " + where + e.what));
+}
+
 // Parses and checks the header; returns the "scene" object or fails with the file's name.
-CStatus ParseDocument(const std::string& text, const std::string& fileName, Json& doc) {
+CStatus ParseDocument(const std::string& text, const std::string& fileName, Json& doc,
+                      Columns& columns) {
   try {
-    doc = Json::parse(text);
-  } catch (const Json::parse_error& e) {
-    std::string message = e.what();
-    size_t bracket = message.find("] ");
-    if (message.rfind("[json.exception", 0) == 0 && bracket != std::string::npos) {
-      message.erase(0, bracket + 2);
+    std::string syntax;
+    if (!ParseJson(text, doc, syntax, columns)) {
+      return CStatus(CStatus::Fail, FromUtf8(fileName + ": not a scene file: " + syntax));
     }
-    return CStatus(CStatus::Fail, FromUtf8(fileName + ": not a scene file: " + message));
+  } catch (const FormatError& e) {
+    return Structural(fileName, e);
   }
   const Json* format = doc.is_object() ? Find(doc, "format") : nullptr;
   if (!format || !format->is_string()) {
@@ -46,11 +51,6 @@ CStatus ParseDocument(const std::string& text, const std::string& fileName, Json
                  "; this host reads " + std::to_string(kSceneFileVersion) + ")"));
   }
   return CStatus::OK;
-}
-
-CStatus Structural(const std::string& fileName, const FormatError& e) {
-  std::string where = e.where.empty() ? std::string() : "at " + e.where + ": ";
-  return CStatus(CStatus::Fail, FromUtf8(fileName + ": " + where + e.what));
 }
 
 // The branch's top object under `parent`, named `name`; its file full name is `fullName`.
@@ -86,8 +86,12 @@ std::string Kind(const Json& scene, const Path& p) {
 
 CStatus ReadSceneText(const std::string& text, const std::string& fileName, Scene& out) {
   Json doc;
-  CStatus status = ParseDocument(text, fileName, doc);
+  Columns columns;
+  CStatus status = ParseDocument(text, fileName, doc, columns);
   if (!status.Succeeded()) return status;
+  FileProgress progress(L"Opening " + FromUtf8(fileName.substr(fileName.rfind('/') + 1)),
+                        columns.Bytes());
+  columns.progress = [&progress](size_t n) { progress.Advance(n); };
   // A default scene, made by the host and taken away from it at once: the file's content is
   // merged into it while the open scene stays in place.
   Host& host = Host::Get();
@@ -99,7 +103,7 @@ CStatus ReadSceneText(const std::string& text, const std::string& fileName, Scen
   try {
     Path root{nullptr, "scene", 0};
     const Json& scene = ExpectObject(Member(doc, "scene", Path{}), root);
-    Reader reader(false);
+    Reader reader(false, columns);
     Path rp = root / "root";
     const Json& top = ExpectObject(Member(scene, "root", root), rp);
     if (Kind(scene, root) == "branch") {
@@ -181,7 +185,8 @@ CStatus ReadBranchText(const std::string& text, const std::string& fileName,
                        const std::shared_ptr<X3D>& parent, std::shared_ptr<X3D>& out) {
   out.reset();
   Json doc;
-  CStatus status = ParseDocument(text, fileName, doc);
+  Columns columns;
+  CStatus status = ParseDocument(text, fileName, doc, columns);
   if (!status.Succeeded()) return status;
   // The branch is built under a holder outside the scene and moved under `parent` only when
   // it is complete.
@@ -190,7 +195,7 @@ CStatus ReadBranchText(const std::string& text, const std::string& fileName,
   try {
     Path root{nullptr, "scene", 0};
     const Json& scene = ExpectObject(Member(doc, "scene", Path{}), root);
-    Reader reader(true);
+    Reader reader(true, columns);
     Path rp = root / "root";
     const Json& topJson = ExpectObject(Member(scene, "root", root), rp);
     std::wstring fullName = L"Scene_Root";

@@ -1,4 +1,4 @@
-// The scene-file reader, values: typed parameter values, function curves, and the references
+// The scene-file reader, values: typed parameter values and the references
 // by full name that resolve once every object of the file exists.
 #include <cmath>
 
@@ -59,41 +59,6 @@ CValue Reader::Decode(const Json& j, const Path& p, const std::string* where, bo
     default:
       Fail(p, "expected a value, found " + Describe(j));
   }
-}
-
-std::shared_ptr<FCurveObject> Reader::ReadFCurve(const Json& j, const Path& p) {
-  ExpectObject(j, p);
-  auto curve = std::make_shared<FCurveObject>();
-  curve->interpolation =
-      static_cast<int>(ReadInt(Member(j, "interpolation", p), p / "interpolation", 1, 3));
-  Path kp = p / "keys";
-  const Json& keys = ExpectArray(Member(j, "keys", p), kp);
-  curve->keys.reserve(keys.size());
-  for (size_t i = 0; i < keys.size(); ++i) {
-    Path at = kp[i];
-    const Json& k = ExpectArray(keys[i], at);
-    if (k.size() != 3 && k.size() != 7) {
-      Fail(at, "a key is [frame, value, interpolation] or that and four tangent numbers; found " +
-                   std::to_string(k.size()) + " items");
-    }
-    FCurveKey key;
-    key.frame = ReadNumber(k[0], at[0]);
-    if (!std::isfinite(key.frame)) Fail(at[0], "a key frame must be finite");
-    if (!curve->keys.empty() && !(curve->keys.back().frame < key.frame)) {
-      Fail(at[0], "keys must be in increasing frame order");
-    }
-    key.value = ReadNumber(k[1], at[1]);
-    key.interpolation = static_cast<int>(ReadInt(k[2], at[2], 0, 3));
-    if (k.size() == 7) {
-      key.hasTangents = true;
-      key.leftTanX = ReadNumber(k[3], at[3]);
-      key.leftTanY = ReadNumber(k[4], at[4]);
-      key.rightTanX = ReadNumber(k[5], at[5]);
-      key.rightTanY = ReadNumber(k[6], at[6]);
-    }
-    curve->keys.push_back(key);
-  }
-  return curve;
 }
 
 void Reader::ResolveAll() {

@@ -5,6 +5,7 @@
 #include <set>
 
 #include "host.h"
+#include "scene_file_fcurve.h"
 
 namespace Zyra::rt::scene_reading {
 
@@ -131,7 +132,7 @@ void Reader::Params(const Json& list, const Path& p, const std::shared_ptr<rt::O
       param->description = ReadString(*v, at / "description");
     param->fcurve.reset();
     if (const Json* v = Find(j, "fcurve")) {
-      param->fcurve = ReadFCurve(*v, at / "fcurve");
+      param->fcurve = ReadFCurveJson(*v, at / "fcurve", columns_);
       param->fcurve->owner = param;
     }
   }
@@ -306,7 +307,7 @@ void Reader::Sources(const Json& list, const Path& p, const std::shared_ptr<Mode
       source->items.push_back(item);
       ObjectContent(ij, ik, item, depth);
       if (const Json* v = Find(ij, "fcurve")) {
-        item->fcurve = ReadFCurve(*v, ik / "fcurve");
+        item->fcurve = ReadFCurveJson(*v, ik / "fcurve", columns_);
         item->fcurve->owner = item;
       } else {
         Value(Member(ij, "value", ik), ik / "value", item->staticValue);

@@ -1,7 +1,7 @@
 // Scene files: a scene with every feature survives save and open object for object and key for
 // key, a second save gives the same bytes, bad files are refused with exact messages and change
 // nothing, saves are atomic, and branches export and import under another parent.
-#include "scene_file.h"
+#include "scene_file/scene_file.h"
 
 #include <gtest/gtest.h>
 #include <stdlib.h>

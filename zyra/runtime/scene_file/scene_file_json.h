@@ -4,8 +4,10 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "zyra/core.h"
@@ -41,6 +43,25 @@ struct FormatError {
   std::string where;
   std::string what;
 };
+
+// The number columns of a document's curves ("values", "floatValues", "frames" of a long curve),
+// kept out of the JSON parse, which would copy them character by character: each stands in
+// the parsed document as a reference string (a NUL character and its index here), and its bytes
+// stay in the file's text. `ColumnText` gives a column element's text either way.
+struct Columns {
+  std::vector<std::string_view> items;  // views into the text that was parsed
+  // Called with each column's size as it is read (for a progress bar); may be empty.
+  std::function<void(size_t bytes)> progress;
+  size_t Bytes() const;
+};
+std::string_view ColumnText(const Json& j, const Columns& columns);
+
+// Parses a whole document into `doc`, number columns of at least kLongColumn bytes left in
+// `text` and listed in `columns`. A syntax error returns false with the parser's message ("parse
+// error at line L, column C: ..."); a number that no double or integer holds (1e999, an integer
+// literal past 64 bits) throws the FormatError at that number's path.
+inline constexpr size_t kLongColumn = 4096;
+bool ParseJson(const std::string& text, Json& doc, std::string& syntaxError, Columns& columns);
 
 // Throws the FormatError for the element at `p`.
 [[noreturn]] void Fail(const Path& p, const std::string& what);

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "scene_file.h"
+#include "scene_file_fcurve.h"
 
 namespace Zyra::rt {
 
@@ -16,12 +17,7 @@ using Json = nlohmann::ordered_json;
 
 std::string Utf8(const std::wstring& text) { return ToUtf8(text); }
 
-// Finite doubles are JSON numbers; the others are the strings "inf", "-inf" and "nan".
-Json Number(double v) {
-  if (std::isfinite(v)) return Json(v);
-  if (std::isnan(v)) return Json("nan");
-  return Json(v > 0 ? "inf" : "-inf");
-}
+Json Number(double v) { return NumberJson(v); }
 
 // A value keeps its own type: null, integer, number with a point (double), {"float": x},
 // {"double": "inf"} for non-finite doubles, true/false, string, {"ref": full name}, array.
@@ -83,40 +79,13 @@ class Writer {
  public:
   explicit Writer(const BranchWriteOptions& options) : options_(options) {}
 
-  Json FCurveJson(const FCurveObject& curve) const {
-    std::vector<FCurveKey> keys = curve.keys;
-    // A curve in the middle of an edit may hold unsorted or repeated frames; write it the way
-    // EndEdit will leave it (sorted, a later key winning at a repeated frame).
-    if (!std::is_sorted(keys.begin(), keys.end(),
-                        [](const FCurveKey& a, const FCurveKey& b) { return a.frame < b.frame; })) {
-      std::stable_sort(keys.begin(), keys.end(),
-                       [](const FCurveKey& a, const FCurveKey& b) { return a.frame < b.frame; });
-    }
-    std::vector<FCurveKey> unique;
-    for (const FCurveKey& k : keys) {
-      if (!unique.empty() && unique.back().frame == k.frame) {
-        unique.back() = k;
-      } else {
-        unique.push_back(k);
-      }
-    }
-    Json out = Json::object();
-    out["interpolation"] = curve.interpolation;
-    Json list = Json::array();
-    for (const FCurveKey& k : unique) {
-      Json key = Json::array({Number(k.frame), Number(k.value), k.interpolation});
-      if (k.hasTangents) {
-        for (double t : {k.leftTanX, k.leftTanY, k.rightTanX, k.rightTanY})
-          key.push_back(Number(t));
-      }
-      list.push_back(std::move(key));
-    }
-    out["keys"] = std::move(list);
-    return out;
+  Json Curve(const FCurveObject& curve) const {
+    if (options_.progress) options_.progress(curve.keys.size());
+    return FCurveToJson(curve);
   }
 
   Json ParamJson(const Parameter& p) const {
-    Json out = Json::object();
+    Json out = NewObject();
     out["name"] = Utf8(p.name);
     out["type"] = static_cast<int>(p.valueType);
     bool keepCurve = p.fcurve && options_.animation;
@@ -133,7 +102,7 @@ class Writer {
     out["capabilities"] = p.capabilities;
     out["label"] = Utf8(p.label);
     out["description"] = Utf8(p.description);
-    if (keepCurve) out["fcurve"] = FCurveJson(*p.fcurve);
+    if (keepCurve) out["fcurve"] = Curve(*p.fcurve);
     return out;
   }
 
@@ -154,7 +123,7 @@ class Writer {
   }
 
   Json PropertyJson(const Property& p) const {
-    Json out = Json::object();
+    Json out = NewObject();
     out["name"] = Utf8(p.name);
     out["class"] = static_cast<int>(p.classId);
     out["type"] = Utf8(p.type);
@@ -166,7 +135,7 @@ class Writer {
   // Containers, tracks and whatever else hangs in a mixer or a pass list: class, type, name,
   // parameters, properties and, for containers, their items.
   Json Generic(const Object& o) const {
-    Json out = Json::object();
+    Json out = NewObject();
     out["class"] = static_cast<int>(o.classId);
     out["type"] = Utf8(o.type);
     out["name"] = Utf8(o.name);
@@ -180,16 +149,16 @@ class Writer {
   }
 
   Json Source(const ActionSourceObject& source) const {
-    Json out = Json::object();
+    Json out = NewObject();
     out["name"] = Utf8(source.name);
     ParamsAndProperties(source, out);
     Json items = Json::array();
     for (const auto& item : source.items) {
-      Json j = Json::object();
+      Json j = NewObject();
       j["target"] = Utf8(item->target);
       ParamsAndProperties(*item, j);
       if (item->fcurve) {
-        j["fcurve"] = FCurveJson(*item->fcurve);
+        j["fcurve"] = Curve(*item->fcurve);
       } else {
         j["value"] = EncodeValue(item->staticValue);
       }
@@ -200,12 +169,12 @@ class Writer {
   }
 
   Json PrimitiveJson(const rt::Primitive& primitive) const {
-    Json out = Json::object();
+    Json out = NewObject();
     out["type"] = Utf8(primitive.type);
     out["name"] = Utf8(primitive.name);
     ParamsAndProperties(primitive, out);
     if (const auto& g = primitive.geometry) {
-      Json geometry = Json::object();
+      Json geometry = NewObject();
       geometry["name"] = Utf8(g->name);
       geometry["class"] = static_cast<int>(g->classId);
       geometry["mesh"] = g->isMesh;
@@ -219,7 +188,7 @@ class Writer {
   }
 
   Json EnvelopeJson(const Envelope& envelope) const {
-    Json out = Json::object();
+    Json out = NewObject();
     out["name"] = Utf8(envelope.name);
     ParamsAndProperties(envelope, out);
     Json deformers = Json::array();
@@ -246,7 +215,7 @@ class Writer {
   }
 
   Json X3DJson(const X3D& o) const {
-    Json out = Json::object();
+    Json out = NewObject();
     out["class"] = static_cast<int>(o.classId);
     out["type"] = Utf8(o.type);
     out["name"] = Utf8(o.name);
@@ -290,7 +259,15 @@ class Writer {
 
 void PrintString(const std::string& s, std::string& out) {
   out += '"';
-  for (char c : s) {
+  // Most text needs no escape (number columns never do): copy it in one piece.
+  size_t plain = 0;
+  while (plain < s.size()) {
+    auto u = static_cast<unsigned char>(s[plain]);
+    if (u < 0x20 || u == '"' || u == '\\') break;
+    ++plain;
+  }
+  out.append(s, 0, plain);
+  for (char c : std::string_view(s).substr(plain)) {
     auto u = static_cast<unsigned char>(c);
     if (c == '"' || c == '\\') {
       out += '\\';
@@ -439,12 +416,26 @@ void Print(const Json& j, int depth, std::string& out) {
   }
 }
 
+// About the printed size of `j`, so that the text is allocated once rather than regrown (a long
+// take is tens of megabytes).
+size_t SizeHint(const Json& j) {
+  if (j.is_string()) return j.get_ref<const std::string&>().size() + 8;
+  size_t n = 24;
+  if (j.is_object()) {
+    for (const auto& [key, value] : j.items()) n += key.size() + 8 + SizeHint(value);
+  } else if (j.is_array()) {
+    for (const auto& item : j) n += SizeHint(item);
+  }
+  return n;
+}
+
 std::string Document(Json scene) {
-  Json doc = Json::object();
+  Json doc = NewObject();
   doc["format"] = kSceneFileFormat;
   doc["version"] = kSceneFileVersion;
   doc["scene"] = std::move(scene);
   std::string out;
+  out.reserve(SizeHint(doc));
   Print(doc, 0, out);
   out += '\n';
   return out;
@@ -452,9 +443,11 @@ std::string Document(Json scene) {
 
 }  // namespace
 
-std::string WriteSceneText(const Scene& scene) {
-  Writer writer{BranchWriteOptions{}};
-  Json out = Json::object();
+std::string WriteSceneText(const Scene& scene, const std::function<void(size_t keys)>& progress) {
+  BranchWriteOptions options;
+  options.progress = progress;
+  Writer writer(options);
+  Json out = NewObject();
   out["kind"] = "scene";
   out["root"] = writer.X3DJson(*scene.root);
   out["currentPass"] = Utf8(scene.currentPass);
@@ -463,7 +456,7 @@ std::string WriteSceneText(const Scene& scene) {
   out["passes"] = std::move(passes);
   Json groups = Json::array();
   for (const auto& item : scene.groups->items) {
-    Json g = Json::object();
+    Json g = NewObject();
     g["name"] = Utf8(item->name);
     writer.ParamsAndProperties(*item, g);
     Json members = Json::array();
@@ -485,7 +478,7 @@ std::string WriteSceneText(const Scene& scene) {
 
 std::string WriteBranchText(const X3D& top, const BranchWriteOptions& options) {
   Writer writer(options);
-  Json out = Json::object();
+  Json out = NewObject();
   out["kind"] = "branch";
   out["fullName"] = Utf8(top.FullName());
   out["root"] = writer.X3DJson(top);

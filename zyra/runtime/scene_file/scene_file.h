@@ -10,6 +10,7 @@
 // under its new parent. A file that fails leaves the scene, and every handle into it, as it was.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -27,10 +28,13 @@ struct BranchWriteOptions {
   bool customProperties = true;  // false: custom and plug-in properties are left out
   bool animation = true;         // false: parameters are written as their value at `frame`
   double frame = 1.0;
+  // Called with each curve's key count as it is written (for a progress bar); may be empty.
+  std::function<void(size_t keys)> progress;
 };
 
 // The scene as scene-file text. Deterministic: the same scene always gives the same bytes.
-std::string WriteSceneText(const Scene& scene);
+std::string WriteSceneText(const Scene& scene,
+                           const std::function<void(size_t keys)>& progress = {});
 // One branch (`top` and everything below it) as scene-file text.
 std::string WriteBranchText(const X3D& top, const BranchWriteOptions& options);
 

@@ -1,0 +1,302 @@
+// Columns of fcurve keys: reads, edits that widen a column only when they must, and searches
+// that are a division on evenly spaced frames and a binary search otherwise.
+#include "fcurve_keys.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace Zyra::rt {
+
+namespace {
+
+bool ByKey(const KeyTangents& t, size_t key) { return t.key < key; }
+
+}  // namespace
+
+bool FCurveKeys::IsFloat(double v) {
+  if (!(std::fabs(v) <= std::numeric_limits<float>::max())) return false;  // also NaN
+  return static_cast<double>(static_cast<float>(v)) == v;
+}
+
+FCurveKeys& FCurveKeys::operator=(const std::vector<FCurveKey>& keys) {
+  Clear();
+  Reserve(keys.size());
+  for (const FCurveKey& k : keys) PushBack(k);
+  return *this;
+}
+
+FCurveKeys::operator std::vector<FCurveKey>() const {
+  std::vector<FCurveKey> out;
+  out.reserve(count_);
+  for (size_t i = 0; i < count_; ++i) out.push_back(Get(i));
+  return out;
+}
+
+const KeyTangents* FCurveKeys::TangentsOf(size_t i) const {
+  if (tangents_.empty()) return nullptr;
+  auto it = std::lower_bound(tangents_.begin(), tangents_.end(), i, ByKey);
+  return it != tangents_.end() && it->key == i ? &*it : nullptr;
+}
+
+FCurveKey FCurveKeys::Get(size_t i) const {
+  FCurveKey k;
+  k.frame = Frame(i);
+  k.value = Value(i);
+  k.interpolation = Interpolation(i);
+  if (const KeyTangents* t = TangentsOf(i)) {
+    k.leftTanX = t->leftX;
+    k.leftTanY = t->leftY;
+    k.rightTanX = t->rightX;
+    k.rightTanY = t->rightY;
+    k.hasTangents = true;
+  }
+  return k;
+}
+
+void FCurveKeys::WidenFrames() {
+  if (!even_) return;
+  frames_.resize(count_);
+  for (size_t i = 0; i < count_; ++i) frames_[i] = Frame(i);
+  even_ = false;
+}
+
+void FCurveKeys::WidenValues() {
+  if (wide_) return;
+  doubles_.assign(floats_.begin(), floats_.end());
+  std::vector<float>().swap(floats_);
+  wide_ = true;
+}
+
+void FCurveKeys::SplitCodes() {
+  if (codes_.empty()) codes_.assign(count_, static_cast<uint8_t>(common_));
+}
+
+void FCurveKeys::PushFrame(double frame) {
+  if (even_) {
+    if (count_ == 0) {
+      start_ = frame;
+      return;
+    }
+    if (count_ == 1) {
+      double step = frame - start_;
+      if (step > 0 && start_ + step == frame) {
+        step_ = step;
+        return;
+      }
+    } else if (start_ + step_ * static_cast<double>(count_) == frame &&
+               frame > Frame(count_ - 1)) {  // rounding may repeat a frame far from 0
+      return;
+    }
+    WidenFrames();
+  }
+  frames_.push_back(frame);
+}
+
+void FCurveKeys::PushValue(double value) {
+  if (!wide_ && !IsFloat(value)) WidenValues();
+  if (wide_) {
+    doubles_.push_back(value);
+  } else {
+    floats_.push_back(static_cast<float>(value));
+  }
+}
+
+void FCurveKeys::PushCode(int code) {
+  if (count_ == 0 && codes_.empty()) common_ = code;
+  if (codes_.empty() && code != common_) SplitCodes();
+  if (!codes_.empty()) codes_.push_back(static_cast<uint8_t>(code));
+}
+
+// Stores, replaces or drops key i's tangents after its other fields are in place.
+void FCurveKeys::PutTangents(size_t i, const FCurveKey& key) {
+  auto it = std::lower_bound(tangents_.begin(), tangents_.end(), i, ByKey);
+  bool present = it != tangents_.end() && it->key == i;
+  if (!key.hasTangents) {
+    if (present) tangents_.erase(it);
+    return;
+  }
+  KeyTangents t{i, key.leftTanX, key.leftTanY, key.rightTanX, key.rightTanY};
+  if (present) {
+    *it = t;
+  } else {
+    tangents_.insert(it, t);
+  }
+}
+
+void FCurveKeys::PushBack(const FCurveKey& key) {
+  PushFrame(key.frame);
+  PushValue(key.value);
+  PushCode(key.interpolation);
+  ++count_;
+  if (key.hasTangents) {
+    tangents_.push_back({count_ - 1, key.leftTanX, key.leftTanY, key.rightTanX, key.rightTanY});
+  }
+}
+
+void FCurveKeys::Set(size_t i, const FCurveKey& key) {
+  if (key.frame != Frame(i)) {
+    WidenFrames();
+    frames_[i] = key.frame;
+  }
+  if (!wide_ && !IsFloat(key.value)) WidenValues();
+  if (wide_) {
+    doubles_[i] = key.value;
+  } else {
+    floats_[i] = static_cast<float>(key.value);
+  }
+  if (codes_.empty() && key.interpolation != common_) SplitCodes();
+  if (!codes_.empty()) codes_[i] = static_cast<uint8_t>(key.interpolation);
+  PutTangents(i, key);
+}
+
+void FCurveKeys::Insert(size_t i, const FCurveKey& key) {
+  if (i == count_) {
+    PushBack(key);
+    return;
+  }
+  WidenFrames();
+  frames_.insert(frames_.begin() + static_cast<std::ptrdiff_t>(i), key.frame);
+  if (!wide_ && !IsFloat(key.value)) WidenValues();
+  if (wide_) {
+    doubles_.insert(doubles_.begin() + static_cast<std::ptrdiff_t>(i), key.value);
+  } else {
+    floats_.insert(floats_.begin() + static_cast<std::ptrdiff_t>(i), static_cast<float>(key.value));
+  }
+  if (codes_.empty() && key.interpolation != common_) SplitCodes();
+  if (!codes_.empty()) {
+    codes_.insert(codes_.begin() + static_cast<std::ptrdiff_t>(i),
+                  static_cast<uint8_t>(key.interpolation));
+  }
+  ++count_;
+  for (KeyTangents& t : tangents_) t.key += t.key >= i;
+  PutTangents(i, key);
+}
+
+void FCurveKeys::Erase(size_t first, size_t last) {
+  last = std::min(last, count_);
+  if (first >= last) return;
+  const size_t n = last - first;
+  auto cut = [first, last](auto& column) {
+    if (!column.empty()) {
+      column.erase(column.begin() + static_cast<std::ptrdiff_t>(first),
+                   column.begin() + static_cast<std::ptrdiff_t>(last));
+    }
+  };
+  if (even_ && last != count_) WidenFrames();  // a shifted start would not be exact
+  cut(frames_);
+  cut(floats_);
+  cut(doubles_);
+  cut(codes_);
+  count_ -= n;
+  if (even_ && count_ < 2) step_ = 0;
+  tangents_.erase(
+      std::remove_if(tangents_.begin(), tangents_.end(),
+                     [&](const KeyTangents& t) { return t.key >= first && t.key < last; }),
+      tangents_.end());
+  for (KeyTangents& t : tangents_) t.key -= t.key >= last ? n : 0;
+  if (count_ == 0) Clear();
+}
+
+void FCurveKeys::Reserve(size_t n) {
+  if (!even_) frames_.reserve(n);
+  if (wide_) {
+    doubles_.reserve(n);
+  } else {
+    floats_.reserve(n);
+  }
+}
+
+void FCurveKeys::Assign(const double* frames, const double* values, size_t n, int code) {
+  bool even = n >= 2 && frames[1] - frames[0] > 0;
+  const double start = n > 0 ? frames[0] : 0.0;
+  const double step = n >= 2 ? frames[1] - frames[0] : 0.0;
+  for (size_t i = 0; even && i < n; ++i) {
+    even =
+        start + step * static_cast<double>(i) == frames[i] && (i == 0 || frames[i] > frames[i - 1]);
+  }
+  if (even || n < 2) {
+    AssignEven(start, step, values, n, code);
+    return;
+  }
+  AssignEven(0, 0, values, n, code);
+  frames_.assign(frames, frames + n);
+  even_ = false;
+  step_ = 0;
+}
+
+void FCurveKeys::AssignEven(double start, double step, const double* values, size_t n, int code) {
+  Clear();
+  count_ = n;
+  start_ = n > 0 ? start : 0.0;
+  step_ = n >= 2 ? step : 0.0;
+  common_ = code;
+  wide_ = !std::all_of(values, values + n, IsFloat);
+  if (wide_) {
+    doubles_.assign(values, values + n);
+  } else {
+    floats_.resize(n);
+    for (size_t i = 0; i < n; ++i) floats_[i] = static_cast<float>(values[i]);
+  }
+}
+
+size_t FCurveKeys::LowerBound(double frame) const {
+  if (!even_) {
+    return static_cast<size_t>(std::lower_bound(frames_.begin(), frames_.end(), frame) -
+                               frames_.begin());
+  }
+  if (count_ == 0 || !(frame > start_)) return 0;
+  if (frame > Frame(count_ - 1)) return count_;
+  // The division lands on the key or next to it; the frames themselves settle it.
+  size_t i = std::min(count_ - 1, static_cast<size_t>(std::ceil((frame - start_) / step_)));
+  while (i > 0 && Frame(i - 1) >= frame) --i;
+  while (i < count_ && Frame(i) < frame) ++i;
+  return i;
+}
+
+size_t FCurveKeys::UpperBound(double frame) const {
+  if (!even_) {
+    return static_cast<size_t>(std::upper_bound(frames_.begin(), frames_.end(), frame) -
+                               frames_.begin());
+  }
+  if (count_ == 0 || std::isnan(frame)) return count_;
+  if (frame < start_) return 0;
+  if (frame >= Frame(count_ - 1)) return count_;
+  size_t i = std::min(count_ - 1, static_cast<size_t>(std::floor((frame - start_) / step_)) + 1);
+  while (i > 0 && Frame(i - 1) > frame) --i;
+  while (i < count_ && Frame(i) <= frame) ++i;
+  return i;
+}
+
+bool FCurveKeys::EvenFrames(double& start, double& step) const {
+  if (count_ < 2) return false;
+  start = Frame(0);
+  step = even_ ? step_ : Frame(1) - start;
+  if (even_) return true;
+  if (!(step > 0)) return false;
+  for (size_t i = 2; i < count_; ++i) {
+    if (start + step * static_cast<double>(i) != frames_[i] || !(frames_[i] > frames_[i - 1])) {
+      return false;
+    }
+  }
+  return start + step == frames_[1];
+}
+
+bool FCurveKeys::FloatValues() const {
+  return !wide_ || std::all_of(doubles_.begin(), doubles_.end(), IsFloat);
+}
+
+bool FCurveKeys::CommonInterpolation(int& code) const {
+  code = count_ > 0 ? Interpolation(0) : common_;
+  for (uint8_t c : codes_) {
+    if (c != code) return false;
+  }
+  return true;
+}
+
+size_t FCurveKeys::Bytes() const {
+  return frames_.size() * sizeof(double) + floats_.size() * sizeof(float) +
+         doubles_.size() * sizeof(double) + codes_.size() + tangents_.size() * sizeof(KeyTangents);
+}
+
+}  // namespace Zyra::rt
