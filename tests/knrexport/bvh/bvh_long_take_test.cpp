@@ -4,6 +4,7 @@
 // for one frame per line (both readers), frames over two lines (the second reader's guess is
 // wrong and it is abandoned) and CR LF, from memory and from a file; and broken takes.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -81,7 +82,9 @@ TEST(BvhLongTake, SamplesAreTheRealFramesWhateverTheLayout) {
               realFile.ReadHierarchy() && realFile.ReadMotionData(&real, false))
       << realFile.LastError();
 
-  const std::string path = ::testing::TempDir() + "knr_long_take.bvh";
+  // One name per process: test runs of several checkouts may share the temporary folder.
+  const std::string path =
+      ::testing::TempDir() + "knr_long_take_" + std::to_string(::getpid()) + ".bvh";
   const std::string lines = take.Text();
   {
     std::ofstream out(path, std::ios::binary);
