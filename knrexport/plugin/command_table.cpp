@@ -8,6 +8,7 @@
 #include "knrexport/actor/home_pose.h"
 #include "knrexport/actor/initialize.h"
 #include "knrexport/actor/joint_limit.h"
+#include "knrexport/actor/save_actor.h"
 #include "knrexport/bvh/bvh_import.h"
 
 BVHActionOperation gAddBVHAction = &AddBVHAction;
@@ -47,8 +48,9 @@ const CommandEntry kCommands[] = {
      [](Zyra::X3DObject& n, bool) { return AddKinraJL(n); }, nullptr, nullptr},
     {L"Make Skill", L"KnrMakeSkill", In::kNodeOrSource, false, Shift::kNone,
      L"The Make Skill action requires selecting a single node or action source in the actor description.", nullptr, nullptr, nullptr},
-    {L"Save Actor", L"KnrSaveActor", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Save Actor"), nullptr, nullptr, nullptr},
-    {L"Load Actor", L"KnrLoadActor", In::kNone, false, Shift::kNone, nullptr, nullptr, nullptr, nullptr},
+    {L"Save Actor", L"KnrSaveActor", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Save Actor"),
+     [](Zyra::X3DObject& n, bool) { return SaveActor(n); }, nullptr, nullptr},
+    {L"Load Actor", L"KnrLoadActor", In::kNone, false, Shift::kNone, nullptr, nullptr, nullptr, LoadActor},
     {L"Render Setup", L"KnrRenderSetup", In::kNone, false, Shift::kNone, nullptr, nullptr, nullptr, nullptr},
     {L"Import BVH Actor", L"KnrImportBVHActor", In::kNone, false, Shift::kNone, nullptr, nullptr, nullptr, ImportBVHActor},
     {L"Import BVH Action", L"KnrImportBVHAction", In::kNode, false, Shift::kNone,

@@ -132,11 +132,11 @@ TEST_F(DispatchTest, WrongSelectionsAreRefusedWithTheMessageAndOKExceptForGenera
   EXPECT_TRUE(ExecuteEntry(*generate, {}).Succeeded());
   EXPECT_GT(Boxes().size(), before);
   // An operation not built yet says so after the selection passed.
-  const CommandEntry* save = FindCommandEntry(L"Save Actor");
-  ASSERT_NE(save, nullptr);
+  const CommandEntry* unbuilt = FindCommandEntry(L"Make Skill");
+  ASSERT_NE(unbuilt, nullptr);
   Select({hips});
-  EXPECT_TRUE(ExecuteEntry(*save, {}).Succeeded());
-  EXPECT_EQ(Boxes().back(), L"Kinra Export: The Save Actor action is not available in this build.");
+  EXPECT_TRUE(ExecuteEntry(*unbuilt, {}).Succeeded());
+  EXPECT_EQ(Boxes().back(), L"Kinra Export: The Make Skill action is not available in this build.");
 }
 
 TEST_F(DispatchTest, ActionSourcesRunOnTheirModelWithTheirIndex) {
