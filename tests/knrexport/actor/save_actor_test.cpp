@@ -223,6 +223,9 @@ TEST_F(SaveActorTest, LoadedActorIsTheSavedOne) {
   // New source weights reach the saved actor: the save brings the generated one up to date.
   Weigh(L"Rig", L"20 0 50", L"80 100 50");
   ASSERT_TRUE(Save(generated));
+  const rt::ProgressRecord& bar = rt::Host::Get().ui().progressRuns.back();
+  EXPECT_EQ(bar.captions, (std::vector<std::wstring>{L"Scanning Hierarchy", L"Save action", L"Processing Weight Map"}));
+  EXPECT_EQ(bar.value, bar.maximum);
   const std::vector<std::wstring> saved = Describe(generated);
   EXPECT_NE(SkinLine(saved).find(L"|Hips 2000 0 5000 |Thigh 8000 10000 5000"), std::wstring::npos)
       << ToUtf8(SkinLine(saved));
@@ -266,6 +269,8 @@ TEST_F(SaveActorTest, WeightFilesThatDoNotFitAreNotApplied) {
   other[0] = {{0, 1, 2}, {10.0f, 40.0f, 90.0f}};
   other[1] = {{0, 1, 2}, {90.0f, 60.0f, 10.0f}};
   outOfRange[0].points.back() = 3;
+  WeightList overweight = other;
+  overweight[1].weights[0] = 250.0f;
   Bytes truncated(good.begin(), good.end() - 2);
   const wchar_t* asSaved = L"|Hips 7000 0 5000 |Thigh 3000 10000 5000";
   const Case cases[] = {
@@ -274,6 +279,7 @@ TEST_F(SaveActorTest, WeightFilesThatDoNotFitAreNotApplied) {
       {"count 0", Le({0}), asSaved, false},
       {"truncated", truncated, asSaved, true},
       {"point out of range", EncodeWeightFile(outOfRange), asSaved, true},
+      {"weight above 100 percent", EncodeWeightFile(overweight), asSaved, true},
       {"fewer maps than envelopes", EncodeWeightFile(tooFew), asSaved, true},
   };
   for (const Case& c : cases) {
