@@ -112,7 +112,8 @@ bool SaveActor(X3DObject& selected) {
   Model model;
   if (!GetActorModel(selected, model)) return false;
   if (CheckForEmbeddedModel(model)) {
-    ShowMessage(L"Actor descriptions must be contained by a single model (embedded models not supported).");
+    ShowMessage(
+        L"Actor descriptions must be contained by a single model (embedded models not supported).");
     return false;
   }
   X3DObject root;

@@ -108,7 +108,8 @@ bool ReplaceFile(const CString& path, const std::vector<std::uint8_t>& bytes) {
   std::error_code error;
   {
     std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    out.write(reinterpret_cast<const char*>(bytes.data()),
+              static_cast<std::streamsize>(bytes.size()));
     out.close();
     if (!out) {
       std::filesystem::remove(temporary, error);
@@ -130,7 +131,8 @@ bool ReadWeightFile(const CString& path, WeightList& records) {
   std::error_code error;
   if (!std::filesystem::exists(file, error)) return true;
   std::ifstream in(file, std::ios::binary);
-  std::vector<std::uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  std::vector<std::uint8_t> bytes((std::istreambuf_iterator<char>(in)),
+                                  std::istreambuf_iterator<char>());
   std::wstring problem = L"the file cannot be read";
   if (in.bad() || !in.is_open() || !DecodeWeightFile(bytes, records, problem)) {
     ShowMessage(path + L": " + CString(problem) + L". The actor is loaded without its weights.");

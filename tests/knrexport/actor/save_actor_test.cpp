@@ -4,7 +4,6 @@
 #include "knrexport/actor/save_actor.h"
 
 #include <gtest/gtest.h>
-
 #include <unistd.h>
 
 #include <algorithm>
@@ -90,7 +89,8 @@ class SaveActorTest : public ::testing::Test {
 
   void SetUp() override {
     dir = fs::temp_directory_path() /
-          ("knr_save_" + std::to_string(::getpid()) + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+          ("knr_save_" + std::to_string(::getpid()) +
+           ::testing::UnitTest::GetInstance()->current_test_info()->name());
     fs::remove_all(dir);
     fs::create_directories(dir);
     file = (dir / "walker.zyra").wstring();
@@ -165,18 +165,21 @@ class SaveActorTest : public ::testing::Test {
         for (const CRef& d : Envelope(e).GetDeformers()) {
           line += L" |" + X3DObject(d).GetName().Wide();
           const CDoubleArray weights = Envelope(e).GetDeformerWeights(d, 0.0);
-          for (long p = 0; p < weights.GetCount(); ++p) line += L" " + std::to_wstring(std::lround(weights[p] * 100));
+          for (long p = 0; p < weights.GetCount(); ++p)
+            line += L" " + std::to_wstring(std::lround(weights[p] * 100));
         }
       }
       if (o.GetType() == CString(L"sphere"))
         line += L" r=" + o.GetActivePrimitive().GetParameterValue(L"radius").GetAsText().Wide();
       lines.push_back(line);
     }
-    for (const CRef& s : model.GetSources()) lines.push_back(L"source " + ProjectItem(s).GetName().Wide());
+    for (const CRef& s : model.GetSources())
+      lines.push_back(L"source " + ProjectItem(s).GetName().Wide());
     return lines;
   }
   static std::wstring SkinLine(const std::vector<std::wstring>& lines) {
-    auto it = std::find_if(lines.begin(), lines.end(), [](const std::wstring& l) { return l.rfind(L"Skin:", 0) == 0; });
+    auto it = std::find_if(lines.begin(), lines.end(),
+                           [](const std::wstring& l) { return l.rfind(L"Skin:", 0) == 0; });
     return it == lines.end() ? std::wstring() : *it;
   }
 
@@ -197,10 +200,12 @@ TEST_F(SaveActorTest, RefusalsWriteNothing) {
   Model(Application().GetActiveSceneRoot()).AddNull(L"Outside", outside);
   const Case cases[] = {
       {"never generated", L"Rig.Hips", false,
-       L"Kinra Export: The actor must be properly generated before it can be saved.\nPlease try the "
+       L"Kinra Export: The actor must be properly generated before it can be saved.\nPlease try "
+       L"the "
        L"Generate action and save the resultant actor."},
       {"scene root", L"Outside", false,
-       L"Kinra Export: Actor descriptions must be contained by a single model (scene root not supported)."},
+       L"Kinra Export: Actor descriptions must be contained by a single model (scene root not "
+       L"supported)."},
       {"cancelled dialog", L"KnrRig.Hips", true, L""},
   };
   const std::vector<std::wstring> before = Describe(generated);
@@ -224,7 +229,8 @@ TEST_F(SaveActorTest, LoadedActorIsTheSavedOne) {
   Weigh(L"Rig", L"20 0 50", L"80 100 50");
   ASSERT_TRUE(Save(generated));
   const rt::ProgressRecord& bar = rt::Host::Get().ui().progressRuns.back();
-  EXPECT_EQ(bar.captions, (std::vector<std::wstring>{L"Scanning Hierarchy", L"Save action", L"Processing Weight Map"}));
+  EXPECT_EQ(bar.captions, (std::vector<std::wstring>{L"Scanning Hierarchy", L"Save action",
+                                                     L"Processing Weight Map"}));
   EXPECT_EQ(bar.value, bar.maximum);
   const std::vector<std::wstring> saved = Describe(generated);
   EXPECT_NE(SkinLine(saved).find(L"|Hips 2000 0 5000 |Thigh 8000 10000 5000"), std::wstring::npos)
@@ -274,7 +280,8 @@ TEST_F(SaveActorTest, WeightFilesThatDoNotFitAreNotApplied) {
   Bytes truncated(good.begin(), good.end() - 2);
   const wchar_t* asSaved = L"|Hips 7000 0 5000 |Thigh 3000 10000 5000";
   const Case cases[] = {
-      {"a good file is applied", EncodeWeightFile(other), L"|Hips 1000 4000 9000 |Thigh 9000 6000 1000", false},
+      {"a good file is applied", EncodeWeightFile(other),
+       L"|Hips 1000 4000 9000 |Thigh 9000 6000 1000", false},
       {"no file", {}, asSaved, false},
       {"count 0", Le({0}), asSaved, false},
       {"truncated", truncated, asSaved, true},
@@ -284,11 +291,15 @@ TEST_F(SaveActorTest, WeightFilesThatDoNotFitAreNotApplied) {
   };
   for (const Case& c : cases) {
     fs::remove(WeightPath());
-    if (!c.bytes.empty()) std::ofstream(WeightPath(), std::ios::binary).write(reinterpret_cast<const char*>(c.bytes.data()), static_cast<std::streamsize>(c.bytes.size()));
+    if (!c.bytes.empty())
+      std::ofstream(WeightPath(), std::ios::binary)
+          .write(reinterpret_cast<const char*>(c.bytes.data()),
+                 static_cast<std::streamsize>(c.bytes.size()));
     rt::Host::Get().NewScene();
     Boxes().clear();
     ASSERT_TRUE(Load()) << c.what;
-    const std::wstring skinLine = SkinLine(Describe(Model(Application().GetObjectFromPath(L"KnrRig"))));
+    const std::wstring skinLine =
+        SkinLine(Describe(Model(Application().GetObjectFromPath(L"KnrRig"))));
     EXPECT_NE(skinLine.find(c.applied), std::wstring::npos) << c.what << ": " << ToUtf8(skinLine);
     // A refusal names the weight file.
     const std::wstring said = Boxes().empty() ? L"" : Boxes()[0];
