@@ -117,8 +117,9 @@ bool ReplaceFile(const CString& path, const std::vector<std::uint8_t>& bytes) {
     }
   }
   std::filesystem::rename(temporary, target, error);
-  if (error) std::filesystem::remove(temporary, error);
-  return !error;
+  if (!error) return true;
+  std::filesystem::remove(temporary, error);
+  return false;
 }
 
 bool WriteWeightFile(const CString& path, const WeightList& records) {

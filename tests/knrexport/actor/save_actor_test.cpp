@@ -318,3 +318,19 @@ TEST_F(SaveActorTest, RejectedFileAddsNothing) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(SaveActorTest, FailedSaveKeepsTheOlderFiles) {
+  std::ofstream(fs::path(file)) << "older actor";
+  fs::create_directory(WeightPath());  // the weight file cannot be replaced
+  EXPECT_FALSE(Save(generated));
+  ASSERT_EQ(Boxes().size(), 1u);
+  EXPECT_EQ(Boxes()[0].find(L"Kinra Export: " + WeightPath().wstring() + L": "), 0u);
+  EXPECT_EQ(Read(file), (Bytes{'o', 'l', 'd', 'e', 'r', ' ', 'a', 'c', 't', 'o', 'r'}));
+  size_t entries = 0;
+  for (auto it = fs::directory_iterator(dir); it != fs::directory_iterator(); ++it) ++entries;
+  EXPECT_EQ(entries, 2u) << "no temporary file is left behind";
+}
+
+}  // namespace
