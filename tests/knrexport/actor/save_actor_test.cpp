@@ -43,13 +43,6 @@ TEST(WeightFileTest, BytesFollowTheLayout) {
   records[0].points = {0, 2};
   records[0].weights = {25.0f, 100.0f};
   EXPECT_EQ(EncodeWeightFile(records), Le({2, 2, 0, 2, 0x41c80000, 0x42c80000, 0}));
-  WeightList back;
-  std::wstring problem;
-  ASSERT_TRUE(DecodeWeightFile(EncodeWeightFile(records), back, problem));
-  ASSERT_EQ(back.size(), 2u);
-  EXPECT_EQ(back[0].points, records[0].points);
-  EXPECT_EQ(back[0].weights, records[0].weights);
-  EXPECT_TRUE(back[1].points.empty());
   EXPECT_EQ(WeightFileName(L"/a/walker.zyra"), CString(L"/a/walker.wgmp"));
   EXPECT_EQ(WeightFileName(L"/a.v2/walker"), CString(L"/a.v2/walker.wgmp"));
 }
@@ -71,8 +64,7 @@ TEST(WeightFileTest, CountsAndTruncationAreChecked) {
       {"bytes after the records", Le({1, 0, 9}), false},
   };
   for (const Case& c : cases) {
-    WeightList records(1);  // a failed read must not leave anything behind either
-    records.clear();
+    WeightList records;
     std::wstring problem;
     EXPECT_EQ(DecodeWeightFile(c.bytes, records, problem), c.ok) << c.what;
     EXPECT_TRUE(records.empty()) << c.what;
@@ -200,9 +192,8 @@ TEST_F(SaveActorTest, RefusalsWriteNothing) {
   Model(Application().GetActiveSceneRoot()).AddNull(L"Outside", outside);
   const Case cases[] = {
       {"never generated", L"Rig.Hips", false,
-       L"Kinra Export: The actor must be properly generated before it can be saved.\nPlease try "
-       L"the "
-       L"Generate action and save the resultant actor."},
+       L"Kinra Export: The actor must be properly generated before it can be saved.\n"
+       L"Please try the Generate action and save the resultant actor."},
       {"scene root", L"Outside", false,
        L"Kinra Export: Actor descriptions must be contained by a single model (scene root not "
        L"supported)."},
@@ -225,14 +216,19 @@ TEST_F(SaveActorTest, RefusalsWriteNothing) {
 }
 
 TEST_F(SaveActorTest, LoadedActorIsTheSavedOne) {
-  // New source weights reach the saved actor: the save brings the generated one up to date.
+  // New source weights and sphere sizes reach the saved actor: the save brings it up to date.
   Weigh(L"Rig", L"20 0 50", L"80 100 50");
+  Host(L"SetValue", {L"Rig.Foot_CS.radius", 0.75});
   ASSERT_TRUE(Save(generated));
   const rt::ProgressRecord& bar = rt::Host::Get().ui().progressRuns.back();
   EXPECT_EQ(bar.captions, (std::vector<std::wstring>{L"Scanning Hierarchy", L"Save action",
                                                      L"Processing Weight Map"}));
   EXPECT_EQ(bar.value, bar.maximum);
   const std::vector<std::wstring> saved = Describe(generated);
+  EXPECT_EQ(
+      std::count_if(saved.begin(), saved.end(),
+                    [](const std::wstring& l) { return l.find(L"r=0.75") != std::wstring::npos; }),
+      1);
   EXPECT_NE(SkinLine(saved).find(L"|Hips 2000 0 5000 |Thigh 8000 10000 5000"), std::wstring::npos)
       << ToUtf8(SkinLine(saved));
   WeightList records;
