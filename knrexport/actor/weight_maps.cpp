@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <string>
 #include <vector>
 
 #include "knrexport/scene/actor_lookup.h"
@@ -58,6 +59,38 @@ int SynchronizeTagged(X3DObject& sourceRoot, X3DObject& generatedRoot, const wch
     ++carried;
   }
   return carried;
+}
+
+// One weight map slot of a model: an envelope and one of its deformers.
+struct WeightSlot {
+  Envelope envelope;
+  CRef deformer;
+};
+
+std::vector<WeightSlot> WeightSlots(X3DObject& model) {
+  std::vector<WeightSlot> slots;
+  CRefArray enveloped;
+  ExtractEnvelopeList(model, enveloped);
+  for (const CRef& object : enveloped) {
+    for (const CRef& envelopeRef : X3DObject(object).GetEnvelopes()) {
+      Envelope envelope(envelopeRef);
+      for (const CRef& deformer : envelope.GetDeformers()) slots.push_back({envelope, deformer});
+    }
+  }
+  return slots;
+}
+
+// Why `record` cannot be the map of a deformer weighing `pointCount` points; empty when it can.
+std::wstring RecordProblem(const WeightData& record, long pointCount) {
+  for (size_t i = 0; i < record.points.size(); ++i) {
+    if (record.points[i] < 0 || record.points[i] >= pointCount)
+      return L"point " + std::to_wstring(record.points[i]) + L" is not one of the mesh's " +
+             std::to_wstring(pointCount) + L" points";
+    const float w = record.weights[i];
+    if (!std::isfinite(w) || w < 0.0f || w > 100.0f + 1e-3f)
+      return L"weight " + std::to_wstring(w) + L" is not a percentage";
+  }
+  return std::wstring();
 }
 
 double LargestAbs(const MATH::CVector3& v) {
@@ -191,3 +224,56 @@ int SynchronizeRTKFloor(X3DObject& sourceRoot, X3DObject& generatedRoot) {
         tag.PutParameterValue(L"size", std::max(hi[0] - lo[0], hi[2] - lo[2]));
       });
 }
+
+long ComputeWeightMapSize(Model& model) { return static_cast<long>(WeightSlots(model).size()); }
+
+void SynchronizeWeightMaps(Model& source, Model& generated, WeightList& records, ProgressBar& bar) {
+  if (source.IsValid()) {
+    CRefArray enveloped;
+    ExtractEnvelopeList(source, enveloped);
+    ProgressBar unused;  // the carry's steps are not part of the save's share
+    CarryWeights(enveloped, generated, unused);
+  }
+  for (const WeightSlot& slot : WeightSlots(generated)) {
+    WeightData record;
+    const CDoubleArray weights = slot.envelope.GetDeformerWeights(slot.deformer, 0.0);
+    for (long p = 0; p < weights.GetCount(); ++p) {
+      if (weights[p] <= 0) continue;
+      record.points.push_back(static_cast<std::int32_t>(p));
+      record.weights.push_back(static_cast<float>(weights[p]));
+    }
+    records.push_back(std::move(record));
+    bar.Increment();
+  }
+}
+
+bool CleanupImportData(X3DObject& imported, const WeightList& records, const CString& weightFile) {
+  if (records.empty()) return true;
+  const std::vector<WeightSlot> slots = WeightSlots(imported);
+  std::wstring problem;
+  if (slots.size() != records.size()) {
+    problem = L"it holds " + std::to_wstring(records.size()) + L" weight maps but the actor has " +
+              std::to_wstring(slots.size());
+  }
+  for (size_t i = 0; problem.empty() && i < slots.size(); ++i) {
+    const long pointCount = slots[i].envelope.GetDeformerWeights(slots[i].deformer, 0.0).GetCount();
+    const std::wstring why = RecordProblem(records[i], pointCount);
+    if (!why.empty()) problem = L"weight map " + std::to_wstring(i + 1) + L": " + why;
+  }
+  if (!problem.empty()) {
+    ShowMessage(weightFile + L": " + CString(problem) +
+                L". The actor was loaded without the weights of this file.");
+    return false;
+  }
+  for (size_t i = 0; i < slots.size(); ++i) {
+    const long pointCount = slots[i].envelope.GetDeformerWeights(slots[i].deformer, 0.0).GetCount();
+    CDoubleArray weights(std::vector<double>(static_cast<size_t>(pointCount), 0.0));
+    for (size_t k = 0; k < records[i].points.size(); ++k)
+      weights[records[i].points[k]] = records[i].weights[k];
+    Envelope envelope = slots[i].envelope;
+    envelope.SetDeformerWeights(slots[i].deformer, weights);
+  }
+  return true;
+}
+
+void CleanupWeightData(WeightList& records) { WeightList().swap(records); }

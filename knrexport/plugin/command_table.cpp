@@ -8,12 +8,12 @@
 #include "knrexport/actor/home_pose.h"
 #include "knrexport/actor/initialize.h"
 #include "knrexport/actor/joint_limit.h"
+#include "knrexport/actor/save_actor.h"
 #include "knrexport/bvh/bvh_import.h"
-#include "knrexport/skill/loop_skill_property.h"
-#include "knrexport/skill/make_skill.h"
-
 #include "knrexport/render/render_setup_file.h"
 #include "knrexport/render/render_setup_property.h"
+#include "knrexport/skill/loop_skill_property.h"
+#include "knrexport/skill/make_skill.h"
 
 BVHActionOperation gAddBVHAction = &AddBVHAction;
 RenderSetupOperation gGenerateRenderSetup = &GenerateRenderSetup;
@@ -52,8 +52,9 @@ const CommandEntry kCommands[] = {
      [](Zyra::X3DObject& n, bool) { return AddKinraJL(n); }, nullptr, nullptr},
     {L"Make Skill", L"KnrMakeSkill", In::kNodeOrSource, false, Shift::kNone,
      L"The Make Skill action requires selecting a single node or action source in the actor description.", nullptr, MakeSkill, nullptr},
-    {L"Save Actor", L"KnrSaveActor", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Save Actor"), nullptr, nullptr, nullptr},
-    {L"Load Actor", L"KnrLoadActor", In::kNone, false, Shift::kNone, nullptr, nullptr, nullptr, nullptr},
+    {L"Save Actor", L"KnrSaveActor", In::kNode, false, Shift::kNone, KNR_NODE_MESSAGE(L"Save Actor"),
+     [](Zyra::X3DObject& n, bool) { return SaveActor(n); }, nullptr, nullptr},
+    {L"Load Actor", L"KnrLoadActor", In::kNone, false, Shift::kNone, nullptr, nullptr, nullptr, LoadActor},
     {L"Render Setup", L"KnrRenderSetup", In::kNone, false, Shift::kNone, nullptr, nullptr, nullptr, RenderSetup},
     {L"Import BVH Actor", L"KnrImportBVHActor", In::kNone, false, Shift::kNone, nullptr, nullptr, nullptr, ImportBVHActor},
     {L"Import BVH Action", L"KnrImportBVHAction", In::kNode, false, Shift::kNone,

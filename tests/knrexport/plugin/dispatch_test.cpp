@@ -131,12 +131,6 @@ TEST_F(DispatchTest, WrongSelectionsAreRefusedWithTheMessageAndOKExceptForGenera
   const size_t before = Boxes().size();
   EXPECT_TRUE(ExecuteEntry(*generate, {}).Succeeded());
   EXPECT_GT(Boxes().size(), before);
-  // An operation not built yet says so after the selection passed.
-  const CommandEntry* save = FindCommandEntry(L"Save Actor");
-  ASSERT_NE(save, nullptr);
-  Select({hips});
-  EXPECT_TRUE(ExecuteEntry(*save, {}).Succeeded());
-  EXPECT_EQ(Boxes().back(), L"Kinra Export: The Save Actor action is not available in this build.");
 }
 
 TEST_F(DispatchTest, ActionSourcesRunOnTheirModelWithTheirIndex) {
