@@ -36,6 +36,19 @@ CStatus DefineWith(void (*define)(CustomProperty&), CRef& context) {
   return CStatus::OK;
 }
 
+// A page that builds its layout when it opens starts from an empty one.
+CStatus ClearLayout(CRef& context) {
+  PPGLayout layout(Context(context).GetSource());
+  if (layout.IsValid()) layout.Clear();
+  return CStatus::OK;
+}
+
+CStatus EventWith(void (*handle)(PPGEventContext&), CRef& context) {
+  PPGEventContext event(context);
+  handle(event);
+  return CStatus::OK;
+}
+
 }  // namespace
 
 ZYRA_PLUGIN_CALLBACK CStatus ZyraLoadPlugin(PluginRegistrar& registrar) {
@@ -89,34 +102,18 @@ KNR_COMMAND(GenerateRenderSetup, L"GenerateRenderSetup")
 ZYRA_PLUGIN_CALLBACK CStatus KinraJL_Define(CRef& context) { return DefineWith(DefineKinraJL, context); }
 ZYRA_PLUGIN_CALLBACK CStatus Skill_Define(CRef& context) { return DefineWith(DefineSkill, context); }
 // The Skill page is built when it opens, from the actor's action sources.
-ZYRA_PLUGIN_CALLBACK CStatus Skill_DefineLayout(CRef& context) {
-  PPGLayout layout(Context(context).GetSource());
-  if (layout.IsValid()) layout.Clear();
-  return CStatus::OK;
-}
-ZYRA_PLUGIN_CALLBACK CStatus Skill_PPGEvent(CRef& context) {
-  PPGEventContext event(context);
-  OnSkillPageEvent(event);
-  return CStatus::OK;
-}
+ZYRA_PLUGIN_CALLBACK CStatus Skill_DefineLayout(CRef& context) { return ClearLayout(context); }
+ZYRA_PLUGIN_CALLBACK CStatus Skill_PPGEvent(CRef& context) { return EventWith(OnSkillPageEvent, context); }
 ZYRA_PLUGIN_CALLBACK CStatus KinraGen_Define(CRef& context) { return DefineWith(DefineKinraGen, context); }
 ZYRA_PLUGIN_CALLBACK CStatus KinraGen_DefineLayout(CRef& context) {
   PPGLayout layout(Context(context).GetSource());
   if (layout.IsValid()) BuildKinraGenLayout(layout);
   return CStatus::OK;
 }
-ZYRA_PLUGIN_CALLBACK CStatus KinraGen_PPGEvent(CRef& context) {
-  PPGEventContext event(context);
-  KinraGenPPGEvent(event);
-  return CStatus::OK;
-}
+ZYRA_PLUGIN_CALLBACK CStatus KinraGen_PPGEvent(CRef& context) { return EventWith(KinraGenPPGEvent, context); }
 ZYRA_PLUGIN_CALLBACK CStatus BVHActor_Define(CRef& context) { return DefineWith(DefineBVHActor, context); }
 // The BVHActor page is built when it opens, from its "Mode" (actor or action options).
-ZYRA_PLUGIN_CALLBACK CStatus BVHActor_DefineLayout(CRef& context) {
-  PPGLayout layout(Context(context).GetSource());
-  if (layout.IsValid()) layout.Clear();
-  return CStatus::OK;
-}
+ZYRA_PLUGIN_CALLBACK CStatus BVHActor_DefineLayout(CRef& context) { return ClearLayout(context); }
 ZYRA_PLUGIN_CALLBACK CStatus BVHActor_PPGEvent(CRef& context) {
   PPGEventContext event(context);
   switch (event.GetEventID()) {
@@ -143,16 +140,8 @@ ZYRA_PLUGIN_CALLBACK CStatus BVHActor_PPGEvent(CRef& context) {
 }
 ZYRA_PLUGIN_CALLBACK CStatus LoopSkill_Define(CRef& context) { return DefineWith(DefineLoopSkill, context); }
 // The LoopSkill page is built when it opens, from the model's action sources.
-ZYRA_PLUGIN_CALLBACK CStatus LoopSkill_DefineLayout(CRef& context) {
-  PPGLayout layout(Context(context).GetSource());
-  if (layout.IsValid()) layout.Clear();
-  return CStatus::OK;
-}
-ZYRA_PLUGIN_CALLBACK CStatus LoopSkill_PPGEvent(CRef& context) {
-  PPGEventContext event(context);
-  LoopSkillPageEvent(event);
-  return CStatus::OK;
-}
+ZYRA_PLUGIN_CALLBACK CStatus LoopSkill_DefineLayout(CRef& context) { return ClearLayout(context); }
+ZYRA_PLUGIN_CALLBACK CStatus LoopSkill_PPGEvent(CRef& context) { return EventWith(LoopSkillPageEvent, context); }
 ZYRA_PLUGIN_CALLBACK CStatus RenderSetup_Define(CRef& context) { return DefineWith(DefineRenderSetup, context); }
 // The RenderSetup page is built when it opens. The Generate button closes the page once the setup
 // is written; a refusal leaves it open to be corrected.
