@@ -29,12 +29,6 @@ constexpr float kShortestBone = 0.1f;
 // The cube primitive has edge 8; this makes it a unit cube.
 constexpr float kCubeToUnit = 0.125f;
 
-CValue Run(const wchar_t* command, const CValueArray& args) {
-  CValue result;
-  Application().ExecuteCommand(command, args, result);
-  return result;
-}
-
 // Runs `apply` on every item of a ';'-separated list (GetTag rules: blanks are squeezed out and an
 // empty item ends the list).
 template <class Apply>
@@ -104,11 +98,11 @@ X3DObject BuildJoint(ZyraBvHierarchy& hierarchy, MocapData& data, int index, con
   DrvVector_Set(&up, 0.0f, 1.0f, 0.0f);
   DrvQuaternion along;
   DrvQuaternion_FromTwoVectors(&along, &up, &end);
-  Run(L"ResetTransform", {target, 1, 1, 7});
+  RunCommand(L"ResetTransform", {target, 1, 1, 7});
   PutVector(object, L"posx", L"posy", L"posz", 0.0f, length * 0.5f, 0.0f);
-  Run(L"ResetTransform", {target, 1, 4, 7});
+  RunCommand(L"ResetTransform", {target, 1, 4, 7});
   PutRotation(object, along);
-  Run(L"ResetTransform", {target, 1, 2, 7});
+  RunCommand(L"ResetTransform", {target, 1, 2, 7});
 
   X3DObject parent = node.parent < 0 ? globalSRT : hierarchy.nodes[node.parent].object;
   parent.AddChild(object.GetRef());
@@ -288,7 +282,7 @@ Model LoadBvhActor(const CString& path, const CString& actorName, const CString&
   members.Add(globalSRT.GetRef());
   if (!sceneRoot.AddModel(members, actorName, model).Succeeded()) {
     ShowMessage(CString(L"Cannot create the actor model \"") + actorName + L"\".");
-    Run(L"DeleteObj", {CValue(globalSRT.GetRef())});
+    RunCommand(L"DeleteObj", {CValue(globalSRT.GetRef())});
     return Model();
   }
   // Made in the scene root's name space, the null may have had to take a numbered name; inside
@@ -316,7 +310,7 @@ bool ImportBVHActor() {
   if (!InspectObj(options.GetFullName(), L"", L"Import BVH Actor", 4, false)) {
     // Cancelled: leave the scene as it was, options included.
     if (added) {
-      Run(L"DeleteObj", {CValue(options.GetRef())});
+      RunCommand(L"DeleteObj", {CValue(options.GetRef())});
     } else {
       options.PutParameterValue(L"Mode", previousMode);
     }

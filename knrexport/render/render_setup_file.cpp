@@ -36,19 +36,13 @@ const ExportOption kSceneExportOptions[] = {
 };
 
 // Runs a host command; a failure does not stop the generation, the host has logged it.
-CValue Run(const wchar_t* command, const CValueArray& args) {
-  CValue result;
-  Application().ExecuteCommand(command, args, result);
-  return result;
-}
-
 // Points the current pass's archive at `path` and writes frames first..last.
 void ExportArchive(const CString& path, int first, int last) {
-  Pass pass(Run(L"GetCurrentPass", {}).AsRef());
+  Pass pass(RunCommand(L"GetCurrentPass", {}).AsRef());
   const CString name = pass.GetFullName();
-  Run(L"SetValue", {name + L".ArchiveFileName", path});
-  Run(L"SetValue", {name + L".renderer.ArchiveAsciiOutput", true});
-  Run(L"ExportRenderArchive", {CValue(pass.GetRef()), first, last, 1});
+  RunCommand(L"SetValue", {name + L".ArchiveFileName", path});
+  RunCommand(L"SetValue", {name + L".renderer.ArchiveAsciiOutput", true});
+  RunCommand(L"ExportRenderArchive", {CValue(pass.GetRef()), first, last, 1});
 }
 
 void WriteLine(std::FILE* out, const CString& text) {
@@ -115,10 +109,10 @@ CRefArray CollectTargetModels(const Group& group) {
 void ExportTarget(Model& model, const CString& dir, std::FILE* out) {
   const CString name = model.GetName();
   WriteLine(out, name);
-  Run(L"SelectObj", {CValue(model.GetRef())});
+  RunCommand(L"SelectObj", {CValue(model.GetRef())});
   for (const ExportOption& option : kSceneExportOptions)
-    Run(L"SetValue", {option.name, option.value});
-  Run(L"ZrExportDotZyraFile", {CValue(model.GetRef()), dir + L"/" + name + L".zyra"});
+    RunCommand(L"SetValue", {option.name, option.value});
+  RunCommand(L"ZrExportDotZyraFile", {CValue(model.GetRef()), dir + L"/" + name + L".zyra"});
   ExportArchive(dir + L"/" + name, 1, 1);
 }
 

@@ -14,12 +14,6 @@ namespace {
 
 constexpr int kIntMax = 2147483647;
 
-CValue Run(const wchar_t* command, const CValueArray& args) {
-  CValue result;
-  CStatus status = Application().ExecuteCommand(command, args, result);
-  return status.Succeeded() ? result : CValue();
-}
-
 // The scene root's RenderSetup; made (with the play range as frames) when there is none.
 CustomProperty FindOrAddRenderSetup(X3DObject& owner, bool& added) {
   added = false;
@@ -35,8 +29,8 @@ CustomProperty FindOrAddRenderSetup(X3DObject& owner, bool& added) {
     if (property.IsValid()) DefineRenderSetup(property);
   }
   if (property.IsValid()) {
-    property.PutParameterValue(L"Start", Run(L"GetValue", {L"PlayControl.In"}).AsInt());
-    property.PutParameterValue(L"End", Run(L"GetValue", {L"PlayControl.Out"}).AsInt());
+    property.PutParameterValue(L"Start", RunCommand(L"GetValue", {L"PlayControl.In"}).AsInt());
+    property.PutParameterValue(L"End", RunCommand(L"GetValue", {L"PlayControl.Out"}).AsInt());
   }
   return property;
 }
@@ -73,7 +67,7 @@ void BuildRenderSetupLayout(const CustomProperty& property) {
 bool GenerateFromRenderSetup(const CustomProperty& property) {
   const CString groupName = property.GetParameterValue(L"Target").GetAsText();
   // An empty or unknown name gives no group, which the generation refuses with its message.
-  CRef group = groupName.IsEmpty() ? CRef() : Run(L"GetValue", {groupName}).AsRef();
+  CRef group = groupName.IsEmpty() ? CRef() : RunCommand(L"GetValue", {groupName}).AsRef();
   return GenerateRenderSetup(property.GetParameterValue(L"FileName").GetAsText(), group,
                              property.GetParameterValue(L"Start").AsInt(),
                              property.GetParameterValue(L"End").AsInt(),
@@ -88,7 +82,7 @@ bool RenderSetup() {
   if (!options.IsValid()) return false;
   BuildRenderSetupLayout(options);
   if (!InspectObj(options.GetFullName(), L"", kRenderSetupTitle, 4, false) && added) {
-    Run(L"DeleteObj", {CValue(options.GetRef())});
+    RunCommand(L"DeleteObj", {CValue(options.GetRef())});
   }
   return true;
 }

@@ -14,13 +14,13 @@ int Ask(const CString& text, int style) {
   return answer;
 }
 
-CValue Run(const wchar_t* command, const CValueArray& args) {
+}  // namespace
+
+CValue RunCommand(const wchar_t* command, const CValueArray& args) {
   CValue result;
-  Application().ExecuteCommand(command, args, result);
+  if (!Application().ExecuteCommand(command, args, result).Succeeded()) return CValue();
   return result;
 }
-
-}  // namespace
 
 void ShowMessage(const CString& text) { Ask(text, siMsgOkOnly); }
 bool AskOkCancel(const CString& text) { return Ask(text, siMsgOkCancel) != siMsgCancel; }
@@ -53,18 +53,18 @@ CString FileBrowser(const CString& filter, const CString& title, const CString& 
   return browser.GetProperty(L"FilePathName").GetAsText();
 }
 
-void DeleteObj(const CString& name) { Run(L"DeleteObj", {name}); }
+void DeleteObj(const CString& name) { RunCommand(L"DeleteObj", {name}); }
 
 void ClearAnim(Model& model) {
-  Run(L"RemoveAllAnimation", {CValue(model.GetRef()), CValue(), 1, 9});
+  RunCommand(L"RemoveAllAnimation", {CValue(model.GetRef()), CValue(), 1, 9});
   if (!model.HasMixer()) return;
-  CValueArray tracks = Run(L"EnumElements", {model.GetFullName() + L".Mixer.AnimTracks"}).AsArray();
-  for (const CValue& track : tracks) Run(L"DeleteObj", {track});
+  CValueArray tracks = RunCommand(L"EnumElements", {model.GetFullName() + L".Mixer.AnimTracks"}).AsArray();
+  for (const CValue& track : tracks) RunCommand(L"DeleteObj", {track});
 }
 
 bool InspectObj(const CString& objects, const CString& keywords, const CString& title, const CValue& mode,
                 bool throwOnCancel) {
-  CValue cancelled = Run(L"InspectObj", {objects, keywords, title, mode, throwOnCancel});
+  CValue cancelled = RunCommand(L"InspectObj", {objects, keywords, title, mode, throwOnCancel});
   return !cancelled.AsBool();
 }
 
@@ -74,7 +74,7 @@ void SetWireframeDisplayColor(X3DObject& obj, int color) {
 }
 
 bool SetLogCommand(bool on) {
-  bool previous = Run(L"GetValue", {L"preferences.scripting.cmdlog"}).AsBool();
-  Run(L"SetValue", {L"preferences.scripting.cmdlog", on});
+  bool previous = RunCommand(L"GetValue", {L"preferences.scripting.cmdlog"}).AsBool();
+  RunCommand(L"SetValue", {L"preferences.scripting.cmdlog", on});
   return previous;
 }

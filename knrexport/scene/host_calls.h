@@ -10,6 +10,9 @@
 inline constexpr const wchar_t* kMessageCaption = L"Kinra Export";
 
 // A refusal or warning: OK-only message box captioned "Kinra Export".
+// Runs a host command by name; what it returns, or an empty value when it failed (the host has
+// logged why).
+Zyra::CValue RunCommand(const wchar_t* command, const Zyra::CValueArray& args);
 void ShowMessage(const Zyra::CString& text);
 // A question with OK and Cancel; true when the user chose OK.
 bool AskOkCancel(const Zyra::CString& text);

@@ -24,12 +24,6 @@ constexpr const wchar_t* kStashName = L"TmpRTKLoopStash";
 constexpr const wchar_t* kHelpLink = L"knrexport/docs/skills.html#loop";
 constexpr int kModal = 4;
 
-CValue Run(const wchar_t* command, const CValueArray& args) {
-  CValue result;
-  Application().ExecuteCommand(command, args, result);
-  return result;
-}
-
 int IntOf(const CustomProperty& p, const wchar_t* name) { return p.GetParameterValue(name).AsInt(); }
 
 // The model of the property's root node and its chosen source; false when either is missing.
@@ -79,13 +73,13 @@ ActionSource StashAnimation(Model& model) {
   double first = 1e300, last = -1e300;
   const CString parameters = AnimatedParameters(model, first, last);
   if (parameters.IsEmpty()) return ActionSource();
-  return ActionSource(Run(L"StoreAction", {model.GetFullName(), parameters, 6, kStashName, 1, first, last, 0, 0}).AsRef());
+  return ActionSource(RunCommand(L"StoreAction", {model.GetFullName(), parameters, 6, kStashName, 1, first, last, 0, 0}).AsRef());
 }
 
 void UnstashAnimation(ActionSource& stash, Model& model) {
   if (!stash.IsValid()) return;
-  Run(L"ApplyAction", {CValue(stash.GetRef()), CValue(model.GetRef())});
-  Run(L"DeleteObj", {CValue(stash.GetRef())});
+  RunCommand(L"ApplyAction", {CValue(stash.GetRef()), CValue(model.GetRef())});
+  RunCommand(L"DeleteObj", {CValue(stash.GetRef())});
 }
 
 }  // namespace
@@ -151,15 +145,15 @@ void FollowLoopSource(CustomProperty property) {
   FrameRange(source, first, last);
   const CString path = property.GetFullName();
   for (const wchar_t* name : {L".Start", L".End"})
-    Run(L"EditParameterDefinition", {path + name, first, last, first, last});
-  Run(L"EditParameterDefinition", {path + L".Smooth", 0, last - first, 0, last - first});
+    RunCommand(L"EditParameterDefinition", {path + name, first, last, first, last});
+  RunCommand(L"EditParameterDefinition", {path + L".Smooth", 0, last - first, 0, last - first});
   const bool processed = IntOf(property, L"PrevEnd") > IntOf(property, L"PrevStart");
   if (!processed || IntOf(property, L"Source") != IntOf(property, L"PrevSource")) {
     property.PutParameterValue(L"Start", first);
     property.PutParameterValue(L"End", last);
   }
-  Run(L"SetValue", {L"PlayControl.In", static_cast<double>(first)});
-  Run(L"SetValue", {L"PlayControl.Current", static_cast<double>(IntOf(property, L"Start"))});
+  RunCommand(L"SetValue", {L"PlayControl.In", static_cast<double>(first)});
+  RunCommand(L"SetValue", {L"PlayControl.Current", static_cast<double>(IntOf(property, L"Start"))});
 }
 
 bool ProcessLoopSkill(CustomProperty property) {
@@ -175,7 +169,7 @@ bool ProcessLoopSkill(CustomProperty property) {
   ScopedLogOff logOff;
   ActionSource stash = StashAnimation(model);
   StorePose(root);
-  Run(L"ApplyAction", {CValue(source.GetRef()), CValue(model.GetRef())});
+  RunCommand(L"ApplyAction", {CValue(source.GetRef()), CValue(model.GetRef())});
   const bool stored = MakeLoop(source, model, root, start, end, IntOf(property, L"Smooth"),
                                property.GetParameterValue(L"Loco").AsBool());
   RemoveFCurves(root);
@@ -202,13 +196,13 @@ void LoopSkillPageEvent(PPGEventContext& event) {
     case siParameterChange: {
       Parameter changed(event.GetSource());
       if (changed.GetName() == CString(L"Source")) FollowLoopSource(CustomProperty(changed.GetParent()));
-      if (changed.GetName() == CString(L"Start")) Run(L"SetValue", {L"PlayControl.Current", changed.GetValue()});
+      if (changed.GetName() == CString(L"Start")) RunCommand(L"SetValue", {L"PlayControl.Current", changed.GetValue()});
       break;
     }
     case siButtonClicked:
       if (event.GetAttribute(L"Button").GetAsText() == CString(L"Process") &&
           ProcessLoopSkill(CustomProperty(event.GetSource()))) {
-        Run(L"Close", {});
+        RunCommand(L"Close", {});
       }
       break;
     case siOnClosed:
