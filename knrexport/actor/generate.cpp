@@ -137,14 +137,8 @@ bool BuildGeneratedActor(Model& model, X3DObject& root, const GenerateOptions& o
 long ComputeProgressBarSize(Model& model, X3DObject& root, bool skill, bool envelope, bool box) {
   const long n = GetNumChildren(model);
   long size = box ? 2 * n : n;
-  if (envelope) {
-    CRefArray enveloped;
-    ExtractEnvelopeList(model, enveloped);
-    for (const CRef& ref : enveloped) {
-      for (const CRef& env : X3DObject(ref).GetEnvelopes())
-        size += 2 * Envelope(env).GetDeformers().GetCount();
-    }
-  }
+  // Two steps per deformer of every envelope: carrying it and its weights.
+  if (envelope) size += 2 * ComputeWeightMapSize(model);
   if (skill) size += ComputeProgessBarSizeForSkills(model, n);
   return size + (HasTag(root, kTagHomePose) ? 4 * n : 2 * n);
 }

@@ -153,8 +153,7 @@ bool GotoBasePose(X3DObject& root) {
 bool RemoveFCurves(X3DObject& node) {
   Model model;
   if (!GetActorModel(node, model)) return false;
-  CValue ignored;
-  Application().ExecuteCommand(L"RemoveAllAnimation", {CValue(model.GetRef()), CValue(), 1, 9}, ignored);
+  RunCommand(L"RemoveAllAnimation", {CValue(model.GetRef()), CValue(), 1, 9});
   return true;
 }
 

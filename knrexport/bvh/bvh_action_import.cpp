@@ -98,20 +98,16 @@ ActionSource KeepEarlierCurves(Model& actor, ZyraBvHierarchy& hierarchy, bool op
   }
   if (list.IsEmpty()) return ActionSource();
   constexpr double kEveryKey = 1e15;
-  CValue source;
-  Application().ExecuteCommand(L"StoreAction",
-                               {CValue(actor.GetRef()), list, 6, CString(L"TmpBVHKeptCurves"), 0,
-                                -kEveryKey, kEveryKey, 0, 0},
-                               source);
-  return ActionSource(source.AsRef());
+  return ActionSource(RunCommand(L"StoreAction", {CValue(actor.GetRef()), list, 6,
+                                                  CString(L"TmpBVHKeptCurves"), 0, -kEveryKey,
+                                                  kEveryKey, 0, 0})
+                          .AsRef());
 }
 
 void PutBackEarlierCurves(Model& actor, ActionSource& kept) {
   if (!kept.IsValid()) return;
-  CValue ignored;
-  Application().ExecuteCommand(L"ApplyAction", {CValue(kept.GetRef()), CValue(actor.GetRef())},
-                               ignored);
-  Application().ExecuteCommand(L"DeleteObj", {CValue(kept.GetRef())}, ignored);
+  RunCommand(L"ApplyAction", {CValue(kept.GetRef()), CValue(actor.GetRef())});
+  RunCommand(L"DeleteObj", {CValue(kept.GetRef())});
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <cwctype>
 
 #include "knrexport/scene/actor_lookup.h"
+#include "knrexport/scene/host_calls.h"
 #include "knrexport/scene/parameters.h"
 #include "zyra/application.h"
 
@@ -73,8 +74,7 @@ void HideNode(X3DObject& object, bool hide) {
     visibility.PutParameterValue(L"viewvis", view);
     visibility.PutParameterValue(L"rendvis", render);
   }
-  CValue ignored;
-  Application().ExecuteCommand(L"DeleteObj", {CValue(found.GetRef())}, ignored);
+  DeleteObj(found.GetFullName());
 }
 
 void HideActor(X3DObject& object, bool hide) {

@@ -152,8 +152,7 @@ bool MakeLocoSkill(Model& model, ActionSource& source, float threshold, bool use
     return false;
   }
   RemoveLocoKeys(source);
-  CValue ignored;
-  Application().ExecuteCommand(L"RemoveAllAnimation", {CValue(model.GetRef()), CValue(), 1, 9}, ignored);
+  RemoveFCurves(root);
   GotoHome(model, ProgressBar());
   CRefArray feet, heels;
   ExtractFeet(root, feet);

@@ -139,11 +139,14 @@ long FCurveObject::AddKey(const FCurveKey& key) {
 
 void FCurveObject::RemoveKeys(double from, double to) {
   if (!(from <= to)) return;
-  if (editDepth > 0) {  // keys are not in order yet
-    for (size_t i = keys.size(); i-- > 0;) {
-      double f = keys.Frame(i);
-      if (from <= f && f <= to) keys.Erase(i, i + 1);
-    }
+  if (editDepth > 0) {  // keys are not in order yet: one pass over all of them
+    std::vector<FCurveKey> kept = keys;
+    const auto removed = std::remove_if(kept.begin(), kept.end(), [&](const FCurveKey& key) {
+      return from <= key.frame && key.frame <= to;
+    });
+    if (removed == kept.end()) return;
+    kept.erase(removed, kept.end());
+    keys = kept;
     return;
   }
   keys.Erase(keys.LowerBound(from), keys.UpperBound(to));

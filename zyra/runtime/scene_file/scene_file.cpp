@@ -21,10 +21,6 @@ CStatus FileError(const std::string& path, const char* what, int error) {
 
 }  // namespace
 
-CStatus WriteFileAtomically(const std::string& path, const std::string& text) {
-  return WriteFileReplacing(path, text);
-}
-
 CStatus ReadWholeFile(const std::string& path, std::string& text) {
   text.clear();
   std::FILE* file = std::fopen(path.c_str(), "rb");
@@ -84,7 +80,7 @@ CStatus SaveSceneFile(const std::string& path) {
   const size_t keys = CountKeys(*scene.root);
   FileProgress progress(L"Saving " + FileName(path), 2 * keys);
   std::string text = WriteSceneText(scene, [&progress](size_t n) { progress.Advance(n); });
-  CStatus status = WriteFileAtomically(path, text);
+  CStatus status = WriteFileReplacing(path, text);
   progress.Advance(keys);
   return status;
 }
@@ -110,7 +106,7 @@ CStatus ExportBranch(const std::shared_ptr<X3D>& object, const std::string& path
   options.customProperties = flag(L"custompset");
   options.animation = flag(L"animall");
   options.frame = Host::Get().CurrentFrame();
-  return WriteFileAtomically(path, WriteBranchText(*object, options));
+  return WriteFileReplacing(path, WriteBranchText(*object, options));
 }
 
 CStatus ImportBranch(const std::string& path, const std::shared_ptr<X3D>& parent,

@@ -38,9 +38,6 @@ std::string WriteSceneText(const Scene& scene,
 // One branch (`top` and everything below it) as scene-file text.
 std::string WriteBranchText(const X3D& top, const BranchWriteOptions& options);
 
-// Writes `text` to `path` + ".tmp", then renames it over `path`. On failure the temporary file
-// is removed, `path` is left as it was, and the message names `path`.
-CStatus WriteFileAtomically(const std::string& path, const std::string& text);
 // Reads a whole file; fails with "<path>: cannot open: <reason>".
 CStatus ReadWholeFile(const std::string& path, std::string& text);
 
