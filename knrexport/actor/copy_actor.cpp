@@ -28,7 +28,6 @@ constexpr float kNominalSizeFactor = 0.025f;
 
 struct CopyContext {
   ProgressBar bar;
-  bool envelope = false;
   bool removeExtra = false;
   bool removePoly = false;
   float nominalSize = 0.0f;
@@ -182,7 +181,6 @@ void CopyNode(Model& sourceModel, X3DObject& sourceNode, X3DObject& generatedNod
               bool envelope, bool removeExtra, bool removePoly, float nominalSize) {
   CopyContext c;
   c.bar = bar;
-  c.envelope = envelope;
   c.removeExtra = removeExtra;
   c.removePoly = removePoly;
   c.nominalSize = nominalSize;

@@ -158,9 +158,11 @@ void CarryWeights(const CRefArray& enveloped, Model& generated, ProgressBar& bar
       Envelope from(sourceEnvelopes[e]);
       CRefArray deformers = from.GetDeformers();
       std::vector<double> totals;
+      std::vector<CDoubleArray> read;  // each deformer's weights, read once
       for (const CRef& deformer : deformers) {
         bar.Increment();
-        CDoubleArray weights = from.GetDeformerWeights(deformer, 0.0);
+        read.push_back(from.GetDeformerWeights(deformer, 0.0));
+        const CDoubleArray& weights = read.back();
         if (totals.size() < static_cast<size_t>(weights.GetCount()))
           totals.resize(static_cast<size_t>(weights.GetCount()));
         for (long p = 0; p < weights.GetCount(); ++p) {
@@ -169,8 +171,9 @@ void CarryWeights(const CRefArray& enveloped, Model& generated, ProgressBar& bar
       }
       if (e >= copyEnvelopes.GetCount()) continue;
       Envelope to(copyEnvelopes[e]);
-      for (const CRef& deformer : deformers) {
-        CDoubleArray weights = from.GetDeformerWeights(deformer, 0.0);
+      for (long d = 0; d < deformers.GetCount(); ++d) {
+        const CRef& deformer = deformers[d];
+        CDoubleArray& weights = read[static_cast<size_t>(d)];
         for (long p = 0; p < weights.GetCount(); ++p) {
           double total = totals[static_cast<size_t>(p)];
           if (weights[p] > 0 && total > 0) weights[p] = 100.0 * weights[p] / total;
@@ -250,14 +253,16 @@ void SynchronizeWeightMaps(Model& source, Model& generated, WeightList& records,
 bool CleanupImportData(X3DObject& imported, const WeightList& records, const CString& weightFile) {
   if (records.empty()) return true;
   const std::vector<WeightSlot> slots = WeightSlots(imported);
+  std::vector<long> pointCounts;
+  for (const WeightSlot& slot : slots)
+    pointCounts.push_back(slot.envelope.GetDeformerWeights(slot.deformer, 0.0).GetCount());
   std::wstring problem;
   if (slots.size() != records.size()) {
     problem = L"it holds " + std::to_wstring(records.size()) + L" weight maps but the actor has " +
               std::to_wstring(slots.size());
   }
   for (size_t i = 0; problem.empty() && i < slots.size(); ++i) {
-    const long pointCount = slots[i].envelope.GetDeformerWeights(slots[i].deformer, 0.0).GetCount();
-    const std::wstring why = RecordProblem(records[i], pointCount);
+    const std::wstring why = RecordProblem(records[i], pointCounts[i]);
     if (!why.empty()) problem = L"weight map " + std::to_wstring(i + 1) + L": " + why;
   }
   if (!problem.empty()) {
@@ -266,8 +271,7 @@ bool CleanupImportData(X3DObject& imported, const WeightList& records, const CSt
     return false;
   }
   for (size_t i = 0; i < slots.size(); ++i) {
-    const long pointCount = slots[i].envelope.GetDeformerWeights(slots[i].deformer, 0.0).GetCount();
-    CDoubleArray weights(std::vector<double>(static_cast<size_t>(pointCount), 0.0));
+    CDoubleArray weights(std::vector<double>(static_cast<size_t>(pointCounts[i]), 0.0));
     for (size_t k = 0; k < records[i].points.size(); ++k)
       weights[records[i].points[k]] = records[i].weights[k];
     Envelope envelope = slots[i].envelope;

@@ -116,16 +116,10 @@ void BuildLoopSkillLayout(const CustomProperty& property) {
   if (!layout.IsValid()) return;
   layout.Clear();
   layout.PutAttribute(siUIHelpFile, kHelpLink);
-  CValueArray choices;
   Model model;
   X3DObject root(property.GetParent());
-  if (root.IsValid() && GetModel(root, model)) {
-    const CRefArray sources = model.GetSources();
-    for (long i = 0; i < sources.GetCount(); ++i) {
-      choices.Add(ActionSource(sources[i]).GetName());
-      choices.Add(static_cast<int>(i));
-    }
-  }
+  if (root.IsValid()) GetModel(root, model);
+  const CValueArray choices = SourceChoices(model);
   layout.AddGroup(L"Loop Options");
   layout.AddEnumControl(L"Source", choices, L"Source", siControlCombo);
   layout.AddItem(L"Start");

@@ -49,19 +49,22 @@ void DefineLoopSkill(CustomProperty& p) {
   AddParam(p, L"PrevEnd", siInt4, kCapPersistable, 0, -kIntMax, kIntMax);
 }
 
+CValueArray SourceChoices(Model model) {
+  CValueArray choices;
+  if (!model.IsValid()) return choices;
+  const CRefArray sources = model.GetSources();
+  for (long i = 0; i < sources.GetCount(); ++i) {
+    choices.Add(ActionSource(sources[i]).GetName());
+    choices.Add(static_cast<int>(i));
+  }
+  return choices;
+}
+
 void BuildSkillLayout(CustomProperty& property) {
   PPGLayout layout = PPGLayout::Of(property.GetRef());
   if (!layout.IsValid()) return;
   layout.Clear();
-  CValueArray sources;
-  Model model = ModelOf(property);
-  if (model.IsValid()) {
-    CRefArray list = model.GetSources();
-    for (long i = 0; i < list.GetCount(); ++i) {
-      sources.Add(ActionSource(list[i]).GetName());
-      sources.Add(static_cast<int>(i));
-    }
-  }
+  const CValueArray sources = SourceChoices(ModelOf(property));
   layout.AddGroup(L"Source Options");
   layout.AddEnumControl(L"Source", sources);
   layout.AddItem(L"Transfer");
