@@ -207,15 +207,25 @@ void FCurveKeys::Reserve(size_t n) {
   }
 }
 
-void FCurveKeys::Assign(const double* frames, const double* values, size_t n, int code) {
+namespace {
+
+// True when the `n` frames are exactly start + step * i with a positive step, or fewer than two.
+bool EvenlySpaced(const double* frames, size_t n, double& start, double& step) {
   bool even = n >= 2 && frames[1] - frames[0] > 0;
-  const double start = n > 0 ? frames[0] : 0.0;
-  const double step = n >= 2 ? frames[1] - frames[0] : 0.0;
+  start = n > 0 ? frames[0] : 0.0;
+  step = n >= 2 ? frames[1] - frames[0] : 0.0;
   for (size_t i = 0; even && i < n; ++i) {
     even =
         start + step * static_cast<double>(i) == frames[i] && (i == 0 || frames[i] > frames[i - 1]);
   }
-  if (even || n < 2) {
+  return even || n < 2;
+}
+
+}  // namespace
+
+void FCurveKeys::Assign(const double* frames, const double* values, size_t n, int code) {
+  double start = 0, step = 0;
+  if (EvenlySpaced(frames, n, start, step)) {
     AssignEven(start, step, values, n, code);
     return;
   }
@@ -223,6 +233,34 @@ void FCurveKeys::Assign(const double* frames, const double* values, size_t n, in
   frames_.assign(frames, frames + n);
   even_ = false;
   step_ = 0;
+}
+
+void FCurveKeys::Assign(const double* frames, std::vector<float> values, int code) {
+  const size_t n = values.size();
+  double start = 0, step = 0;
+  if (EvenlySpaced(frames, n, start, step)) {
+    AssignEven(start, step, std::move(values), code);
+    return;
+  }
+  AssignEven(0, 0, std::move(values), code);
+  frames_.assign(frames, frames + n);
+  even_ = false;
+  step_ = 0;
+}
+
+void FCurveKeys::AssignEven(double start, double step, std::vector<float> values, int code) {
+  if (!std::all_of(values.begin(), values.end(), [](float v) { return IsFloat(v); })) {
+    const std::vector<double> wide(values.begin(), values.end());
+    AssignEven(start, step, wide.data(), wide.size(), code);
+    return;
+  }
+  Clear();
+  count_ = values.size();
+  start_ = count_ > 0 ? start : 0.0;
+  step_ = count_ >= 2 ? step : 0.0;
+  common_ = code;
+  wide_ = false;
+  floats_ = std::move(values);
 }
 
 void FCurveKeys::AssignEven(double start, double step, const double* values, size_t n, int code) {

@@ -119,6 +119,10 @@ class FCurveKeys {
   void Assign(const double* frames, const double* values, size_t n, int code);
   // The same for keys known to be evenly spaced: frame i is start + step * i.
   void AssignEven(double start, double step, const double* values, size_t n, int code);
+  // Both with single-precision values, taken over as the value column without a copy (a value
+  // that is not a finite float, which no float column holds, widens the column as above).
+  void Assign(const double* frames, std::vector<float> values, int code);
+  void AssignEven(double start, double step, std::vector<float> values, int code);
 
   // Searches over frames sorted in increasing order: the first key at or after `frame`, and the
   // first key after it (size() when there is none). NaN lies before every key.

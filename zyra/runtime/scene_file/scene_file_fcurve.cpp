@@ -187,15 +187,15 @@ void ReadColumns(const Json& j, const Path& p, const Columns& columns, FCurveObj
   const Json* doubles = Find(j, "values");
   const Json* floats = Find(j, "floatValues");
   if (!doubles == !floats) Fail(p, "a curve has either \"values\" or \"floatValues\"");
+  // Float columns go into the curve as they were read, without a wider copy.
   std::vector<double> values;
+  std::vector<float> single;
   if (doubles) {
     values = ReadColumn<double>(*doubles, p / "values", columns, FromChars<double>);
   } else {
-    std::vector<float> single =
-        ReadColumn<float>(*floats, p / "floatValues", columns, FromChars<float>);
-    values.assign(single.begin(), single.end());
+    single = ReadColumn<float>(*floats, p / "floatValues", columns, FromChars<float>);
   }
-  const size_t n = values.size();
+  const size_t n = doubles ? values.size() : single.size();
 
   int code = 0;
   std::string codes;
@@ -225,13 +225,21 @@ void ReadColumns(const Json& j, const Path& p, const Columns& columns, FCurveObj
       if (i > 0 && !(frames[i - 1] < frames[i]))
         Fail(fp[i], "keys must be in increasing frame order");
     }
-    curve.keys.Assign(frames.data(), values.data(), n, code);
+    if (doubles) {
+      curve.keys.Assign(frames.data(), values.data(), n, code);
+    } else {
+      curve.keys.Assign(frames.data(), std::move(single), code);
+    }
   } else {
     double start = ReadNumber(Member(j, "start", p), p / "start");
     double step = ReadNumber(Member(j, "step", p), p / "step");
     if (!std::isfinite(start)) Fail(p / "start", "a key frame must be finite");
     if (!(step > 0) || !std::isfinite(step)) Fail(p / "step", "the step must be a positive number");
-    curve.keys.AssignEven(start, step, values.data(), n, code);
+    if (doubles) {
+      curve.keys.AssignEven(start, step, values.data(), n, code);
+    } else {
+      curve.keys.AssignEven(start, step, std::move(single), code);
+    }
     // Far from 0 a small step can round two frames onto one, or the last frame past the range.
     for (size_t i = 1; i < n; ++i) {
       if (!(curve.keys.Frame(i - 1) < curve.keys.Frame(i)) || !std::isfinite(curve.keys.Frame(i))) {
