@@ -19,18 +19,6 @@ namespace {
 
 constexpr const wchar_t* kOptionsName = L"KinraGen";
 
-// The KinraGen property of the root, added with its defaults when missing. Without the plug-in's
-// registered type (the library linked into a test) it is a plain custom property.
-CustomProperty FindOrAddKinraGen(X3DObject& root) {
-  Property found;
-  if (FindCustomPSet(root, kOptionsName, found)) return CustomProperty(found);
-  CustomProperty options = root.AddProperty(kOptionsName);
-  if (options.IsValid()) return options;
-  options = root.AddProperty(L"Custom_parameter_list", false, kOptionsName);
-  if (options.IsValid()) DefineKinraGen(options);
-  return options;
-}
-
 bool HasEffectorTag(const CRef& ref) {
   X3DObject node(ref);
   return node.IsValid() && HasTag(node, kTagEffector);
@@ -77,7 +65,7 @@ bool GenerateActor(X3DObject& selected) {
     ShowMessage(L"The source actor description must be initialized.");
     return false;
   }
-  CustomProperty options = FindOrAddKinraGen(root);
+  CustomProperty options = FindOrAddOptions(root, kOptionsName, DefineKinraGen);
   if (!options.IsValid()) return false;
   if (!InspectObj(options.GetFullName(), L"", L"Generate Actor", 4, false)) return false;
 

@@ -209,17 +209,7 @@ void RemoveBvhJoints(ZyraBvFile& file, MocapData& data, const CString& filter,
 }
 
 CustomProperty FindOrAddBVHActor(X3DObject& owner, bool& added) {
-  added = false;
-  Property found;
-  if (FindCustomPSet(owner, kPropertyName, found) && CustomProperty(found).IsValid()) return found;
-  added = true;
-  CustomProperty property = owner.AddProperty(kPropertyName);
-  if (property.IsValid()) return property;
-  // Without the module's registration (the plug-in linked into a test), the same parameters on
-  // a plain custom property.
-  property = owner.AddProperty(L"Custom_parameter_list", false, kPropertyName);
-  if (property.IsValid()) DefineBVHActor(property);
-  return property;
+  return FindOrAddOptions(owner, kPropertyName, DefineBVHActor, &added);
 }
 
 void BuildBVHActorLayout(const CustomProperty& property) {

@@ -16,19 +16,8 @@ constexpr int kIntMax = 2147483647;
 
 // The scene root's RenderSetup; made (with the play range as frames) when there is none.
 CustomProperty FindOrAddRenderSetup(X3DObject& owner, bool& added) {
-  added = false;
-  Property found;
-  if (FindCustomPSet(owner, kRenderSetupProperty, found) && CustomProperty(found).IsValid())
-    return found;
-  added = true;
-  CustomProperty property = owner.AddProperty(kRenderSetupProperty);
-  if (!property.IsValid()) {
-    // Without the module's registration (the plug-in linked into a test), the same parameters on
-    // a plain custom property.
-    property = owner.AddProperty(L"Custom_parameter_list", false, kRenderSetupProperty);
-    if (property.IsValid()) DefineRenderSetup(property);
-  }
-  if (property.IsValid()) {
+  CustomProperty property = FindOrAddOptions(owner, kRenderSetupProperty, DefineRenderSetup, &added);
+  if (added && property.IsValid()) {
     property.PutParameterValue(L"Start", RunCommand(L"GetValue", {L"PlayControl.In"}).AsInt());
     property.PutParameterValue(L"End", RunCommand(L"GetValue", {L"PlayControl.Out"}).AsInt());
   }

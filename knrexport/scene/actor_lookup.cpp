@@ -147,6 +147,19 @@ bool FindCustomPSet(X3DObject& obj, const CString& name, Property& out) {
   return FindProperty(obj, name, out);
 }
 
+CustomProperty FindOrAddOptions(X3DObject& owner, const wchar_t* name,
+                                void (*define)(CustomProperty&), bool* added) {
+  if (added) *added = false;
+  Property found;
+  if (FindCustomPSet(owner, name, found) && CustomProperty(found).IsValid()) return found;
+  if (added) *added = true;
+  CustomProperty property = owner.AddProperty(name);
+  if (property.IsValid()) return property;
+  property = owner.AddProperty(L"Custom_parameter_list", false, name);
+  if (property.IsValid()) define(property);
+  return property;
+}
+
 bool HasTag(const X3DObject& obj, const CString& name) {
   for (const CRef& ref : obj.GetProperties()) {
     if (Property(ref).GetName() == name) return true;

@@ -37,6 +37,13 @@ int GetNumChildren(Zyra::X3DObject& obj);
 // The first property named exactly `name`; false when there is none.
 bool FindProperty(Zyra::X3DObject& obj, const Zyra::CString& name, Zyra::Property& out);
 bool FindCustomPSet(Zyra::X3DObject& obj, const Zyra::CString& name, Zyra::Property& out);
+// The options property `name` of `owner` (a property type the plug-in registers), added with its
+// defaults when missing; `added` (when given) says whether it was. Without the registered type
+// (the plug-in's library linked into a test) it is a plain custom property given the same
+// parameters by `define`. Invalid when it could not be added.
+Zyra::CustomProperty FindOrAddOptions(Zyra::X3DObject& owner, const wchar_t* name,
+                                      void (*define)(Zyra::CustomProperty&),
+                                      bool* added = nullptr);
 // Appends, in depth-first pre-order, every object from `start` down that carries a custom
 // property named `tag`.
 void FindRTKNodes(Zyra::X3DObject& start, const Zyra::CString& tag, Zyra::CRefArray& out);

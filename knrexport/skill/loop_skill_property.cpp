@@ -84,16 +84,6 @@ void UnstashAnimation(ActionSource& stash, Model& model) {
 
 }  // namespace
 
-CustomProperty FindOrAddLoopSkill(X3DObject& root) {
-  Property found;
-  if (FindCustomPSet(root, kPropertyName, found)) return CustomProperty(found);
-  CustomProperty property = root.AddProperty(kPropertyName);
-  if (property.IsValid()) return property;
-  property = root.AddProperty(L"Custom_parameter_list", false, kPropertyName);
-  if (property.IsValid()) DefineLoopSkill(property);
-  return property;
-}
-
 bool LoopSkill(X3DObject& node, int sourceIndex) {
   Model model;
   if (!GetActorModel(node, model)) return false;
@@ -103,7 +93,7 @@ bool LoopSkill(X3DObject& node, int sourceIndex) {
     ShowMessage(L"The Loop Skill action requires the actor to have associated action sources.");
     return false;
   }
-  CustomProperty property = FindOrAddLoopSkill(root);
+  CustomProperty property = FindOrAddOptions(root, kPropertyName, DefineLoopSkill);
   if (!property.IsValid()) return false;
   property.PutParameterValue(L"Source", sourceIndex);
   BuildLoopSkillLayout(property);

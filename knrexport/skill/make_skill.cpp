@@ -106,18 +106,6 @@ TransferOutcome TransferSkill(Model& model, ActionSource& source, int kind) {
   return TransferOutcome::kEnded;
 }
 
-CustomProperty FindOrAddSkillProperty(X3DObject& root) {
-  Property found;
-  if (FindCustomPSet(root, L"Skill", found) && CustomProperty(found).IsValid()) return found;
-  CustomProperty property = root.AddProperty(L"Skill");
-  if (property.IsValid()) return property;
-  // Without the module's registration (the plug-in linked into a test), the same parameters on
-  // a plain custom property.
-  property = root.AddProperty(L"Custom_parameter_list", false, L"Skill");
-  if (property.IsValid()) DefineSkill(property);
-  return property;
-}
-
 }  // namespace
 
 bool MakeSkill(X3DObject& node, int sourceIndex) {
@@ -140,7 +128,7 @@ bool MakeSkill(X3DObject& node, int sourceIndex) {
     return true;
   }
   bool convertInPlace = HasTag(root, kTagActor);
-  CustomProperty skill = FindOrAddSkillProperty(root);
+  CustomProperty skill = FindOrAddOptions(root, L"Skill", DefineSkill);
   SkillPropertyScope removeAtEnd(skill);
   skill.PutParameterValue(L"Source", sourceIndex);
   if (!InspectObj(skill.GetFullName(), CString(), L"Make Skill", 4, false)) return true;
