@@ -61,8 +61,46 @@ Model SourceOf(const Model& generated) {
              : Model();
 }
 
+// Keeps the weight file that a save is about to replace, so that the pair can be put back when
+// the actor file cannot be replaced after the weight file was: a hard link beside it (a copy where
+// the file system has no links). Nothing is kept when there was no weight file.
+class WeightFileBackup {
+ public:
+  explicit WeightFileBackup(const std::filesystem::path& file) : file_(file) {
+    backup_ = file;
+    backup_ += L".old";
+    std::error_code error;
+    std::filesystem::remove(backup_, error);
+    if (!std::filesystem::is_regular_file(file_, error)) return;
+    std::filesystem::create_hard_link(file_, backup_, error);
+    if (error) std::filesystem::copy_file(file_, backup_, error);
+    kept_ = !error;
+  }
+  ~WeightFileBackup() {
+    std::error_code error;
+    if (kept_) std::filesystem::remove(backup_, error);
+  }
+  // Puts the older weight file back (or removes the new one when there was none).
+  void Restore() {
+    std::error_code error;
+    if (kept_) {
+      std::filesystem::rename(backup_, file_, error);
+      kept_ = !!error;
+    } else {
+      std::filesystem::remove(file_, error);
+    }
+  }
+  WeightFileBackup(const WeightFileBackup&) = delete;
+  WeightFileBackup& operator=(const WeightFileBackup&) = delete;
+
+ private:
+  std::filesystem::path file_, backup_;
+  bool kept_ = false;
+};
+
 // Exports the model through a temporary file and writes the weight file; both replace older
-// files only once written whole.
+// files only once written whole, and when the actor file cannot be replaced the older weight
+// file is put back, so the two files on disk always belong together.
 bool WriteActorFiles(Model& model, const CString& file, const WeightList& records) {
   const std::filesystem::path target(file.Wide());
   std::filesystem::path temporary = target;
@@ -75,6 +113,7 @@ bool WriteActorFiles(Model& model, const CString& file, const WeightList& record
     return false;
   }
   const CString weightFile = WeightFileName(file);
+  WeightFileBackup older(std::filesystem::path(weightFile.Wide()));
   if (!WriteWeightFile(weightFile, records)) {
     std::filesystem::remove(temporary, error);
     ShowMessage(weightFile + L": the weight file could not be written.");
@@ -82,6 +121,7 @@ bool WriteActorFiles(Model& model, const CString& file, const WeightList& record
   }
   std::filesystem::rename(temporary, target, error);
   if (error) {
+    older.Restore();
     std::filesystem::remove(temporary, error);
     ShowMessage(file + L": the actor file could not be written.");
     return false;

@@ -318,15 +318,29 @@ TEST_F(SaveActorTest, RejectedFileAddsNothing) {
 namespace {
 
 TEST_F(SaveActorTest, FailedSaveKeepsTheOlderFiles) {
-  std::ofstream(fs::path(file)) << "older actor";
-  fs::create_directory(WeightPath());  // the weight file cannot be replaced
-  EXPECT_FALSE(Save(generated));
-  ASSERT_EQ(Boxes().size(), 1u);
-  EXPECT_EQ(Boxes()[0].find(L"Kinra Export: " + WeightPath().wstring() + L": "), 0u);
-  EXPECT_EQ(Read(file), (Bytes{'o', 'l', 'd', 'e', 'r', ' ', 'a', 'c', 't', 'o', 'r'}));
-  size_t entries = 0;
-  for (auto it = fs::directory_iterator(dir); it != fs::directory_iterator(); ++it) ++entries;
-  EXPECT_EQ(entries, 2u) << "no temporary file is left behind";
+  // Either file of the pair cannot be replaced (a folder stands in its place): the other keeps its
+  // older bytes too, a message names the file at fault, and no temporary file is left behind.
+  struct Case {
+    const char* what;
+    bool actorBlocked;
+  };
+  for (const Case& c : {Case{"weight file blocked", false}, Case{"actor file blocked", true}}) {
+    fs::remove_all(dir);
+    fs::create_directories(dir);
+    Boxes().clear();
+    const fs::path blocked = c.actorBlocked ? fs::path(file) : WeightPath();
+    const fs::path older = c.actorBlocked ? WeightPath() : fs::path(file);
+    std::ofstream(older, std::ios::binary) << "older";
+    fs::create_directory(blocked);
+    std::ofstream(blocked / "inside") << "x";  // a folder with something in it: no rename over it
+    EXPECT_FALSE(Save(generated)) << c.what;
+    ASSERT_EQ(Boxes().size(), 1u) << c.what;
+    EXPECT_EQ(Boxes()[0].find(L"Kinra Export: " + blocked.wstring() + L": "), 0u) << c.what;
+    EXPECT_EQ(Read(older), (Bytes{'o', 'l', 'd', 'e', 'r'})) << c.what;
+    size_t entries = 0;
+    for (auto it = fs::directory_iterator(dir); it != fs::directory_iterator(); ++it) ++entries;
+    EXPECT_EQ(entries, 2u) << c.what;
+  }
 }
 
 }  // namespace
