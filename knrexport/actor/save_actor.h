@@ -10,7 +10,8 @@
 // home pose: the sources carry the motion, and the file keeps the actor at rest. An actor without
 // sources keeps its fcurves, its only animation. A LoopSkill page left on the root is deleted.
 // The actor file and the weight file are written to temporary files beside the targets and
-// renamed over them, so a failed save leaves the older files as they were.
+// renamed over them, so a failed save leaves the older files as they were (the older weight file
+// is put back when the actor file fails after it).
 //
 // Both commands start their dialog in the folder remembered in the scene root's "ActorFile"
 // property ("InitDir"), which is created when a file has been chosen, never before.
