@@ -269,12 +269,12 @@ void FCurveKeys::AssignEven(double start, double step, const double* values, siz
   start_ = n > 0 ? start : 0.0;
   step_ = n >= 2 ? step : 0.0;
   common_ = code;
-  wide_ = !std::all_of(values, values + n, IsFloat);
+  wide_ = !std::all_of(values, values + n, [](double v) { return IsFloat(v); });
   if (wide_) {
     doubles_.assign(values, values + n);
   } else {
-    floats_.resize(n);
-    for (size_t i = 0; i < n; ++i) floats_[i] = static_cast<float>(values[i]);
+    // Converted as copied: no zero fill of a column about to be overwritten.
+    floats_.assign(values, values + n);
   }
 }
 
