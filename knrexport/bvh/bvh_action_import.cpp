@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "knrexport/bvh/bvh_import.h"
+#include "knrexport/math/drv_batch.h"
 #include "knrexport/scene/actor_lookup.h"
 #include "knrexport/scene/host_calls.h"
 #include "knrexport/scene/pose_storage.h"
@@ -119,21 +120,27 @@ class ActionColumns final : public BvFrameSink {
     }
     const auto f = static_cast<std::size_t>(frame);
     const auto n = static_cast<std::size_t>(frames_);
-    for (Joint& joint : joints_) {
+    DrvQuaternion turns[kBvMaxNodes];
+    DrvVector radians[kBvMaxNodes];
+    const int count = static_cast<int>(joints_.size());
+    for (int j = 0; j < count; ++j) {
+      Joint& joint = joints_[static_cast<std::size_t>(j)];
       DrvTransform& sample = t[joint.origin];
       if (joint.placed) DrvTransform_Multiply(&sample, &joint.toParent, &sample);
-      float* column = joint.columns;
+      turns[j] = sample.rotation;
       if (joint.translate) {
-        column[f] = sample.translation.x;
-        column[n + f] = sample.translation.y;
-        column[2 * n + f] = sample.translation.z;
-        column += 3 * n;
+        joint.columns[f] = sample.translation.x;
+        joint.columns[n + f] = sample.translation.y;
+        joint.columns[2 * n + f] = sample.translation.z;
       }
-      DrvVector radians;
-      DrvQuaternion_GetEulerAngles(&sample.rotation, &radians);
-      column[f] = radians.x / kBvDegToRad;
-      column[n + f] = radians.y / kBvDegToRad;
-      column[2 * n + f] = radians.z / kBvDegToRad;
+    }
+    DrvQuaternion_GetEulerAnglesMany(radians, turns, count);
+    for (int j = 0; j < count; ++j) {
+      const Joint& joint = joints_[static_cast<std::size_t>(j)];
+      float* column = joint.columns + (joint.translate ? 3 * n : 0);
+      column[f] = radians[j].x / kBvDegToRad;
+      column[n + f] = radians[j].y / kBvDegToRad;
+      column[2 * n + f] = radians[j].z / kBvDegToRad;
     }
   }
 

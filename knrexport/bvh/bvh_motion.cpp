@@ -44,8 +44,14 @@ void BvSampleSink::Put(int frame, const float* x, const float* y, const float* z
   }
 }
 
+BvFrameReader::BvFrameReader(const BvMotionLayout& layout, MocapRecord* records, int frames)
+    : BvFrameReader(layout, samples_, frames) {
+  samples_ = BvSampleSink(records, layout.nodeCount);
+}
+
 BvFrameReader::BvFrameReader(const BvMotionLayout& layout, BvFrameSink& sink, int frames)
     : layout_(layout),
+      samples_(nullptr, 0),
       sink_(sink),
       frames_(frames),
       row_(layout.rest),

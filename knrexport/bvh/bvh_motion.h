@@ -71,6 +71,10 @@ class BvFrameReader {
   // `frames` is the number of frames of the section (the last one is checked for values left
   // over on its line).
   BvFrameReader(const BvMotionLayout& layout, BvFrameSink& sink, int frames);
+  // Into the samples of `records` (one per joint of the layout).
+  BvFrameReader(const BvMotionLayout& layout, MocapRecord* records, int frames);
+  BvFrameReader(const BvFrameReader&) = delete;
+  BvFrameReader& operator=(const BvFrameReader&) = delete;
   // Reads frames first .. last - 1 with `scanner`.
   BvMotionStop Read(BvScanner& scanner, int first, int last);
   // The take holds one frame a line and the next frame starts at the start of a line (the
@@ -90,6 +94,7 @@ class BvFrameReader {
                   BvMotionStop* stop);
 
   const BvMotionLayout& layout_;
+  BvSampleSink samples_;  // the sink when built on records
   BvFrameSink& sink_;
   int frames_;
   RowMode rows_ = kUnknown;
@@ -119,6 +124,12 @@ class BvSecondReader {
   static bool WorthIt(std::uint64_t bytes, int frames);
   // Starts reading after byte `middle`; Cursor() is at the start of the section.
   void Start(std::uint64_t middle, int frames, const BvMotionLayout& layout, BvFrameSink& sink);
+  // Into the samples of `records` (one per joint of the layout).
+  void Start(std::uint64_t middle, int frames, const BvMotionLayout& layout,
+             MocapRecord* records) {
+    samples_ = BvSampleSink(records, layout.nodeCount);
+    Start(middle, frames, layout, samples_);
+  }
   bool Reached(int frame) {
     if (!worker_.joinable()) return false;
     progress_.store(frame);
@@ -136,6 +147,7 @@ class BvSecondReader {
   void Run(std::uint64_t middle, int frames, const BvMotionLayout& layout, BvFrameSink& sink);
 
   BvScanner cursor_;
+  BvSampleSink samples_{nullptr, 0};
   std::thread worker_;
   std::atomic<int> start_{-1};  // the first frame of the second reader, once known
   // Stored by the first reader at every frame: on a cache line of its own, away from the
