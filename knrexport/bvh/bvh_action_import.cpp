@@ -1,5 +1,9 @@
 // BVH action import: keys every frame of a BVH file on the actor objects named after its joints
 // and stores the curves as an action source.
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <utility>
@@ -78,6 +82,23 @@ bool ModelToParent(Model& actor, const ZyraBvNode& node, DrvTransform& toParent)
   return true;
 }
 
+// Maps the pages of a fresh block of `bytes` at `data` in one call instead of a page fault per
+// page as the readers first write them (a fault costs far more than the page on a virtual
+// machine). Where the system cannot, the pages fault in as usual.
+void PrepareForWriting(void* data, std::size_t bytes) {
+#ifdef MADV_POPULATE_WRITE
+  const long page = sysconf(_SC_PAGESIZE);
+  if (page <= 0) return;
+  const auto mask = ~(static_cast<std::uintptr_t>(page) - 1);
+  const std::uintptr_t begin = (reinterpret_cast<std::uintptr_t>(data) + ~mask) & mask;
+  const std::uintptr_t end = (reinterpret_cast<std::uintptr_t>(data) + bytes) & mask;
+  if (end > begin) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_POPULATE_WRITE);
+#else
+  (void)data;
+  (void)bytes;
+#endif
+}
+
 // The values of the action's curves, made frame by frame as the reader parses the take (on both
 // of its threads), without the per-joint samples of the whole take: the pruning's folds are
 // replayed on each frame, root joints are placed in the model's space, and rotations become
@@ -99,7 +120,9 @@ class ActionColumns final : public BvFrameSink {
     std::size_t channels = 0;
     for (const Joint& joint : joints_) channels += joint.translate ? 6 : 3;
     // Every float is written before it is read: no zero fill of 4 bytes a key.
+    const std::size_t bytes = channels * static_cast<std::size_t>(frames) * sizeof(float);
     block_.reset(new float[channels * static_cast<std::size_t>(frames)]);
+    PrepareForWriting(block_.get(), bytes);
     float* next = block_.get();
     for (Joint& joint : joints_) {
       joint.columns = next;
