@@ -2,8 +2,12 @@
 // that are a division on evenly spaced frames and a binary search otherwise.
 #include "fcurve_keys.h"
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 
 namespace Zyra::rt {
@@ -11,6 +15,24 @@ namespace Zyra::rt {
 namespace {
 
 bool ByKey(const KeyTangents& t, size_t key) { return t.key < key; }
+
+// A long column about to be written whole has its pages mapped in one call rather than one page
+// fault per page (a fault costs far more than the page itself on a virtual machine). Columns of
+// a few pages are left alone; where the system cannot, the pages fault in as usual.
+void PrepareForWriting(void* data, size_t bytes) {
+#ifdef MADV_POPULATE_WRITE
+  constexpr size_t kWorthIt = size_t{256} << 10;
+  const long page = sysconf(_SC_PAGESIZE);
+  if (bytes < kWorthIt || page <= 0) return;
+  const auto mask = ~(static_cast<std::uintptr_t>(page) - 1);
+  const std::uintptr_t begin = (reinterpret_cast<std::uintptr_t>(data) + ~mask) & mask;
+  const std::uintptr_t end = (reinterpret_cast<std::uintptr_t>(data) + bytes) & mask;
+  if (end > begin) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_POPULATE_WRITE);
+#else
+  (void)data;
+  (void)bytes;
+#endif
+}
 
 }  // namespace
 
@@ -274,6 +296,8 @@ void FCurveKeys::AssignEven(double start, double step, const double* values, siz
     doubles_.assign(values, values + n);
   } else {
     // Converted as copied: no zero fill of a column about to be overwritten.
+    floats_.reserve(n);
+    PrepareForWriting(floats_.data(), n * sizeof(float));
     floats_.assign(values, values + n);
   }
 }
