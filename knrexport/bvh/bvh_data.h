@@ -67,8 +67,6 @@ struct MocapRecord {
   DrvTransform* samples = nullptr;
   // Curves the action importer creates: translation X, Y, Z, then rotation X, Y, Z.
   Zyra::FCurve curves[6];
-  // Euler angles in degrees that the action importer keyed in the previous frame.
-  float prevAngles[3] = {0.0f, 0.0f, 0.0f};
   // The joint's index in the hierarchy as the file gave it, before any pruning.
   int origin = -1;
 };

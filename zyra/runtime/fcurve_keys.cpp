@@ -16,6 +16,12 @@ namespace {
 
 bool ByKey(const KeyTangents& t, size_t key) { return t.key < key; }
 
+// FCurveKeys::IsFloat, inlined into the loops over whole columns.
+inline bool IsFloatValue(double v) {
+  if (!(std::fabs(v) <= std::numeric_limits<float>::max())) return false;  // also NaN
+  return static_cast<double>(static_cast<float>(v)) == v;
+}
+
 // A long column about to be written whole has its pages mapped in one call rather than one page
 // fault per page (a fault costs far more than the page itself on a virtual machine). Columns of
 // a few pages are left alone; where the system cannot, the pages fault in as usual.
@@ -36,10 +42,7 @@ void PrepareForWriting(void* data, size_t bytes) {
 
 }  // namespace
 
-bool FCurveKeys::IsFloat(double v) {
-  if (!(std::fabs(v) <= std::numeric_limits<float>::max())) return false;  // also NaN
-  return static_cast<double>(static_cast<float>(v)) == v;
-}
+bool FCurveKeys::IsFloat(double v) { return IsFloatValue(v); }
 
 FCurveKeys& FCurveKeys::operator=(const std::vector<FCurveKey>& keys) {
   Clear();
@@ -291,7 +294,7 @@ void FCurveKeys::AssignEven(double start, double step, const double* values, siz
   start_ = n > 0 ? start : 0.0;
   step_ = n >= 2 ? step : 0.0;
   common_ = code;
-  wide_ = !std::all_of(values, values + n, [](double v) { return IsFloat(v); });
+  wide_ = !std::all_of(values, values + n, IsFloatValue);
   if (wide_) {
     doubles_.assign(values, values + n);
   } else {
