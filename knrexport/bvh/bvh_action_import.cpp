@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -108,7 +109,7 @@ void PrepareForWriting(void* data, std::size_t bytes) {
 class ActionColumns final : public BvFrameSink {
  public:
   struct Joint {
-    int origin = 0;         // the joint in the file as read
+    int origin = 0;          // the joint in the file as read
     bool translate = false;  // translation curves too (the root, or every joint unless optimized)
     bool placed = false;     // a root joint moved into the model's space by `toParent`
     DrvTransform toParent{};
@@ -120,9 +121,10 @@ class ActionColumns final : public BvFrameSink {
     std::size_t channels = 0;
     for (const Joint& joint : joints_) channels += joint.translate ? 6 : 3;
     // Every float is written before it is read: no zero fill of 4 bytes a key.
-    const std::size_t bytes = channels * static_cast<std::size_t>(frames) * sizeof(float);
-    block_.reset(new float[channels * static_cast<std::size_t>(frames)]);
-    PrepareForWriting(block_.get(), bytes);
+    const std::size_t count = channels * static_cast<std::size_t>(frames);
+    block_.reset(new (std::nothrow) float[count]);
+    if (!block_) return;
+    PrepareForWriting(block_.get(), count * sizeof(float));
     float* next = block_.get();
     for (Joint& joint : joints_) {
       joint.columns = next;
@@ -184,6 +186,8 @@ class ActionColumns final : public BvFrameSink {
     }
   }
 
+  // False when there was no memory for the columns.
+  bool Held() const { return block_ != nullptr; }
   const std::vector<Joint>& Joints() const { return joints_; }
 
  private:
@@ -211,10 +215,10 @@ ActionSource KeepEarlierCurves(Model& actor, ZyraBvHierarchy& hierarchy, bool op
   }
   if (list.IsEmpty()) return ActionSource();
   constexpr double kEveryKey = 1e15;
-  return ActionSource(RunCommand(L"StoreAction", {CValue(actor.GetRef()), list, 6,
-                                                  CString(L"TmpBVHKeptCurves"), 0, -kEveryKey,
-                                                  kEveryKey, 0, 0})
-                          .AsRef());
+  return ActionSource(
+      RunCommand(L"StoreAction", {CValue(actor.GetRef()), list, 6, CString(L"TmpBVHKeptCurves"), 0,
+                                  -kEveryKey, kEveryKey, 0, 0})
+          .AsRef());
 }
 
 void PutBackEarlierCurves(Model& actor, ActionSource& kept) {
@@ -271,6 +275,10 @@ bool AddBVHAction(Model& actor, const CString& path, const CString& actionName, 
     columns.push_back(joint);
   }
   ActionColumns values(std::move(columns), data.folds, fileJoints, frames);
+  if (!values.Held()) {
+    ShowMessage(BvhImportMessage(path, "out of memory for " + std::to_string(frames) + " frames"));
+    return false;
+  }
   if (!ReadBvhFramesForImport(file, data, path, values)) return false;
   values.Finish();
   if (found == 0) {

@@ -217,14 +217,15 @@ bool ZyraBvFile::FailReadingFrame(BvScanner& at, const BvMotionLayout& layout,
       return FailAtOffset(stop.offset, frame + ": its line holds " + std::to_string(stop.value) +
                                            " values, a frame has " + perFrame);
     case BvMotionStop::kLongRow:
-      return FailAtOffset(stop.offset,
-                          frame + ": its line holds more than the " + perFrame + " values of a frame");
+      return FailAtOffset(
+          stop.offset, frame + ": its line holds more than the " + perFrame + " values of a frame");
     default:
       break;
   }
   const BvMotionLayout::Value& value = layout.values[static_cast<std::size_t>(stop.value)];
-  const std::string where = frame + ", joint " + Quoted(layout.names[static_cast<std::size_t>(value.node)]) +
-                            ", " + BvChannelName(value.code);
+  const std::string where = frame + ", joint " +
+                            Quoted(layout.names[static_cast<std::size_t>(value.node)]) + ", " +
+                            BvChannelName(value.code);
   if (stop.why == BvMotionStop::kNotFinite) {
     return FailAtOffset(stop.offset, where + ": not a finite number");
   }

@@ -4,7 +4,9 @@
 //
 // Typical use: Open, ReadHierarchy, ReadMotionData, then RemoveNodes / RemoveTree per option
 // item (GetTag in knrexport/scene/text_utils.h splits the option texts), UpdateEndsite, read
-// Hierarchy() and the data, Close.
+// Hierarchy() and the data, Close. An importer that wants no samples of the whole take reads
+// ReadMotionHeader instead of ReadMotionData, prunes, then ReadFrames into a BvFrameSink of its
+// own, replaying MocapData::folds on each frame.
 // Every failure is a false result; LastError() says what was wrong and LastErrorLine() where.
 #pragma once
 

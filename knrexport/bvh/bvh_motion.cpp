@@ -144,8 +144,8 @@ bool BvSecondReader::WorthIt(std::uint64_t bytes, int frames) {
 
 void BvSecondReader::Start(std::uint64_t middle, int frames, const BvMotionLayout& layout,
                            BvFrameSink& sink) {
-  worker_ = std::thread(
-      [this, middle, frames, &layout, &sink] { Run(middle, frames, layout, sink); });
+  worker_ =
+      std::thread([this, middle, frames, &layout, &sink] { Run(middle, frames, layout, sink); });
 }
 
 void BvSecondReader::Run(std::uint64_t middle, int frames, const BvMotionLayout& layout,

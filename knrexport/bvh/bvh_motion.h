@@ -125,8 +125,7 @@ class BvSecondReader {
   // Starts reading after byte `middle`; Cursor() is at the start of the section.
   void Start(std::uint64_t middle, int frames, const BvMotionLayout& layout, BvFrameSink& sink);
   // Into the samples of `records` (one per joint of the layout).
-  void Start(std::uint64_t middle, int frames, const BvMotionLayout& layout,
-             MocapRecord* records) {
+  void Start(std::uint64_t middle, int frames, const BvMotionLayout& layout, MocapRecord* records) {
     samples_ = BvSampleSink(records, layout.nodeCount);
     Start(middle, frames, layout, samples_);
   }

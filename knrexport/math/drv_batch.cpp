@@ -103,9 +103,9 @@ inline __attribute__((always_inline)) Float4 Atan2(Float4 y, Float4 x, Bits4* ot
   // atan(a) for a = |y / x|.
   const Float4 a = reinterpret_cast<Float4>(reinterpret_cast<Bits4>(y / x) & 0x7FFFFFFFu);
   const Bits4 ia = reinterpret_cast<Bits4>(a);
-  const Bits4 small = reinterpret_cast<Bits4>(ia < 0x3EE00000u);  // < 7/16
+  const Bits4 small = reinterpret_cast<Bits4>(ia < 0x3EE00000u);         // < 7/16
   const Bits4 id0 = reinterpret_cast<Bits4>(ia < 0x3F300000u) & ~small;  // < 11/16
-  const Bits4 below1875 = reinterpret_cast<Bits4>(ia < 0x3F980000u);  // < 19/16
+  const Bits4 below1875 = reinterpret_cast<Bits4>(ia < 0x3F980000u);     // < 19/16
   const Bits4 id1 = below1875 & ~(small | id0);
   const Bits4 below24375 = reinterpret_cast<Bits4>(ia < 0x401C0000u);  // < 39/16
   const Bits4 id2 = below24375 & ~below1875;
@@ -204,8 +204,7 @@ void DrvQuaternion_GetEulerAnglesMany(DrvVector* out, const DrvQuaternion* q, in
       const Float4 rx = Atan2(m6 / k, m10 / k, &otherX);
       // Gimbal lock, and every lane the library has to do, take the one-at-a-time path.
       const Float4 magnitude = reinterpret_cast<Float4>(reinterpret_cast<Bits4>(k) & 0x7FFFFFFFu);
-      const Bits4 scalar =
-          otherY | otherZ | otherX | ~reinterpret_cast<Bits4>(magnitude > 0.001f);
+      const Bits4 scalar = otherY | otherZ | otherX | ~reinterpret_cast<Bits4>(magnitude > 0.001f);
       for (int lane = 0; lane < 4; ++lane) {
         if (scalar[lane] != 0) {
           DrvQuaternion_GetEulerAngles(const_cast<DrvQuaternion*>(&q[i + lane]), &out[i + lane]);

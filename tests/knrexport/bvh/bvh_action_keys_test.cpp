@@ -141,9 +141,11 @@ TEST_F(BvhActionKeysTest, CurvesEqualThePrunedPlacedSamplesOfTheTake) {
   } cases[] = {
       {"whole take, optimized", kWalk, {true, L"", L"", true}},
       // Spine1 folds into Neck first, then Spine into that: the order the folds replay in.
-      {"two filter passes over one chain, a subtree with its root", kWalk,
+      {"two filter passes over one chain, a subtree with its root",
+       kWalk,
        {false, L"Spine1;Spine", L"LeftHand", false}},
-      {"root and hip joints filtered: new roots under other objects", kWalk,
+      {"root and hip joints filtered: new roots under other objects",
+       kWalk,
        {true, L"Hips;Joint", L"RightArm", true}},
       {"another skeleton, a chain folded in one pass", kBoxing, {true, L"Ab;Chest", L"", true}},
       {"a long take read by two threads", longTake, {false, L"Spine1;Spine", L"", true}},
@@ -190,7 +192,8 @@ TEST_F(BvhActionKeysTest, AnUnreadableTakeIsRefusedWithTheMessageOfTheSampledRea
   } cases[] = {
       {"a word in the second reader's half", broken},
       {"no frames", LongTake(0)},
-      {"a frame time of zero", [] {
+      {"a frame time of zero",
+       [] {
          std::string text = LongTake(20);
          const std::size_t at = text.find("Frame Time:");
          return text.replace(at, text.find('\n', at) - at, "Frame Time: 0");

@@ -109,7 +109,6 @@ TEST(DrvBatchTest, HalfAngleSinesAndCosinesAgainstDoublePrecision) {
   }
 }
 
-
 // GetEulerAnglesMany must give GetEulerAngles' bits for every kind of rotation a take holds:
 // ordinary ones in every quadrant, rotations about one axis (exact zeros in the matrix), the
 // identity, pitch at gimbal lock both ways, and quaternions that are not rotations at all.
@@ -128,20 +127,26 @@ TEST(DrvBatchTest, EulerAnglesManyAreGetEulerAnglesBitForBit) {
          DrvQuaternion_SetZXY(&q, angle(random), angle(random), angle(random));
          return q;
        }},
-      {"about one axis", [&](int i) {
+      {"about one axis",
+       [&](int i) {
          DrvQuaternion q;
          const float a = angle(random);
          DrvQuaternion_SetZXY(&q, i % 3 == 0 ? a : 0.0f, i % 3 == 1 ? a : 0.0f,
                               i % 3 == 2 ? a : 0.0f);
          return q;
        }},
-      {"identity", [](int) { return DrvQuaternion{0.0f, 0.0f, 0.0f, 1.0f}; }},
-      {"gimbal lock", [&](int i) {
+      {"identity",
+       [](int) {
+         return DrvQuaternion{0.0f, 0.0f, 0.0f, 1.0f};
+       }},
+      {"gimbal lock",
+       [&](int i) {
          DrvQuaternion q;
          DrvQuaternion_SetZXY(&q, angle(random), i % 2 ? 1.5707964f : -1.5707964f, angle(random));
          return q;
        }},
-      {"not rotations", [&](int i) {
+      {"not rotations",
+       [&](int i) {
          const float odd[4] = {nan, inf, 0.0f, 1e-30f};
          return DrvQuaternion{odd[i % 4], 0.5f, angle(random), odd[(i + 1) % 4]};
        }},
@@ -158,8 +163,8 @@ TEST(DrvBatchTest, EulerAnglesManyAreGetEulerAnglesBitForBit) {
         DrvQuaternion_GetEulerAngles(&q[i], &one);
         ASSERT_EQ(std::memcmp(&one, &many[i], sizeof one), 0)
             << "quaternion " << i << ": " << q[i].x << " " << q[i].y << " " << q[i].z << " "
-            << q[i].w << " gives " << one.x << " " << one.y << " " << one.z << ", not "
-            << many[i].x << " " << many[i].y << " " << many[i].z;
+            << q[i].w << " gives " << one.x << " " << one.y << " " << one.z << ", not " << many[i].x
+            << " " << many[i].y << " " << many[i].z;
       }
     }
   }
