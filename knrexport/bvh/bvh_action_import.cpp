@@ -1,9 +1,17 @@
 // BVH action import: keys every frame of a BVH file on the actor objects named after its joints
 // and stores the curves as an action source.
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <memory>
+#include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "knrexport/bvh/bvh_import.h"
+#include "knrexport/math/drv_batch.h"
 #include "knrexport/scene/actor_lookup.h"
 #include "knrexport/scene/host_calls.h"
 #include "knrexport/scene/pose_storage.h"
@@ -55,31 +63,140 @@ void ReportPartialMatch(const CString& path, Model& actor, ZyraBvHierarchy& hier
 
 // The file places a root joint relative to the world, which for an actor is its model. Its
 // object hangs under the actor's root null, which need not stand at the model's origin (setting
-// the home pose of an imported actor moves it under the hips): the root joints' samples are made
-// relative to the object's parent, so that the action reproduces the take in the model's space
-// instead of moving it by the null's place a second time.
-void PlaceRootsInModelSpace(Model& actor, ZyraBvHierarchy& hierarchy, MocapData& data) {
+// the home pose of an imported actor moves it under the hips): the motion of a root joint is
+// made relative to its object's parent, so that the action reproduces the take in the model's
+// space instead of moving it by the null's place a second time. False when the joint needs no
+// such change (not a root, no object, or an object straight under the model).
+bool ModelToParent(Model& actor, const ZyraBvNode& node, DrvTransform& toParent) {
+  if (node.parent >= 0 || !node.object.IsValid()) return false;
+  X3DObject parent(node.object.GetParent());
+  if (!parent.IsValid() || parent.GetRef() == actor.GetRef()) return false;
   DrvTransform model;
   DrvTransform_SetIdentity(&model);
   GetGlobalTransform(actor, model);
-  for (int i = 0; i < hierarchy.nodeCount; ++i) {
-    ZyraBvNode& node = hierarchy.nodes[i];
-    if (node.parent >= 0 || !node.object.IsValid()) continue;
-    X3DObject parent(node.object.GetParent());
-    if (!parent.IsValid() || parent.GetRef() == actor.GetRef()) continue;
-    // toParent = parent^-1 x model: from the model's space to the parent's.
-    DrvTransform toParent;
-    DrvTransform_SetIdentity(&toParent);
-    GetGlobalTransform(parent, toParent);
-    DrvTransform_Invert(&toParent);
-    DrvTransform_Multiply(&toParent, &toParent, &model);
-    DrvVector_Set(&toParent.scaling, 1.0f, 1.0f, 1.0f);
-    MocapRecord& record = data.records[i];
-    for (int f = 0; f < record.frameCount; ++f) {
-      DrvTransform_Multiply(&record.samples[f], &toParent, &record.samples[f]);
+  // toParent = parent^-1 x model: from the model's space to the parent's.
+  DrvTransform_SetIdentity(&toParent);
+  GetGlobalTransform(parent, toParent);
+  DrvTransform_Invert(&toParent);
+  DrvTransform_Multiply(&toParent, &toParent, &model);
+  DrvVector_Set(&toParent.scaling, 1.0f, 1.0f, 1.0f);
+  return true;
+}
+
+// Maps the pages of a fresh block of `bytes` at `data` in one call instead of a page fault per
+// page as the readers first write them (a fault costs far more than the page on a virtual
+// machine). Where the system cannot, the pages fault in as usual.
+void PrepareForWriting(void* data, std::size_t bytes) {
+#ifdef MADV_POPULATE_WRITE
+  const long page = sysconf(_SC_PAGESIZE);
+  if (page <= 0) return;
+  const auto mask = ~(static_cast<std::uintptr_t>(page) - 1);
+  const std::uintptr_t begin = (reinterpret_cast<std::uintptr_t>(data) + ~mask) & mask;
+  const std::uintptr_t end = (reinterpret_cast<std::uintptr_t>(data) + bytes) & mask;
+  if (end > begin) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_POPULATE_WRITE);
+#else
+  (void)data;
+  (void)bytes;
+#endif
+}
+
+// The values of the action's curves, made frame by frame as the reader parses the take (on both
+// of its threads), without the per-joint samples of the whole take: the pruning's folds are
+// replayed on each frame, root joints are placed in the model's space, and rotations become
+// Euler angles in degrees. Each keyed channel gets a column of one float a frame; the angle
+// columns are made continuous (no jump by a whole turn) once every frame is in (Finish), since
+// that runs from the first frame to the last.
+class ActionColumns final : public BvFrameSink {
+ public:
+  struct Joint {
+    int origin = 0;          // the joint in the file as read
+    bool translate = false;  // translation curves too (the root, or every joint unless optimized)
+    bool placed = false;     // a root joint moved into the model's space by `toParent`
+    DrvTransform toParent{};
+    float* columns = nullptr;  // posx posy posz (when translating), rotx roty rotz
+  };
+
+  ActionColumns(std::vector<Joint> joints, const std::vector<BvFold>& folds, int nodes, int frames)
+      : joints_(std::move(joints)), folds_(folds), nodes_(nodes), frames_(frames) {
+    std::size_t channels = 0;
+    for (const Joint& joint : joints_) channels += joint.translate ? 6 : 3;
+    // Every float is written before it is read: no zero fill of 4 bytes a key.
+    const std::size_t count = channels * static_cast<std::size_t>(frames);
+    block_.reset(new (std::nothrow) float[count]);
+    if (!block_) return;
+    PrepareForWriting(block_.get(), count * sizeof(float));
+    float* next = block_.get();
+    for (Joint& joint : joints_) {
+      joint.columns = next;
+      next += (joint.translate ? 6 : 3) * static_cast<std::size_t>(frames);
     }
   }
-}
+
+  void Put(int frame, const float* x, const float* y, const float* z,
+           const DrvQuaternion* rotations) override {
+    DrvTransform t[kBvMaxNodes];
+    for (int o = 0; o < nodes_; ++o) {
+      t[o].translation = DrvVector{x[o], y[o], z[o]};
+      t[o].rotation = rotations[o];
+      t[o].scaling = DrvVector{1.0f, 1.0f, 1.0f};
+    }
+    for (const BvFold& fold : folds_) {
+      DrvTransform_Multiply(&t[fold.child], &t[fold.parent], &t[fold.child]);
+    }
+    const auto f = static_cast<std::size_t>(frame);
+    const auto n = static_cast<std::size_t>(frames_);
+    DrvQuaternion turns[kBvMaxNodes];
+    DrvVector radians[kBvMaxNodes];
+    const int count = static_cast<int>(joints_.size());
+    for (int j = 0; j < count; ++j) {
+      Joint& joint = joints_[static_cast<std::size_t>(j)];
+      DrvTransform& sample = t[joint.origin];
+      if (joint.placed) DrvTransform_Multiply(&sample, &joint.toParent, &sample);
+      turns[j] = sample.rotation;
+      if (joint.translate) {
+        joint.columns[f] = sample.translation.x;
+        joint.columns[n + f] = sample.translation.y;
+        joint.columns[2 * n + f] = sample.translation.z;
+      }
+    }
+    DrvQuaternion_GetEulerAnglesMany(radians, turns, count);
+    for (int j = 0; j < count; ++j) {
+      const Joint& joint = joints_[static_cast<std::size_t>(j)];
+      float* column = joint.columns + (joint.translate ? 3 * n : 0);
+      column[f] = radians[j].x / kBvDegToRad;
+      column[n + f] = radians[j].y / kBvDegToRad;
+      column[2 * n + f] = radians[j].z / kBvDegToRad;
+    }
+  }
+
+  // Keeps each angle curve on the side of +-180 it came from, frame after frame.
+  void Finish() {
+    const auto n = static_cast<std::size_t>(frames_);
+    for (Joint& joint : joints_) {
+      float* angles = joint.columns + (joint.translate ? 3 * n : 0);
+      for (int a = 0; a < 3; ++a, angles += n) {
+        for (std::size_t f = 1; f < n; ++f) {
+          // Within half a turn of the key before, EnforceContinuity keeps the angle as it is.
+          const float step = angles[f] - angles[f - 1];
+          if (!(step <= 180.0f && step >= -180.0f)) {
+            angles[f] = EnforceContinuity(angles[f], angles[f - 1]);
+          }
+        }
+      }
+    }
+  }
+
+  // False when there was no memory for the columns.
+  bool Held() const { return block_ != nullptr; }
+  const std::vector<Joint>& Joints() const { return joints_; }
+
+ private:
+  std::vector<Joint> joints_;
+  const std::vector<BvFold>& folds_;
+  int nodes_;
+  int frames_;
+  std::unique_ptr<float[]> block_;
+};
 
 // The channels that this import is about to key and that carry fcurves already are stored in a
 // temporary action source (curves untouched), to be applied again by PutBackEarlierCurves. An
@@ -98,10 +215,10 @@ ActionSource KeepEarlierCurves(Model& actor, ZyraBvHierarchy& hierarchy, bool op
   }
   if (list.IsEmpty()) return ActionSource();
   constexpr double kEveryKey = 1e15;
-  return ActionSource(RunCommand(L"StoreAction", {CValue(actor.GetRef()), list, 6,
-                                                  CString(L"TmpBVHKeptCurves"), 0, -kEveryKey,
-                                                  kEveryKey, 0, 0})
-                          .AsRef());
+  return ActionSource(
+      RunCommand(L"StoreAction", {CValue(actor.GetRef()), list, 6, CString(L"TmpBVHKeptCurves"), 0,
+                                  -kEveryKey, kEveryKey, 0, 0})
+          .AsRef());
 }
 
 void PutBackEarlierCurves(Model& actor, ActionSource& kept) {
@@ -124,25 +241,46 @@ bool AddBVHAction(Model& actor, const CString& path, const CString& actionName, 
     ShowMessage(CString(L"The action name \"") + actionName + L"\" may not hold \".\" or \",\".");
     return false;
   }
+  // The frames are read only once the objects to key are known, each straight into the values
+  // of its curves; what is wrong with the file is still said first, as for any import.
   ZyraBvFile file;
   MocapData data;
-  if (!ReadBvhForImport(file, data, path, scale, false)) return false;
+  if (!OpenBvhForImport(file, data, path, scale)) return false;
+  const int fileJoints = data.nodeCount;
   RemoveBvhJoints(file, data, filter, subtree, keepRoot, false);
   ZyraBvHierarchy& hierarchy = *file.Hierarchy();
   const int joints = hierarchy.nodeCount;
-  const int frames = joints > 0 ? data.records[0].frameCount : 0;
+  const int frames = file.MotionFrames();
 
   // Find every joint's object before anything changes: without one there is nothing to key.
+  // With optimize on only the root keeps translation curves: the other joints' translations are
+  // their fixed bone offsets.
   const CString prefix = actor.GetName() + L".";
   std::vector<std::string> repeated;
   const std::vector<CString> names = BvhJointObjectNames(hierarchy, repeated);
   int found = 0;
+  std::vector<ActionColumns::Joint> columns;
+  std::vector<int> keyed;  // the joints that have an object, in hierarchy order
   for (int i = 0; i < joints; ++i) {
     ZyraBvNode& node = hierarchy.nodes[i];
     node.object =
         actor.FindChild(prefix + names[static_cast<size_t>(i)], CString(), CRefArray(), true);
-    found += node.object.IsValid();
+    if (!node.object.IsValid()) continue;
+    ++found;
+    keyed.push_back(i);
+    ActionColumns::Joint joint;
+    joint.origin = data.records[i].origin;
+    joint.translate = i == 0 || !optimize;
+    joint.placed = ModelToParent(actor, node, joint.toParent);
+    columns.push_back(joint);
   }
+  ActionColumns values(std::move(columns), data.folds, fileJoints, frames);
+  if (!values.Held()) {
+    ShowMessage(BvhImportMessage(path, "out of memory for " + std::to_string(frames) + " frames"));
+    return false;
+  }
+  if (!ReadBvhFramesForImport(file, data, path, values)) return false;
+  values.Finish();
   if (found == 0) {
     ShowMessage(BvhImportMessage(path, "no joint of the file matches an object of the actor \"" +
                                            actor.GetName().GetAsciiString() + "\""));
@@ -150,7 +288,6 @@ bool AddBVHAction(Model& actor, const CString& path, const CString& actionName, 
   }
   WarnRepeatedJoints(path, repeated);
   ReportPartialMatch(path, actor, hierarchy, names, found);
-  PlaceRootsInModelSpace(actor, hierarchy, data);
   // Curves already on the channels this take keys are put back once the take is stored.
   ActionSource kept = KeepEarlierCurves(actor, hierarchy, optimize);
 
@@ -162,17 +299,12 @@ bool AddBVHAction(Model& actor, const CString& path, const CString& actionName, 
   bar.PutStep(1);
   bar.PutCaption(L"Processing Mocap Data");
 
-  // With optimize on only the root keeps translation curves: the other joints' translations are
-  // their fixed bone offsets.
   CString parameters;
   std::vector<Parameter> animated;  // every parameter given a curve, to undo a failed store
-  std::vector<int> keyed;           // the joints that have an object, in hierarchy order
   for (int i = 0; i < joints; ++i) {
     X3DObject& object = hierarchy.nodes[i].object;
     if (object.IsValid()) {
-      keyed.push_back(i);
-      const bool translate = i == 0 || !optimize;
-      for (int c = translate ? 0 : 3; c < 6; ++c)
+      for (int c = i == 0 || !optimize ? 0 : 3; c < 6; ++c)
         AddCurve(object, c, data.records[i], parameters, animated);
     }
     bar.Increment();
@@ -184,39 +316,22 @@ bool AddBVHAction(Model& actor, const CString& path, const CString& actionName, 
   // the scene's rate keys whole frames.
   const double spacing = rate.AsDouble() / data.frameRate;
 
-  // One curve at a time: every frame of a joint's channel goes into its curve in one call, so a
-  // long take is keyed without a host call per key.
+  // One curve at a time: every frame of a channel goes into its curve in one call, so a long
+  // take is keyed without a host call per key.
   bar.PutCaption(L"Transferring Mocap Data");
   CDoubleArray times(frames);
   for (int f = 0; f < frames; ++f) times[f] = spacing * f;
-  std::vector<CDoubleArray> channel(3, CDoubleArray(frames));
-  auto keyAll = [&](FCurve& curve, int component) {
-    if (curve.IsValid())
-      curve.SetKeys(times, channel[static_cast<size_t>(component)], kCurveInterpolation);
-  };
+  CDoubleArray channel(frames);
   for (size_t k = 0; k < keyed.size(); ++k) {
     MocapRecord& record = data.records[keyed[k]];
-    if (record.curves[0].IsValid()) {
-      for (int f = 0; f < frames; ++f) {
-        const DrvVector& t = record.samples[f].translation;
-        channel[0][f] = t.x;
-        channel[1][f] = t.y;
-        channel[2][f] = t.z;
-      }
-      for (int c = 0; c < 3; ++c) keyAll(record.curves[c], c);
+    const ActionColumns::Joint& joint = values.Joints()[k];
+    const float* column = joint.columns;
+    for (int c = joint.translate ? 0 : 3; c < 6; ++c, column += frames) {
+      FCurve& curve = record.curves[c];
+      if (!curve.IsValid()) continue;
+      for (int f = 0; f < frames; ++f) channel[f] = column[f];
+      curve.SetKeys(times, channel, kCurveInterpolation);
     }
-    for (int f = 0; f < frames; ++f) {
-      DrvVector radians;
-      DrvQuaternion_GetEulerAngles(&record.samples[f].rotation, &radians);
-      float angles[3] = {radians.x / kBvDegToRad, radians.y / kBvDegToRad, radians.z / kBvDegToRad};
-      for (int a = 0; a < 3; ++a) {
-        // Keep each curve on the side of +-180 it came from, so no key jumps by a whole turn.
-        if (f > 0) angles[a] = EnforceContinuity(angles[a], record.prevAngles[a]);
-        record.prevAngles[a] = angles[a];
-        channel[static_cast<size_t>(a)][f] = angles[a];
-      }
-    }
-    for (int a = 0; a < 3; ++a) keyAll(record.curves[3 + a], a);
     bar.PutValue(joints +
                  static_cast<long>(static_cast<double>(frames) * static_cast<double>(k + 1) /
                                    static_cast<double>(keyed.size())));

@@ -170,8 +170,9 @@ CString BvhImportMessage(const CString& path, const std::string& why) {
   return CString(L"Cannot import the BVH file \"") + path + L"\": " + CString(text);
 }
 
-bool ReadBvhForImport(ZyraBvFile& file, MocapData& data, const CString& path, float scale,
-                      bool firstFrameOnly) {
+namespace {
+
+bool CheckScaleAndPath(const CString& path, float scale) {
   if (!(scale > 0.0f) || !std::isfinite(scale)) {
     ShowMessage(
         BvhImportMessage(path, "the scale " + std::to_string(scale) + " is not a positive number"));
@@ -181,23 +182,57 @@ bool ReadBvhForImport(ZyraBvFile& file, MocapData& data, const CString& path, fl
     ShowMessage(L"Cannot import a BVH file: no file name was given.");
     return false;
   }
-  if (file.Open(path.GetWideString(), scale) && file.ReadHierarchy() &&
-      file.ReadMotionData(&data, firstFrameOnly)) {
-    if (!firstFrameOnly && !(data.frameTime > 0.0f && std::isfinite(data.frameTime))) {
-      ShowMessage(BvhImportMessage(path, "the frame time " + std::to_string(data.frameTime) +
-                                             " is not a positive number of seconds"));
-      return false;
-    }
-    if (data.nodeCount < 1 || data.records[0].frameCount < 1) {
-      ShowMessage(BvhImportMessage(path, "it holds no frames"));
-      return false;
-    }
-    return true;
-  }
+  return true;
+}
+
+bool SayReadError(ZyraBvFile& file, const CString& path) {
   std::string why = file.LastError();
   if (file.LastErrorLine() > 0) why = "line " + std::to_string(file.LastErrorLine()) + ": " + why;
   ShowMessage(BvhImportMessage(path, why));
   return false;
+}
+
+// A take read whole must have a usable frame time and at least one frame.
+bool CheckTake(const CString& path, const MocapData& data, int frames, bool firstFrameOnly) {
+  // (`frames` is that of the take as read: the pruning may have left `data` without records.)
+  if (!firstFrameOnly && !(data.frameTime > 0.0f && std::isfinite(data.frameTime))) {
+    ShowMessage(BvhImportMessage(path, "the frame time " + std::to_string(data.frameTime) +
+                                           " is not a positive number of seconds"));
+    return false;
+  }
+  if (frames < 1) {
+    ShowMessage(BvhImportMessage(path, "it holds no frames"));
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool ReadBvhForImport(ZyraBvFile& file, MocapData& data, const CString& path, float scale,
+                      bool firstFrameOnly) {
+  if (!CheckScaleAndPath(path, scale)) return false;
+  if (file.Open(path.GetWideString(), scale) && file.ReadHierarchy() &&
+      file.ReadMotionData(&data, firstFrameOnly)) {
+    return CheckTake(path, data, data.nodeCount > 0 ? data.records[0].frameCount : 0,
+                     firstFrameOnly);
+  }
+  return SayReadError(file, path);
+}
+
+bool OpenBvhForImport(ZyraBvFile& file, MocapData& data, const CString& path, float scale) {
+  if (!CheckScaleAndPath(path, scale)) return false;
+  if (file.Open(path.GetWideString(), scale) && file.ReadHierarchy() &&
+      file.ReadMotionHeader(&data)) {
+    return true;
+  }
+  return SayReadError(file, path);
+}
+
+bool ReadBvhFramesForImport(ZyraBvFile& file, const MocapData& data, const CString& path,
+                            BvFrameSink& sink) {
+  if (!file.ReadFrames(sink)) return SayReadError(file, path);
+  return CheckTake(path, data, file.MotionFrames(), false);
 }
 
 void RemoveBvhJoints(ZyraBvFile& file, MocapData& data, const CString& filter,

@@ -9,6 +9,8 @@
 //   5. Every record holds frameCount samples (null exactly when frameCount is 0).
 #pragma once
 
+#include <vector>
+
 #include "knrexport/math/drv_math.h"
 #include "zyra/fcurve.h"
 #include "zyra/x3dobject.h"
@@ -65,8 +67,15 @@ struct MocapRecord {
   DrvTransform* samples = nullptr;
   // Curves the action importer creates: translation X, Y, Z, then rotation X, Y, Z.
   Zyra::FCurve curves[6];
-  // Euler angles in degrees that the action importer keyed in the previous frame.
-  float prevAngles[3] = {0.0f, 0.0f, 0.0f};
+  // The joint's index in the hierarchy as the file gave it, before any pruning.
+  int origin = -1;
+};
+
+// One step of the pruning (ZyraBvFile::RemoveNodes): the motion of the joint with origin
+// `parent` was folded into that of `child`, sample by sample: child = parent x child.
+struct BvFold {
+  int child;
+  int parent;
 };
 
 // The sampled motion of every joint; owns its records and their samples and frees them on
@@ -83,11 +92,29 @@ struct MocapData {
   // ExactFrameRate); 0 when the frame time is not positive.
   double frameRate = 0.0;
   MocapRecord* records = nullptr;  // nodeCount records, new[]'ed
+  // Every fold the pruning made, in the order made: replaying them on the frames of the file as
+  // read gives the pruned joints' motion (what a reader that keeps no samples needs).
+  std::vector<BvFold> folds;
+};
+
+// Receives the frames of a take as they are parsed (ZyraBvFile::ReadFrames), for a reader that
+// wants them otherwise than as samples: frame `frame`'s joint translations (x, y, z: one float
+// per joint of the file as read, before pruning, scaled) and rotations. A long take is parsed by
+// two threads, so Put runs on both at once for different frames, in no set order, and a frame may
+// be put again later (the later call wins): it must write only what belongs to its frame.
+class BvFrameSink {
+ public:
+  virtual void Put(int frame, const float* x, const float* y, const float* z,
+                   const DrvQuaternion* rotations) = 0;
+
+ protected:
+  ~BvFrameSink() = default;
 };
 
 // The frame rate of a frame time: a whole number of frames per second when 1 / frameTime is
 // within 0.01% of one (0.0083333 s gives exactly 120), else 1 / frameTime; 0 for a frame time
 // that is not a positive finite number.
 double ExactFrameRate(float frameTime);
-// Frees every record's samples and the record array; leaves `data` empty (count 0, no records).
+// Frees every record's samples and the record array; leaves `data` empty (count 0, no records,
+// no folds).
 void FreeMocapData(MocapData& data);

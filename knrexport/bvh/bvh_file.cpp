@@ -119,6 +119,7 @@ void FreeMocapData(MocapData& data) {
   }
   data.records = nullptr;
   data.nodeCount = 0;
+  data.folds.clear();
 }
 
 ZyraBvFile::ZyraBvFile() : scanner_(new BvScanner) {}
@@ -172,6 +173,8 @@ bool ZyraBvFile::Close() {
   if (!scanner_->IsOpen()) return false;
   const bool closed = scanner_->Reset();
   hierarchy_.reset();
+  layout_.reset();
+  motionFrames_ = 0;
   return closed;
 }
 
@@ -214,14 +217,15 @@ bool ZyraBvFile::FailReadingFrame(BvScanner& at, const BvMotionLayout& layout,
       return FailAtOffset(stop.offset, frame + ": its line holds " + std::to_string(stop.value) +
                                            " values, a frame has " + perFrame);
     case BvMotionStop::kLongRow:
-      return FailAtOffset(stop.offset,
-                          frame + ": its line holds more than the " + perFrame + " values of a frame");
+      return FailAtOffset(
+          stop.offset, frame + ": its line holds more than the " + perFrame + " values of a frame");
     default:
       break;
   }
   const BvMotionLayout::Value& value = layout.values[static_cast<std::size_t>(stop.value)];
-  const std::string where = frame + ", joint " + Quoted(hierarchy_->nodes[value.node].name) +
-                            ", " + BvChannelName(value.code);
+  const std::string where = frame + ", joint " +
+                            Quoted(layout.names[static_cast<std::size_t>(value.node)]) + ", " +
+                            BvChannelName(value.code);
   if (stop.why == BvMotionStop::kNotFinite) {
     return FailAtOffset(stop.offset, where + ": not a finite number");
   }
@@ -339,8 +343,28 @@ bool ZyraBvFile::ReadHierarchyNodes(int parent) {
 }
 
 bool ZyraBvFile::ReadMotionData(MocapData* data, bool firstFrameOnly) {
+  if (!ReadHeader(data, firstFrameOnly)) return false;
+  const int frames = motionFrames_;
+  for (int i = 0; i < data->nodeCount && frames > 0; ++i) {
+    MocapRecord& record = data->records[i];
+    record.samples = static_cast<DrvTransform*>(
+        std::malloc(static_cast<std::size_t>(frames) * sizeof(DrvTransform)));
+    if (!record.samples) {
+      return FailNoPlace("out of memory for " + std::to_string(frames) + " frames");
+    }
+    record.frameCount = frames;
+  }
+  BvSampleSink sink(data->records, data->nodeCount);
+  return ReadFrames(sink);
+}
+
+bool ZyraBvFile::ReadMotionHeader(MocapData* data) { return ReadHeader(data, false); }
+
+bool ZyraBvFile::ReadHeader(MocapData* data, bool firstFrameOnly) {
   error_.clear();
   errorLine_ = 0;
+  layout_.reset();
+  motionFrames_ = 0;
   if (!data) return FailNoPlace("no motion data to fill");
   FreeMocapData(*data);
   if (!scanner_->IsOpen()) return FailNoPlace("no file is open");
@@ -396,25 +420,32 @@ bool ZyraBvFile::ReadMotionData(MocapData* data, bool firstFrameOnly) {
   for (int i = 0; i < nodeCount; ++i) {
     MocapRecord& record = data->records[i];
     std::memcpy(record.name, table.nodes[i].name, sizeof record.name);
-    if (frames < 1) continue;
-    record.samples = static_cast<DrvTransform*>(
-        std::malloc(static_cast<std::size_t>(frames) * sizeof(DrvTransform)));
-    if (!record.samples) {
-      return FailNoPlace("out of memory for " + std::to_string(frames) + " frames");
-    }
-    record.frameCount = frames;
+    record.origin = i;
   }
+  layout_.reset(new (std::nothrow) BvMotionLayout(MakeMotionLayout(table, scale_)));
+  if (!layout_) return FailNoPlace("out of memory for the motion layout");
+  motionFrames_ = frames;
+  firstFrameOnly_ = firstFrameOnly;
+  return true;
+}
 
+bool ZyraBvFile::ReadFrames(BvFrameSink& sink) {
+  error_.clear();
+  errorLine_ = 0;
+  const std::unique_ptr<BvMotionLayout> held = std::move(layout_);
+  if (!held) return FailNoPlace("no motion header has been read");
+  if (!scanner_->IsOpen()) return FailNoPlace("no file is open");
+  const BvMotionLayout& layout = *held;
+  const int frames = motionFrames_;
   // A long take is read by two threads, each from its half of the section on.
-  const BvMotionLayout layout = MakeMotionLayout(table, scale_);
   BvSecondReader second;
   const std::uint64_t start = scanner_->Offset();
   const int fd = scanner_->FileDescriptor();
-  if (!firstFrameOnly && BvSecondReader::WorthIt(scanner_->Remaining(), frames) &&
+  if (!firstFrameOnly_ && BvSecondReader::WorthIt(scanner_->Remaining(), frames) &&
       scanner_->Fork(fd < 0 ? nullptr : ReopenSameFile(fd, path_), start, &second.Cursor())) {
-    second.Start(start + scanner_->Remaining() / 2, frames, layout, data->records);
+    second.Start(start + scanner_->Remaining() / 2, frames, layout, sink);
   }
-  BvFrameReader reader(layout, data->records, frames);
+  BvFrameReader reader(layout, sink, frames);
   for (int f = 0; f < frames; ++f) {
     if (second.Reached(f)) {
       // The second reader took each line for a frame: only right in a take of one frame a line.

@@ -4,7 +4,9 @@
 //
 // Typical use: Open, ReadHierarchy, ReadMotionData, then RemoveNodes / RemoveTree per option
 // item (GetTag in knrexport/scene/text_utils.h splits the option texts), UpdateEndsite, read
-// Hierarchy() and the data, Close.
+// Hierarchy() and the data, Close. An importer that wants no samples of the whole take reads
+// ReadMotionHeader instead of ReadMotionData, prunes, then ReadFrames into a BvFrameSink of its
+// own, replaying MocapData::folds on each frame.
 // Every failure is a false result; LastError() says what was wrong and LastErrorLine() where.
 #pragma once
 
@@ -50,6 +52,15 @@ class ZyraBvFile {
   // line) is read by two threads, each from its half on; the samples and every message are those
   // of one reader.
   bool ReadMotionData(MocapData* data, bool firstFrameOnly);
+  // The MOTION section in two steps, for a caller that takes the frames as they are parsed
+  // instead of as samples. ReadMotionHeader reads the section up to its first frame and gives
+  // `data` its records without samples (frame counts 0); the pruning may then run on `data`,
+  // noting its folds there. ReadFrames parses the MotionFrames() frames into `sink`, each in the
+  // joints of the file as read (record origins), by two threads for a long take, with the
+  // refusals and messages of ReadMotionData. A second ReadFrames fails.
+  bool ReadMotionHeader(MocapData* data);
+  int MotionFrames() const { return motionFrames_; }
+  bool ReadFrames(BvFrameSink& sink);
 
   // Drops every joint whose name contains `tag`; their motion is folded into their children's
   // samples. Returns true (false only when `data` does not match the hierarchy).
@@ -79,6 +90,7 @@ class ZyraBvFile {
   // The failure after ReadFinite: the non-finite value at its place, else FailExpected.
   bool FailNumber(const char* what, const std::string& context);
   bool CheckData(const MocapData* data, const char* operation);
+  bool ReadHeader(MocapData* data, bool firstFrameOnly);
   void ReplaceTables(ZyraBvHierarchy* nodes, MocapRecord* records, int count, MocapData* data);
 
   std::unique_ptr<BvScanner> scanner_;
@@ -89,6 +101,11 @@ class ZyraBvFile {
   int errorLine_ = 0;
   static constexpr std::uint64_t kNoOffset = ~std::uint64_t{0};
   std::uint64_t nonFinite_ = kNoOffset;  // where ReadFinite met a non-finite value
+  // Set by the motion header for ReadFrames: where each value of a frame goes (made from the
+  // table before any pruning), how many frames to read, and whether only the first is read.
+  std::unique_ptr<BvMotionLayout> layout_;
+  int motionFrames_ = 0;
+  bool firstFrameOnly_ = false;
 };
 
 // Sets the end site of every joint that has children to the mean of its children's first-frame

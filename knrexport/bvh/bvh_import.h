@@ -36,6 +36,12 @@ void BuildBVHActorLayout(const Zyra::CustomProperty& property);
 // failure a message box names the file and what is wrong, and the result is false.
 bool ReadBvhForImport(ZyraBvFile& file, MocapData& data, const Zyra::CString& path, float scale,
                       bool firstFrameOnly);
+// ReadBvhForImport in two steps, for an import that takes the frames as they are parsed: the
+// hierarchy and the motion header (records without samples, ready for RemoveBvhJoints), then the
+// frames into `sink`. Each says what is wrong as ReadBvhForImport does, in the same order.
+bool OpenBvhForImport(ZyraBvFile& file, MocapData& data, const Zyra::CString& path, float scale);
+bool ReadBvhFramesForImport(ZyraBvFile& file, const MocapData& data, const Zyra::CString& path,
+                            BvFrameSink& sink);
 // Drops the joints whose names contain one of the ';'-separated `filter` tags, then the subtrees
 // named in `subtree` (keeping their roots when asked). With `updateEndsites` the end sites are
 // brought up to date before each step, so a joint left without children keeps the end it had.

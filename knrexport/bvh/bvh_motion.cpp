@@ -22,6 +22,7 @@ BvMotionLayout MakeMotionLayout(const ZyraBvHierarchy& table, float scale) {
   layout.rest.assign(6 * rows, 0.0f);
   for (int i = 0; i < n; ++i) {
     const ZyraBvNode& node = table.nodes[i];
+    layout.names.emplace_back(node.name);
     layout.rest[3 * rows + i] = node.offset.x;
     layout.rest[4 * rows + i] = node.offset.y;
     layout.rest[5 * rows + i] = node.offset.z;
@@ -33,9 +34,25 @@ BvMotionLayout MakeMotionLayout(const ZyraBvHierarchy& table, float scale) {
   return layout;
 }
 
+void BvSampleSink::Put(int frame, const float* x, const float* y, const float* z,
+                       const DrvQuaternion* rotations) {
+  for (int i = 0; i < count_; ++i) {
+    DrvTransform& sample = records_[i].samples[frame];
+    sample.translation = DrvVector{x[i], y[i], z[i]};
+    sample.rotation = rotations[i];
+    sample.scaling = DrvVector{1.0f, 1.0f, 1.0f};  // unused by the importers; kept defined
+  }
+}
+
 BvFrameReader::BvFrameReader(const BvMotionLayout& layout, MocapRecord* records, int frames)
+    : BvFrameReader(layout, samples_, frames) {
+  samples_ = BvSampleSink(records, layout.nodeCount);
+}
+
+BvFrameReader::BvFrameReader(const BvMotionLayout& layout, BvFrameSink& sink, int frames)
     : layout_(layout),
-      records_(records),
+      samples_(nullptr, 0),
+      sink_(sink),
       frames_(frames),
       row_(layout.rest),
       rotations_(static_cast<std::size_t>(layout.nodeCount)) {}
@@ -106,12 +123,7 @@ BvMotionStop BvFrameReader::Read(BvScanner& scanner, int first, int last) {
     }
     DrvQuaternion_SetZXYMany(rotations_.data(), angles, angles + n, angles + 2 * n,
                              layout_.nodeCount);
-    for (std::size_t i = 0; i < n; ++i) {
-      DrvTransform& sample = records_[i].samples[f];
-      sample.translation = DrvVector{positions[i], positions[n + i], positions[2 * n + i]};
-      sample.rotation = rotations_[i];
-      sample.scaling = DrvVector{1.0f, 1.0f, 1.0f};  // unused by the importers; kept defined
-    }
+    sink_.Put(f, positions, positions + n, positions + 2 * n, rotations_.data());
   }
   // After the last frame, nothing more may stand on its line.
   if (last == frames_ && last > first && rows_ != kFree) {
@@ -131,13 +143,13 @@ bool BvSecondReader::WorthIt(std::uint64_t bytes, int frames) {
 }
 
 void BvSecondReader::Start(std::uint64_t middle, int frames, const BvMotionLayout& layout,
-                           MocapRecord* records) {
-  worker_ = std::thread(
-      [this, middle, frames, &layout, records] { Run(middle, frames, layout, records); });
+                           BvFrameSink& sink) {
+  worker_ =
+      std::thread([this, middle, frames, &layout, &sink] { Run(middle, frames, layout, sink); });
 }
 
 void BvSecondReader::Run(std::uint64_t middle, int frames, const BvMotionLayout& layout,
-                         MocapRecord* records) {
+                         BvFrameSink& sink) {
   // The section starts with the end of the "Frame Time" line; each line after it is a frame.
   std::uint64_t lineEnds = 0;
   if (!cursor_.SkipToLineStart(middle, &lineEnds) || cursor_.AtEnd()) return;
@@ -149,7 +161,7 @@ void BvSecondReader::Run(std::uint64_t middle, int frames, const BvMotionLayout&
   // Both sides store, then load (sequentially consistent): if this load misses the first
   // reader's arrival at `first`, that reader's look at start_ sees `first`.
   if (progress_.load() >= first) return;
-  BvFrameReader reader(layout, records, frames);
+  BvFrameReader reader(layout, sink, frames);
   reader.AssumeOneFrameALine();
   for (int f = first; f < frames; f += kStretch) {
     if (stop_.load(std::memory_order_relaxed)) return;

@@ -1,10 +1,12 @@
-// The frames of a BVH MOTION section turned into samples, by one thread or, for a long take, by
+// The frames of a BVH MOTION section handed to a frame sink (samples, or the action import's
+// curves), by one thread or, for a long take, by
 // two: the second starts at a line in the middle of the section and reads the frames from there
 // while the first reads up to it. Private to the BVH reader (bvh_file.cpp).
 #pragma once
 
 #include <atomic>
 #include <cstdint>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -24,8 +26,22 @@ struct BvMotionLayout {
   int nodeCount = 0;
   std::vector<Value> values;  // in file order
   std::vector<float> rest;
+  std::vector<std::string> names;  // of the joints, for messages once the table is pruned
 };
 BvMotionLayout MakeMotionLayout(const ZyraBvHierarchy& table, float scale);
+
+// The sink of ZyraBvFile::ReadMotionData: one DrvTransform per joint and frame (scaling 1) in
+// the records' samples.
+class BvSampleSink final : public BvFrameSink {
+ public:
+  BvSampleSink(MocapRecord* records, int count) : records_(records), count_(count) {}
+  void Put(int frame, const float* x, const float* y, const float* z,
+           const DrvQuaternion* rotations) override;
+
+ private:
+  MocapRecord* records_;
+  int count_;
+};
 
 // Where reading stopped early: the frame, the index in BvMotionLayout::values of the value that
 // could not be read, and why; frame -1 when every frame was read.
@@ -42,8 +58,7 @@ struct BvMotionStop {
   std::uint64_t offset = 0;  // where the fault is, for the row and number faults
 };
 
-// Reads frames into the records' samples: one DrvTransform per joint and frame (scaling 1), the
-// rotations of a frame's joints built four at a time.
+// Reads frames into a frame sink, the rotations of a frame's joints built four at a time.
 //
 // Rows. When the first frame starts on a line of its own and its values all stand on that line,
 // the take is taken to hold one frame a line, and every line must then hold exactly one frame: a
@@ -55,7 +70,11 @@ class BvFrameReader {
  public:
   // `frames` is the number of frames of the section (the last one is checked for values left
   // over on its line).
+  BvFrameReader(const BvMotionLayout& layout, BvFrameSink& sink, int frames);
+  // Into the samples of `records` (one per joint of the layout).
   BvFrameReader(const BvMotionLayout& layout, MocapRecord* records, int frames);
+  BvFrameReader(const BvFrameReader&) = delete;
+  BvFrameReader& operator=(const BvFrameReader&) = delete;
   // Reads frames first .. last - 1 with `scanner`.
   BvMotionStop Read(BvScanner& scanner, int first, int last);
   // The take holds one frame a line and the next frame starts at the start of a line (the
@@ -75,7 +94,8 @@ class BvFrameReader {
                   BvMotionStop* stop);
 
   const BvMotionLayout& layout_;
-  MocapRecord* records_;
+  BvSampleSink samples_;  // the sink when built on records
+  BvFrameSink& sink_;
   int frames_;
   RowMode rows_ = kUnknown;
   bool lineStart_ = false;
@@ -92,7 +112,7 @@ class BvFrameReader {
 // Reached(f) before each frame f: once it returns true, frame f is where the second reader began,
 // and Aligned() tells whether the first reader's cursor agrees (it then stops and Join()s), else
 // Abandon() and read on alone. A second reader that finds its starting frame already passed gives
-// up by itself; until the first reader reaches that frame, neither writes the other's samples.
+// up by itself; until the first reader reaches that frame, neither puts the other's frames.
 class BvSecondReader {
  public:
   BvSecondReader() = default;
@@ -103,7 +123,12 @@ class BvSecondReader {
   // Whether a section of `bytes` bytes and `frames` frames is worth a second reader.
   static bool WorthIt(std::uint64_t bytes, int frames);
   // Starts reading after byte `middle`; Cursor() is at the start of the section.
-  void Start(std::uint64_t middle, int frames, const BvMotionLayout& layout, MocapRecord* records);
+  void Start(std::uint64_t middle, int frames, const BvMotionLayout& layout, BvFrameSink& sink);
+  // Into the samples of `records` (one per joint of the layout).
+  void Start(std::uint64_t middle, int frames, const BvMotionLayout& layout, MocapRecord* records) {
+    samples_ = BvSampleSink(records, layout.nodeCount);
+    Start(middle, frames, layout, samples_);
+  }
   bool Reached(int frame) {
     if (!worker_.joinable()) return false;
     progress_.store(frame);
@@ -118,9 +143,10 @@ class BvSecondReader {
   void Abandon();
 
  private:
-  void Run(std::uint64_t middle, int frames, const BvMotionLayout& layout, MocapRecord* records);
+  void Run(std::uint64_t middle, int frames, const BvMotionLayout& layout, BvFrameSink& sink);
 
   BvScanner cursor_;
+  BvSampleSink samples_{nullptr, 0};
   std::thread worker_;
   std::atomic<int> start_{-1};  // the first frame of the second reader, once known
   // Stored by the first reader at every frame: on a cache line of its own, away from the

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "knrexport/bvh/bvh_file.h"
@@ -40,6 +41,7 @@ int CopyKept(const ZyraBvHierarchy& old, const std::vector<char>& keep, bool kee
     MocapRecord& to = records[k];
     std::memcpy(to.name, from.name, sizeof to.name);
     to.frameCount = from.frameCount;
+    to.origin = from.origin;
     to.samples = from.samples;
     from.samples = nullptr;
     from.frameCount = 0;
@@ -64,7 +66,9 @@ bool ZyraBvFile::CheckData(const MocapData* data, const char* operation) {
 
 void ZyraBvFile::ReplaceTables(ZyraBvHierarchy* nodes, MocapRecord* records, int count,
                                MocapData* data) {
+  std::vector<BvFold> folds = std::move(data->folds);
   FreeMocapData(*data);
+  data->folds = std::move(folds);
   data->records = records;
   data->nodeCount = count;
   hierarchy_.reset(nodes);
@@ -95,6 +99,7 @@ bool ZyraBvFile::RemoveNodes(const char* tag, MocapData* data) {
     for (int f = 0; f < frames; ++f) {
       DrvTransform_Multiply(&child.samples[f], &up.samples[f], &child.samples[f]);
     }
+    data->folds.push_back({child.origin, up.origin});
     old.nodes[i].parent = old.nodes[p].parent;
     --old.nodes[p].childCount;
   }

@@ -10,3 +10,8 @@
 // SetZXY itself. `out` must not overlap the angle arrays.
 void DrvQuaternion_SetZXYMany(DrvQuaternion* out, const float* rx, const float* ry, const float* rz,
                               int count);
+
+// out[i] = DrvQuaternion_GetEulerAngles of q[i] for i < count, bit for bit: four at a time with
+// the C library's own arc tangent done in vector lanes where it is known to match the library;
+// gimbal lock, unusual operands and the last count % 4 take GetEulerAngles itself.
+void DrvQuaternion_GetEulerAnglesMany(DrvVector* out, const DrvQuaternion* q, int count);

@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
+#include <functional>
 #include <limits>
 #include <random>
 #include <vector>
@@ -104,6 +106,67 @@ TEST(DrvBatchTest, HalfAngleSinesAndCosinesAgainstDoublePrecision) {
     EXPECT_NEAR(aboutZ[i].w, std::cos(half), 2.5e-7) << angles[i];
     EXPECT_EQ(aboutX[i].y, 0.0f);
     EXPECT_EQ(aboutZ[i].x, 0.0f);
+  }
+}
+
+// GetEulerAnglesMany must give GetEulerAngles' bits for every kind of rotation a take holds:
+// ordinary ones in every quadrant, rotations about one axis (exact zeros in the matrix), the
+// identity, pitch at gimbal lock both ways, and quaternions that are not rotations at all.
+TEST(DrvBatchTest, EulerAnglesManyAreGetEulerAnglesBitForBit) {
+  std::mt19937 random(5);
+  std::uniform_real_distribution<float> angle(-7.0f, 7.0f);
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  const float inf = std::numeric_limits<float>::infinity();
+  const struct {
+    const char* label;
+    std::function<DrvQuaternion(int)> make;
+  } families[] = {
+      {"any rotation",
+       [&](int) {
+         DrvQuaternion q;
+         DrvQuaternion_SetZXY(&q, angle(random), angle(random), angle(random));
+         return q;
+       }},
+      {"about one axis",
+       [&](int i) {
+         DrvQuaternion q;
+         const float a = angle(random);
+         DrvQuaternion_SetZXY(&q, i % 3 == 0 ? a : 0.0f, i % 3 == 1 ? a : 0.0f,
+                              i % 3 == 2 ? a : 0.0f);
+         return q;
+       }},
+      {"identity",
+       [](int) {
+         return DrvQuaternion{0.0f, 0.0f, 0.0f, 1.0f};
+       }},
+      {"gimbal lock",
+       [&](int i) {
+         DrvQuaternion q;
+         DrvQuaternion_SetZXY(&q, angle(random), i % 2 ? 1.5707964f : -1.5707964f, angle(random));
+         return q;
+       }},
+      {"not rotations",
+       [&](int i) {
+         const float odd[4] = {nan, inf, 0.0f, 1e-30f};
+         return DrvQuaternion{odd[i % 4], 0.5f, angle(random), odd[(i + 1) % 4]};
+       }},
+  };
+  for (const auto& family : families) {
+    SCOPED_TRACE(family.label);
+    for (int count = 1; count <= 13; ++count) {
+      std::vector<DrvQuaternion> q;
+      for (int i = 0; i < 100 * count; ++i) q.push_back(family.make(i));
+      std::vector<DrvVector> many(q.size());
+      DrvQuaternion_GetEulerAnglesMany(many.data(), q.data(), static_cast<int>(q.size()));
+      for (std::size_t i = 0; i < q.size(); ++i) {
+        DrvVector one;
+        DrvQuaternion_GetEulerAngles(&q[i], &one);
+        ASSERT_EQ(std::memcmp(&one, &many[i], sizeof one), 0)
+            << "quaternion " << i << ": " << q[i].x << " " << q[i].y << " " << q[i].z << " "
+            << q[i].w << " gives " << one.x << " " << one.y << " " << one.z << ", not " << many[i].x
+            << " " << many[i].y << " " << many[i].z;
+      }
+    }
   }
 }
 
