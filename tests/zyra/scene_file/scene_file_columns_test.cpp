@@ -8,9 +8,12 @@
 #include <unistd.h>
 
 #include <charconv>
+#include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <random>
 #include <sstream>
 
 #include "host.h"
@@ -77,6 +80,53 @@ TEST(SceneFileColumns, ASplitColumnReadsAsOne) {
   EXPECT_EQ(ByteByByte(ColumnText(n, n / 2 + 3), false).errorAt, n / 2 + 3);
   EXPECT_EQ(ByteByByte("", false).size(), 0u);
   EXPECT_EQ(ByteByByte(" ", false).errorAt, 0u);
+}
+
+// Items read exactly as std::from_chars reads each one on its own (the parser takes a shortcut
+// for short decimals): shortest texts of random floats and doubles, random digit strings with a
+// point anywhere, and the edges of the shortcut.
+TEST(SceneFileColumns, ItemsReadAsFromCharsReadsThem) {
+  std::vector<std::string> items = {"-0", "0", "007", "16777217", "0.1", "-2.5", "1e5", "inf",
+                                    "1234567890123456", "123456789012345", "0.0000000000000000000001",
+                                    "1.00000005960464477539", "33554431.5", "3.4028235e38"};
+  std::vector<std::string> doubles = items;
+  std::mt19937_64 random(17);
+  char buffer[40];
+  for (int i = 0; i < 20000; ++i) {
+    const uint64_t bits = random();
+    float f;
+    double d;
+    std::memcpy(&f, &bits, sizeof f);
+    std::memcpy(&d, &bits, sizeof d);
+    if (std::isfinite(f)) items.emplace_back(buffer, std::to_chars(buffer, buffer + 40, f).ptr);
+    if (std::isfinite(d)) doubles.emplace_back(buffer, std::to_chars(buffer, buffer + 40, d).ptr);
+    std::string digits = std::to_string(random() % 10000000000000000u);
+    digits.resize(1 + random() % digits.size());
+    if (random() % 2) digits.insert(random() % digits.size() + 1, ".");
+    items.push_back(random() % 2 ? "-" + digits : digits);
+    doubles.push_back(items.back());
+  }
+  for (bool single : {true, false}) {
+    if (!single) items = doubles;
+    std::string text;
+    for (const std::string& item : items) text += (text.empty() ? "" : " ") + item;
+    const sr::Column column = sr::ParseColumn(text.data(), text.data() + text.size(), single);
+    ASSERT_EQ(column.error, "");
+    ASSERT_EQ(column.size(), items.size());
+    for (size_t i = 0; i < items.size(); ++i) {
+      const char* at = items[i].data();
+      const char* end = at + items[i].size();
+      if (single) {
+        float expected = 0;
+        std::from_chars(at, end, expected);
+        ASSERT_EQ(std::memcmp(&column.floats[i], &expected, sizeof expected), 0) << items[i];
+      } else {
+        double expected = 0;
+        std::from_chars(at, end, expected);
+        ASSERT_EQ(std::memcmp(&column.doubles[i], &expected, sizeof expected), 0) << items[i];
+      }
+    }
+  }
 }
 
 // A document read through buffers of every size (so columns cross refills, inside numbers too)

@@ -3,9 +3,11 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdint>
 #include <cstring>
 #include <future>
 #include <thread>
+#include <type_traits>
 
 namespace Zyra::rt::scene_reading {
 
@@ -16,9 +18,53 @@ constexpr size_t kSplitFrom = 64 * 1024;
 // Longest key the cutter needs to recognise ("floatValues").
 constexpr size_t kKeyChars = 16;
 
+// A short plain decimal ("-12.75", "3", at most 15 digits and 22 after the point) read with
+// one correctly rounded division: the integer of its digits and the power of ten are exact
+// doubles, so the quotient is the double nearest the decimal, the value from_chars gives. A
+// float is that double rounded once more, which is the float nearest the decimal unless the
+// double fell exactly halfway between two floats (then, and for tiny or huge results, false).
+// Anything else (an exponent, "inf", ".5", a bad item) is left to from_chars.
+template <class T>
+bool ShortDecimal(const char* at, const char* stop, T& value) {
+  static constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                      1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
+                                      1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+  const bool negative = at < stop && *at == '-';
+  const char* p = at + (negative ? 1 : 0);
+  if (p == stop || stop - p > 24 || static_cast<unsigned>(*p - '0') > 9 ||
+      static_cast<unsigned>(stop[-1] - '0') > 9) {
+    return false;
+  }
+  uint64_t digits = 0;
+  int count = 0, fraction = -1;
+  for (; p < stop; ++p) {
+    const unsigned d = static_cast<unsigned>(*p - '0');
+    if (d <= 9) {
+      digits = digits * 10 + d;
+      ++count;
+      if (fraction >= 0) ++fraction;
+    } else if (*p == '.' && fraction < 0) {
+      fraction = 0;
+    } else {
+      return false;
+    }
+  }
+  if (count > 15 || fraction > 22) return false;
+  double v = static_cast<double>(digits) / kPow10[fraction < 0 ? 0 : fraction];
+  if constexpr (std::is_same_v<T, float>) {
+    if (v != 0 && !(v > 1e-37 && v < 1e37)) return false;
+    uint64_t bits;
+    std::memcpy(&bits, &v, sizeof bits);
+    if ((bits & ((uint64_t{1} << 29) - 1)) == uint64_t{1} << 28) return false;  // a float midpoint
+  }
+  value = static_cast<T>(negative ? -v : v);
+  return true;
+}
+
 // Success, a number past the type's range, or anything else that is no whole number token.
 template <class T>
 std::errc FromChars(const char* first, const char* last, T& value) {
+  if (ShortDecimal(first, last, value)) return std::errc();
   auto result = std::from_chars(first, last, value);
   if (result.ptr != last || first == last) return std::errc::invalid_argument;
   return result.ec;
@@ -118,9 +164,6 @@ Column ColumnParser::Finish(bool whole) {
   if (!failed_ && (fed_ > 0 || !whole)) Item(carry_.data(), carry_.data() + carry_.size());
   carry_.clear();
   Column out = std::move(column_);
-  // A streamed column grew by doubling: keys live long, so they get exactly their room.
-  if (out.floats.capacity() > out.floats.size()) out.floats.shrink_to_fit();
-  if (out.doubles.capacity() > out.doubles.size()) out.doubles.shrink_to_fit();
   column_ = Column();
   column_.single = out.single;
   fed_ = 0;
@@ -181,7 +224,11 @@ void ColumnCutter::ColumnBytes(const char* at, const char* end) {
 
 void ColumnCutter::EndColumn() {
   if (committed_) {
-    AppendRef(parser_.Finish());
+    Column column = parser_.Finish();
+    // It grew by doubling: keys live long, so they get exactly their room.
+    column.floats.shrink_to_fit();
+    column.doubles.shrink_to_fit();
+    AppendRef(std::move(column));
     return;
   }
   // Short after all: an ordinary string.
