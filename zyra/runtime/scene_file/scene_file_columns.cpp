@@ -18,47 +18,89 @@ constexpr size_t kSplitFrom = 64 * 1024;
 // Longest key the cutter needs to recognise ("floatValues").
 constexpr size_t kKeyChars = 16;
 
-// A short plain decimal ("-12.75", "3", at most 15 digits and 22 after the point) read with
-// one correctly rounded division: the integer of its digits and the power of ten are exact
-// doubles, so the quotient is the double nearest the decimal, the value from_chars gives. A
-// float is that double rounded once more, which is the float nearest the decimal unless the
-// double fell exactly halfway between two floats (then, and for tiny or huge results, false).
-// Anything else (an exponent, "inf", ".5", a bad item) is left to from_chars.
+// Short plain decimals ("-12.75", "3": at most 15 digits, 22 after the point, a digit first and
+// last) are read with one correctly rounded division: the integer of the digits and the power of
+// ten are exact doubles, so the quotient is the double nearest the decimal, the value from_chars
+// gives. A float is that double rounded once more, which is the float nearest the decimal unless
+// the double fell exactly halfway between two floats (then, and for tiny results, the item goes
+// to from_chars, as does anything else: an exponent, "inf", ".5", a bad item).
+constexpr int kShortDigits = 15;
+constexpr int kShortFraction = 22;
+
+bool IsDigit(char c) { return static_cast<unsigned>(c - '0') <= 9; }
+
+// The value of the decimal `digits` / 10^`fraction` (negated); false when it is not exact.
 template <class T>
-bool ShortDecimal(const char* at, const char* stop, T& value) {
+bool ShortValue(uint64_t digits, int fraction, bool negative, T& value) {
   static constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                       1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
                                       1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
-  const bool negative = at < stop && *at == '-';
-  const char* p = at + (negative ? 1 : 0);
-  if (p == stop || stop - p > 24 || static_cast<unsigned>(*p - '0') > 9 ||
-      static_cast<unsigned>(stop[-1] - '0') > 9) {
-    return false;
-  }
-  uint64_t digits = 0;
-  int count = 0, fraction = -1;
-  for (; p < stop; ++p) {
-    const unsigned d = static_cast<unsigned>(*p - '0');
-    if (d <= 9) {
-      digits = digits * 10 + d;
-      ++count;
-      if (fraction >= 0) ++fraction;
-    } else if (*p == '.' && fraction < 0) {
-      fraction = 0;
-    } else {
-      return false;
-    }
-  }
-  if (count > 15 || fraction > 22) return false;
-  double v = static_cast<double>(digits) / kPow10[fraction < 0 ? 0 : fraction];
+  const double v = static_cast<double>(digits) / kPow10[fraction < 0 ? 0 : fraction];
   if constexpr (std::is_same_v<T, float>) {
-    if (v != 0 && !(v > 1e-37 && v < 1e37)) return false;
+    if (v != 0 && !(v > 1e-37)) return false;
     uint64_t bits;
     std::memcpy(&bits, &v, sizeof bits);
     if ((bits & ((uint64_t{1} << 29) - 1)) == uint64_t{1} << 28) return false;  // a float midpoint
   }
   value = static_cast<T>(negative ? -v : v);
   return true;
+}
+
+// Scans a short decimal from `at`: returns where it stopped (the first byte that is no digit
+// or first point), or null when what was scanned is no short decimal.
+const char* ScanShort(const char* at, const char* end, uint64_t& digits, int& fraction,
+                      bool& negative) {
+  negative = at < end && *at == '-';
+  const char* p = at + (negative ? 1 : 0);
+  digits = 0;
+  fraction = -1;
+  int count = 0;
+  const char* q = p;
+  for (; q < end; ++q) {
+    const unsigned d = static_cast<unsigned>(*q - '0');
+    if (d <= 9) {
+      digits = digits * 10 + d;  // wraps past 19 digits, which the count refuses anyway
+      ++count;
+      if (fraction >= 0) ++fraction;
+    } else if (*q == '.' && fraction < 0) {
+      fraction = 0;
+    } else {
+      break;
+    }
+  }
+  if (count == 0 || count > kShortDigits || fraction > kShortFraction || !IsDigit(*p) ||
+      !IsDigit(q[-1])) {
+    return nullptr;
+  }
+  return q;
+}
+
+template <class T>
+bool ShortDecimal(const char* at, const char* stop, T& value) {
+  uint64_t digits;
+  int fraction;
+  bool negative;
+  return ScanShort(at, stop, digits, fraction, negative) == stop &&
+         ShortValue(digits, fraction, negative, value);
+}
+
+// Reads the short decimals each followed by a space from `at` on, as long as they come, into
+// `out`; returns where the first other item starts (or `end`).
+template <class T>
+const char* ReadShortItems(const char* at, const char* end, std::vector<T>& out) {
+  while (at < end) {
+    uint64_t digits;
+    int fraction;
+    bool negative;
+    const char* stop = ScanShort(at, end, digits, fraction, negative);
+    T value;
+    if (!stop || stop == end || *stop != ' ' || !ShortValue(digits, fraction, negative, value)) {
+      return at;
+    }
+    out.push_back(value);
+    at = stop + 1;
+  }
+  return at;
 }
 
 // Success, a number past the type's range, or anything else that is no whole number token.
@@ -144,6 +186,11 @@ void ColumnParser::Item(const char* at, const char* stop) {
 void ColumnParser::Feed(const char* at, const char* end) {
   fed_ += static_cast<size_t>(end - at);
   while (!failed_ && at < end) {
+    if (carry_.empty()) {
+      at = column_.single ? ReadShortItems(at, end, column_.floats)
+                          : ReadShortItems(at, end, column_.doubles);
+      if (at == end) return;
+    }
     const auto* space = static_cast<const char*>(std::memchr(at, ' ', static_cast<size_t>(end - at)));
     if (!space) {
       carry_.append(at, end);
