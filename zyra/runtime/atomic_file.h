@@ -13,9 +13,10 @@
 //   4. On any failure the target is as it was and the temporary file is gone.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 #include <string_view>
-#include <sys/types.h>
 
 #include "zyra/core.h"
 

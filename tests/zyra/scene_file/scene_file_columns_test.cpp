@@ -65,11 +65,11 @@ TEST(SceneFileColumns, ASplitColumnReadsAsOne) {
   const std::vector<Case> cases = {
       {ColumnText(n), false},
       {ColumnText(n + 1), true},
-      {ColumnText(n, n / 2 + 3), false},           // an error in the second half
-      {ColumnText(n, 17) + " y", false},           // two errors: the first wins
-      {ColumnText(n, n - 1, "1e999"), false},      // out of range, last item
-      {ColumnText(n, n / 2 - 1, "1e39"), true},    // float out of range near the middle
-      {ColumnText(n) + " ", true},                 // an empty last item
+      {ColumnText(n, n / 2 + 3), false},                      // an error in the second half
+      {ColumnText(n, 17) + " y", false},                      // two errors: the first wins
+      {ColumnText(n, n - 1, "1e999"), false},                 // out of range, last item
+      {ColumnText(n, n / 2 - 1, "1e39"), true},               // float out of range near the middle
+      {ColumnText(n) + " ", true},                            // an empty last item
       {ColumnText(n / 2) + "  " + ColumnText(n / 2), false},  // an empty item at the middle
   };
   for (const Case& c : cases) {
@@ -86,9 +86,20 @@ TEST(SceneFileColumns, ASplitColumnReadsAsOne) {
 // for short decimals): shortest texts of random floats and doubles, random digit strings with a
 // point anywhere, and the edges of the shortcut.
 TEST(SceneFileColumns, ItemsReadAsFromCharsReadsThem) {
-  std::vector<std::string> items = {"-0", "0", "007", "16777217", "0.1", "-2.5", "1e5", "inf",
-                                    "1234567890123456", "123456789012345", "0.0000000000000000000001",
-                                    "1.00000005960464477539", "33554431.5", "3.4028235e38"};
+  std::vector<std::string> items = {"-0",
+                                    "0",
+                                    "007",
+                                    "16777217",
+                                    "0.1",
+                                    "-2.5",
+                                    "1e5",
+                                    "inf",
+                                    "1234567890123456",
+                                    "123456789012345",
+                                    "0.0000000000000000000001",
+                                    "1.00000005960464477539",
+                                    "33554431.5",
+                                    "3.4028235e38"};
   std::vector<std::string> doubles = items;
   std::mt19937_64 random(17);
   char buffer[40];
@@ -134,7 +145,8 @@ TEST(SceneFileColumns, ItemsReadAsFromCharsReadsThem) {
 TEST(SceneFileColumns, ColumnsCrossingBufferRefillsReadTheSame) {
   const std::string doc = R"({"a": {"frames": ")" + ColumnText(900) + R"(", "floatValues": ")" +
                           ColumnText(1000) + R"("}, "b": {"values": "1 2", "k\"ey": "val\\ue"},
-"c": {"values": ")" + ColumnText(800, 700) + R"("}, "d": {"values": "12\u0020)" + ColumnText(900) +
+"c": {"values": ")" + ColumnText(800, 700) +
+                          R"("}, "d": {"values": "12\u0020)" + ColumnText(900) +
                           R"("}, "e": {"frames" : ")" + ColumnText(5000, 4000) + R"("}})";
   sr::Columns whole;
   sr::Json expected;
@@ -153,8 +165,8 @@ TEST(SceneFileColumns, ColumnsCrossingBufferRefillsReadTheSame) {
     };
     sr::Columns columns;
     sr::Json parsed;
-    ASSERT_TRUE(sr::ParseJsonStream(read, size + 1, parsed, columns,
-                                    [&](size_t n) { advanced += n; }));
+    ASSERT_TRUE(
+        sr::ParseJsonStream(read, size + 1, parsed, columns, [&](size_t n) { advanced += n; }));
     EXPECT_EQ(parsed, expected);
     EXPECT_EQ(advanced, doc.size());
     ASSERT_EQ(columns.items.size(), whole.items.size());

@@ -191,7 +191,8 @@ void ColumnParser::Feed(const char* at, const char* end) {
                           : ReadShortItems(at, end, column_.doubles);
       if (at == end) return;
     }
-    const auto* space = static_cast<const char*>(std::memchr(at, ' ', static_cast<size_t>(end - at)));
+    const auto* space =
+        static_cast<const char*>(std::memchr(at, ' ', static_cast<size_t>(end - at)));
     if (!space) {
       carry_.append(at, end);
       return;
@@ -224,7 +225,8 @@ Column ParseColumn(const char* at, const char* end, bool single) {
   if (size >= kSplitFrom && std::thread::hardware_concurrency() >= 2) {
     const char* middle = at + size / 2;
     // A space before the last byte, so that the second half holds an item.
-    split = static_cast<const char*>(std::memchr(middle, ' ', static_cast<size_t>(end - 1 - middle)));
+    split =
+        static_cast<const char*>(std::memchr(middle, ' ', static_cast<size_t>(end - 1 - middle)));
   }
   if (!split) {
     ColumnParser parser(single);

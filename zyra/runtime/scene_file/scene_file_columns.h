@@ -39,7 +39,7 @@ struct Column {
   std::vector<double> doubles;
   std::vector<float> floats;
   size_t errorAt = 0;
-  std::string error;  // empty: every item read
+  std::string error;   // empty: every item read
   bool taken = false;  // handed to a curve already
 
   size_t size() const { return single ? floats.size() : doubles.size(); }
@@ -98,11 +98,11 @@ class ColumnCutter {
   Columns& columns_;
   std::string text_;
   State state_ = State::kOutside;
-  std::string key_;          // the last string's content, while short
-  bool keyLong_ = false;     // it was longer, or held an escape
-  bool columnKey_ = false;   // the member whose value comes next names a column
-  bool single_ = false;      // ... a float column
-  std::string pending_;      // a streamed column's first bytes, until it is known to be long
+  std::string key_;         // the last string's content, while short
+  bool keyLong_ = false;    // it was longer, or held an escape
+  bool columnKey_ = false;  // the member whose value comes next names a column
+  bool single_ = false;     // ... a float column
+  std::string pending_;     // a streamed column's first bytes, until it is known to be long
   bool committed_ = false;
   bool gaveUp_ = false;
   ColumnParser parser_{false};

@@ -530,7 +530,8 @@ std::string WriteSceneText(const Scene& scene, const std::function<void(size_t k
 
 std::string WriteBranchText(const X3D& top, const BranchWriteOptions& options) {
   std::string text;
-  WriteBranchText(top, options, [&text](std::string_view piece) { return text.append(piece), true; });
+  WriteBranchText(top, options,
+                  [&text](std::string_view piece) { return text.append(piece), true; });
   return text;
 }
 
