@@ -107,4 +107,25 @@ TEST_F(AtomicFileTest, RefusesWhatIsNotARegularFileAndChangesNothing) {
   EXPECT_EQ(Entries(), before);
 }
 
+// A file written in pieces replaces its target only on Commit: one abandoned half way (the
+// writer of its text failed) leaves the old content and no temporary file.
+TEST_F(AtomicFileTest, AWriteInPiecesReplacesTheTargetOnlyOnCommit) {
+  Write(Path("scene.zyra"), "old", 0600);
+  const std::string piece(3 << 20, 'x');  // several pieces past the write-back step
+  for (bool commit : {false, true}) {
+    SCOPED_TRACE(commit);
+    {
+      Zyra::rt::ReplacingFile file(Path("scene.zyra"));
+      ASSERT_TRUE(file.Open().Succeeded());
+      for (int i = 0; i < 4; ++i) ASSERT_TRUE(file.Write(piece));
+      if (commit) {
+        ASSERT_TRUE(file.Commit().Succeeded());
+      }
+    }
+    EXPECT_EQ(Read(Path("scene.zyra")).size(), commit ? 4 * piece.size() : 3u);
+    EXPECT_EQ(Mode(Path("scene.zyra")), 0600);
+    EXPECT_EQ(Entries(), 1u);
+  }
+}
+
 }  // namespace

@@ -13,12 +13,37 @@
 //   4. On any failure the target is as it was and the temporary file is gone.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 #include <string_view>
 
 #include "zyra/core.h"
 
 namespace Zyra::rt {
+
+// A new content of a file written in pieces as it is made (rules above): Open checks the target
+// and makes the temporary file, Write appends (the kernel starts writing back every few MiB, so
+// that the disk works while the caller makes the next piece), Commit flushes and renames. A writer
+// destroyed before a successful Commit removes its temporary file and leaves the target as it was.
+class ReplacingFile {
+ public:
+  explicit ReplacingFile(std::string path) : path_(std::move(path)) {}
+  ~ReplacingFile();
+  ReplacingFile(const ReplacingFile&) = delete;
+  ReplacingFile& operator=(const ReplacingFile&) = delete;
+
+  CStatus Open();
+  // False once a write failed (the failure is reported by Commit).
+  bool Write(std::string_view bytes);
+  CStatus Commit();
+
+ private:
+  std::string path_, target_, temp_;
+  int fd_ = -1;
+  int error_ = 0;
+  off_t written_ = 0, flushed_ = 0;
+};
 
 // Writes `bytes` as the new content of `path` (rules above). Fails with a message that starts
 // with the path and says what went wrong.

@@ -1,5 +1,6 @@
-// Scene files on disk: atomic writes, whole-file reads, opening and saving the scene, exporting
-// and importing branches.
+// Scene files on disk: opening and saving the scene, exporting and importing branches. Files are
+// written as their text is made and read as they stream in (scene_file_columns.h), so neither
+// direction holds a file's whole text.
 #include "scene_file.h"
 
 #include <sys/stat.h>
@@ -72,25 +73,29 @@ std::wstring FileName(const std::string& path) {
   return FromUtf8(path.substr(path.rfind('/') + 1));
 }
 
+// Writes the file through the atomic writer as the text is made.
+CStatus WriteStreaming(const std::string& path,
+                       const std::function<bool(const TextSink& sink)>& write) {
+  ReplacingFile file(path);
+  CStatus status = file.Open();
+  if (!status.Succeeded()) return status;
+  write([&file](std::string_view piece) { return file.Write(piece); });
+  return file.Commit();
+}
+
 }  // namespace
 
 CStatus SaveSceneFile(const std::string& path) {
   const Scene& scene = Host::Get().scene();
-  // Making the text takes about as long as writing it: half the bar each.
-  const size_t keys = CountKeys(*scene.root);
-  FileProgress progress(L"Saving " + FileName(path), 2 * keys);
-  std::string text = WriteSceneText(scene, [&progress](size_t n) { progress.Advance(n); });
-  CStatus status = WriteFileReplacing(path, text);
-  progress.Advance(keys);
-  return status;
+  FileProgress progress(L"Saving " + FileName(path), CountKeys(*scene.root));
+  return WriteStreaming(path, [&](const TextSink& sink) {
+    return WriteSceneText(scene, sink, [&progress](size_t n) { progress.Advance(n); });
+  });
 }
 
 CStatus OpenSceneFile(const std::string& path) {
-  std::string text;
-  CStatus status = ReadWholeFile(path, text);
-  if (!status.Succeeded()) return status;
   Scene scene;
-  status = ReadSceneText(text, path, scene);
+  CStatus status = ReadSceneFile(path, scene);
   if (!status.Succeeded()) return status;
   SwapInScene(std::move(scene));
   return CStatus::OK;
@@ -106,16 +111,13 @@ CStatus ExportBranch(const std::shared_ptr<X3D>& object, const std::string& path
   options.customProperties = flag(L"custompset");
   options.animation = flag(L"animall");
   options.frame = Host::Get().CurrentFrame();
-  return WriteFileReplacing(path, WriteBranchText(*object, options));
+  return WriteStreaming(
+      path, [&](const TextSink& sink) { return WriteBranchText(*object, options, sink); });
 }
 
 CStatus ImportBranch(const std::string& path, const std::shared_ptr<X3D>& parent,
                      std::shared_ptr<X3D>& out) {
-  out.reset();
-  std::string text;
-  CStatus status = ReadWholeFile(path, text);
-  if (!status.Succeeded()) return status;
-  return ReadBranchText(text, path, parent, out);
+  return ReadBranchFile(path, parent, out);
 }
 
 }  // namespace Zyra::rt

@@ -13,6 +13,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "host.h"
 #include "model.h"
@@ -32,6 +33,16 @@ struct BranchWriteOptions {
   std::function<void(size_t keys)> progress;
 };
 
+// Receives a scene file's text in pieces, in order, as it is made; false stops the writing.
+using TextSink = std::function<bool(std::string_view piece)>;
+
+// Writes the scene as scene-file text through `sink`, which gets it in pieces of about a MiB;
+// false when the sink stopped it. `progress` hears of each curve's keys as they are written.
+bool WriteSceneText(const Scene& scene, const TextSink& sink,
+                    const std::function<void(size_t keys)>& progress = {});
+// One branch through `sink`; false when the sink stopped it.
+bool WriteBranchText(const X3D& top, const BranchWriteOptions& options, const TextSink& sink);
+
 // The scene as scene-file text. Deterministic: the same scene always gives the same bytes.
 std::string WriteSceneText(const Scene& scene,
                            const std::function<void(size_t keys)>& progress = {});
@@ -44,11 +55,18 @@ CStatus ReadWholeFile(const std::string& path, std::string& text);
 // Reads scene-file text into a new scene that is not yet the open one. `fileName` names the
 // file in messages. On failure `out` is left empty and the status says what and where.
 CStatus ReadSceneText(const std::string& text, const std::string& fileName, Scene& out);
+// Reads a scene file into a new scene as it streams from disk (the file's text is never held
+// whole); fails with "<path>: cannot open: <reason>" or as ReadSceneText.
+CStatus ReadSceneFile(const std::string& path, Scene& out);
 // Reads the branch of scene-file text under a new, detached holder and, once complete, moves it
 // under `parent` (names made unique in its name space). A whole-scene file imports as a model
 // named after the file. `out` is the imported top object.
 CStatus ReadBranchText(const std::string& text, const std::string& fileName,
                        const std::shared_ptr<X3D>& parent, std::shared_ptr<X3D>& out);
+
+// ReadBranchText of a file, streamed from disk.
+CStatus ReadBranchFile(const std::string& path, const std::shared_ptr<X3D>& parent,
+                       std::shared_ptr<X3D>& out);
 
 // Makes `scene` the open scene; the old scene's objects are destroyed so that handles to them
 // report invalid.

@@ -5,6 +5,11 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <future>
+#include <thread>
+#include <type_traits>
+
+#include "scene_file_columns.h"
 
 namespace Zyra::rt {
 
@@ -24,19 +29,32 @@ char* PutNumber(double v, char* at) {
 
 char* PutFloat(float v, char* at) { return std::to_chars(at, at + kNumberChars, v).ptr; }
 
-// One column as numbers separated by single spaces; `put(i, at)` writes item i at `at` and
-// returns its end. The text is made in a buffer of the largest size it can take, kept from one
-// column to the next, so that a long take costs no appends and no fresh memory per curve.
-template <class Put>
-std::string Column(size_t n, Put put) {
-  thread_local std::vector<char> buffer;
-  if (buffer.size() < n * (kNumberChars + 1)) buffer.resize(n * (kNumberChars + 1));
-  char* at = buffer.data();
-  for (size_t i = 0; i < n; ++i) {
+// Columns of at least this many keys are formatted by two threads.
+constexpr size_t kSplitKeys = 16384;
+// Keys formatted between two looks at whether the text is due to be handed on.
+constexpr size_t kKeysPerBlock = 8192;
+
+// Appends items [from, to) of the column to `out`, each preceded by a space but the column's first.
+void FormatItems(const ColumnJob& job, size_t from, size_t to, std::string& out) {
+  const size_t start = out.size();
+  out.resize(start + (to - from) * (kNumberChars + 1));
+  char* at = out.data() + start;
+  const FCurveKeys& keys = *job.keys;
+  for (size_t i = from; i < to; ++i) {
     if (i > 0) *at++ = ' ';
-    at = put(i, at);
+    switch (job.kind) {
+      case ColumnJob::kFrames:
+        at = PutNumber(keys.Frame(i), at);
+        break;
+      case ColumnJob::kValues:
+        at = PutNumber(keys.Value(i), at);
+        break;
+      case ColumnJob::kFloatValues:
+        at = PutFloat(static_cast<float>(keys.Value(i)), at);
+        break;
+    }
   }
-  return std::string(buffer.data(), at);
+  out.resize(static_cast<size_t>(at - out.data()));
 }
 
 OrderedJson KeyByKey(const FCurveKeys& keys) {
@@ -54,20 +72,28 @@ OrderedJson KeyByKey(const FCurveKeys& keys) {
   return list;
 }
 
-void ByColumns(const FCurveKeys& keys, OrderedJson& out) {
+// A column in the document: a binary value whose subtype is the job's index (no other value
+// the writer makes is binary, so no text of the scene can be mistaken for one).
+OrderedJson ColumnPlaceholder(ColumnJobs& jobs, ColumnJob job) {
+  jobs.push_back(std::move(job));
+  return OrderedJson::binary(OrderedJson::binary_t::container_type(), jobs.size() - 1);
+}
+
+void ByColumns(const FCurveKeys& keys, const std::shared_ptr<const FCurveObject>& settled,
+               ColumnJobs& jobs, OrderedJson& out) {
   const size_t n = keys.size();
   double start = 0, step = 0;
   if (keys.EvenFrames(start, step)) {
     out["start"] = NumberJson(start);
     out["step"] = NumberJson(step);
   } else {
-    out["frames"] = Column(n, [&](size_t i, char* at) { return PutNumber(keys.Frame(i), at); });
+    out["frames"] = ColumnPlaceholder(jobs, {settled, &keys, ColumnJob::kFrames, 0});
   }
+  // The values column is the one that reports the curve's keys as done.
   if (keys.FloatValues()) {
-    out["floatValues"] = Column(
-        n, [&](size_t i, char* at) { return PutFloat(static_cast<float>(keys.Value(i)), at); });
+    out["floatValues"] = ColumnPlaceholder(jobs, {settled, &keys, ColumnJob::kFloatValues, n});
   } else {
-    out["values"] = Column(n, [&](size_t i, char* at) { return PutNumber(keys.Value(i), at); });
+    out["values"] = ColumnPlaceholder(jobs, {settled, &keys, ColumnJob::kValues, n});
   }
   int code = 0;
   if (keys.CommonInterpolation(code)) {
@@ -101,57 +127,66 @@ OrderedJson NumberJson(double v) {
   return OrderedJson(v > 0 ? "inf" : "-inf");
 }
 
-OrderedJson FCurveToJson(const FCurveObject& curve) {
-  std::shared_ptr<FCurveObject> settled = curve.editDepth > 0 ? curve.Clone() : nullptr;
+OrderedJson FCurveToJson(const FCurveObject& curve, ColumnJobs& jobs) {
+  std::shared_ptr<const FCurveObject> settled = curve.editDepth > 0 ? curve.Clone() : nullptr;
   const FCurveKeys& keys = settled ? settled->keys : curve.keys;
   OrderedJson out = NewObject();
   out["interpolation"] = curve.interpolation;
   if (keys.size() <= kKeysPerKeyForm) {
     out["keys"] = KeyByKey(keys);
   } else {
-    ByColumns(keys, out);
+    ByColumns(keys, settled, jobs, out);
   }
   return out;
+}
+
+void PrintColumn(const ColumnJob& job, std::string& out, const std::function<void()>& handOn) {
+  const size_t n = job.keys->size();
+  size_t half = n;
+  std::future<std::string> second;
+  if (n >= kSplitKeys && std::thread::hardware_concurrency() >= 2) {
+    half = n / 2;
+    second = std::async(std::launch::async, [&job, half, n] {
+      std::string text;
+      FormatItems(job, half, n, text);
+      return text;
+    });
+  }
+  for (size_t i = 0; i < half; i += kKeysPerBlock) {
+    FormatItems(job, i, std::min(half, i + kKeysPerBlock), out);
+    handOn();
+  }
+  if (second.valid()) {
+    out += second.get();
+    handOn();
+  }
 }
 
 namespace scene_reading {
 
 namespace {
 
-// The items of a column string, each read by `parse(first, last, value)`; an item that does not
-// read, or reads past the type's range, fails at its index.
-template <class T, class Parse>
-std::vector<T> ReadColumn(const Json& j, const Path& p, const Columns& columns, Parse parse) {
-  if (!j.is_string()) Fail(p, "expected a string of numbers, found " + Describe(j));
-  const std::string_view text = ColumnText(j, columns);
-  if (columns.progress) columns.progress(text.size());
-  std::vector<T> out;
-  if (text.empty()) return out;
-  out.reserve(static_cast<size_t>(std::count(text.begin(), text.end(), ' ')) + 1);
-  const char* at = text.data();
-  const char* end = at + text.size();
-  for (;;) {
-    const void* space = std::memchr(at, ' ', static_cast<size_t>(end - at));
-    const char* stop = space ? static_cast<const char*>(space) : end;
-    T value{};
-    std::errc error = parse(at, stop, value);
-    if (error == std::errc::result_out_of_range) {
-      Fail(p[out.size()], "number " + std::string(at, stop) + " out of range");
-    } else if (error != std::errc()) {
-      Fail(p[out.size()], "expected a number, found \"" + std::string(at, stop) + "\"");
-    }
-    out.push_back(value);
-    if (stop == end) return out;
-    at = stop + 1;
-  }
-}
-
-// Success, a number past the type's range, or anything else that is no whole number token.
+// The items of a column: one parsed as the file was read, or a string of numbers still in the
+// document (a short one); an item that does not read, or reads past the type's range, fails at
+// its index.
 template <class T>
-std::errc FromChars(const char* first, const char* last, T& value) {
-  auto result = std::from_chars(first, last, value);
-  if (result.ptr != last || first == last) return std::errc::invalid_argument;
-  return result.ec;
+std::vector<T> ReadColumn(const Json& j, const Path& p, Columns& columns) {
+  constexpr bool kSingle = std::is_same_v<T, float>;
+  Column read;
+  if (Column* column = ColumnRef(j, columns, kSingle)) {
+    column->taken = true;
+    read = std::move(*column);
+  } else {
+    if (!j.is_string()) Fail(p, "expected a string of numbers, found " + Describe(j));
+    const std::string& text = j.get_ref<const std::string&>();
+    read = ParseColumn(text.data(), text.data() + text.size(), kSingle);
+  }
+  if (!read.error.empty()) Fail(p[read.errorAt], read.error);
+  if constexpr (kSingle) {
+    return std::move(read.floats);
+  } else {
+    return std::move(read.doubles);
+  }
 }
 
 void ReadKeyByKey(const Json& list, const Path& kp, FCurveObject& curve) {
@@ -183,7 +218,7 @@ void ReadKeyByKey(const Json& list, const Path& kp, FCurveObject& curve) {
   }
 }
 
-void ReadColumns(const Json& j, const Path& p, const Columns& columns, FCurveObject& curve) {
+void ReadColumns(const Json& j, const Path& p, Columns& columns, FCurveObject& curve) {
   const Json* doubles = Find(j, "values");
   const Json* floats = Find(j, "floatValues");
   if (!doubles == !floats) Fail(p, "a curve has either \"values\" or \"floatValues\"");
@@ -191,9 +226,9 @@ void ReadColumns(const Json& j, const Path& p, const Columns& columns, FCurveObj
   std::vector<double> values;
   std::vector<float> single;
   if (doubles) {
-    values = ReadColumn<double>(*doubles, p / "values", columns, FromChars<double>);
+    values = ReadColumn<double>(*doubles, p / "values", columns);
   } else {
-    single = ReadColumn<float>(*floats, p / "floatValues", columns, FromChars<float>);
+    single = ReadColumn<float>(*floats, p / "floatValues", columns);
   }
   const size_t n = doubles ? values.size() : single.size();
 
@@ -216,7 +251,7 @@ void ReadColumns(const Json& j, const Path& p, const Columns& columns, FCurveObj
 
   if (const Json* v = Find(j, "frames")) {
     Path fp = p / "frames";
-    std::vector<double> frames = ReadColumn<double>(*v, fp, columns, FromChars<double>);
+    std::vector<double> frames = ReadColumn<double>(*v, fp, columns);
     if (frames.size() != n) {
       Fail(fp, std::to_string(frames.size()) + " frames for " + std::to_string(n) + " values");
     }
@@ -279,7 +314,12 @@ void ReadColumns(const Json& j, const Path& p, const Columns& columns, FCurveObj
 
 }  // namespace
 
-std::shared_ptr<FCurveObject> ReadFCurveJson(const Json& j, const Path& p, const Columns& columns) {
+std::shared_ptr<FCurveObject> ReadFCurveJson(const Json& j, const Path& p) {
+  Columns none;
+  return ReadFCurveJson(j, p, none);
+}
+
+std::shared_ptr<FCurveObject> ReadFCurveJson(const Json& j, const Path& p, Columns& columns) {
   ExpectObject(j, p);
   auto curve = std::make_shared<FCurveObject>();
   curve->interpolation =

@@ -2,6 +2,10 @@
 #include "scene_file_json.h"
 
 #include <cmath>
+#include <cstring>
+#include <memory>
+
+#include "scene_file_columns.h"
 
 namespace Zyra::rt::scene_reading {
 
@@ -94,76 +98,43 @@ bool Parse(const std::string& text, Json& doc, std::string& syntaxError) {
   return false;
 }
 
-bool IsBlank(char c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t'; }
-
-// `text` with every long number column replaced by its reference; empty when there is none.
-// Outside strings every quote opens one, and inside a string only an unescaped quote closes it,
-// so the scan jumps from quote to quote and never misreads a string's content as structure.
-std::string CutColumns(const std::string& text, Columns& columns) {
-  std::string cut;
-  size_t copied = 0, pos = 0;
-  size_t valueAt = std::string::npos;  // where the value of the last key starts
-  std::string_view key;
-  for (;;) {
-    size_t open = text.find('"', pos);
-    if (open == std::string::npos) break;
-    size_t close = open + 1;
-    for (;; ++close) {
-      close = text.find('"', close);
-      if (close == std::string::npos) return cut.empty() ? cut : cut.append(text, copied);
-      size_t slashes = 0;
-      while (text[close - 1 - slashes] == '\\') ++slashes;
-      if (slashes % 2 == 0) break;
-    }
-    std::string_view content(text.data() + open + 1, close - open - 1);
-    size_t after = close + 1;
-    while (after < text.size() && IsBlank(text[after])) ++after;
-    if (after < text.size() && text[after] == ':') {
-      key = content;
-      valueAt = after + 1;
-      while (valueAt < text.size() && IsBlank(text[valueAt])) ++valueAt;
-    } else if (open == valueAt && content.size() >= kLongColumn &&
-               (key == "values" || key == "floatValues" || key == "frames") &&
-               content.find('\\') == std::string_view::npos) {
-      if (cut.empty()) cut.reserve(text.size() / 8 + 4096);
-      cut.append(text, copied, open - copied);
-      cut += "\"\\u0000" + std::to_string(columns.items.size()) + "\"";
-      columns.items.push_back(content);
-      copied = close + 1;
-    }
-    pos = close + 1;
-  }
-  return cut.empty() ? cut : cut.append(text, copied);
-}
-
 }  // namespace
-
-size_t Columns::Bytes() const {
-  size_t n = 0;
-  for (std::string_view item : items) n += item.size();
-  return n;
-}
-
-std::string_view ColumnText(const Json& j, const Columns& columns) {
-  const std::string& s = j.get_ref<const std::string&>();
-  if (s.empty() || s[0] != '\0') return s;
-  size_t index = 0;
-  for (size_t i = 1; i < s.size(); ++i) {
-    if (s[i] < '0' || s[i] > '9' || index > columns.items.size()) return s;
-    index = index * 10 + static_cast<size_t>(s[i] - '0');
-  }
-  return index < columns.items.size() ? columns.items[index] : std::string_view(s);
-}
 
 bool ParseJson(const std::string& text, Json& doc, std::string& syntaxError, Columns& columns) {
   columns.items.clear();
-  std::string cut = CutColumns(text, columns);
-  if (cut.empty()) return Parse(text, doc, syntaxError);
-  if (Parse(cut, doc, syntaxError)) return true;
+  {
+    ColumnCutter cutter(columns);
+    cutter.Feed(text.data(), text.size(), true);
+    std::string ignored;
+    if (!cutter.GaveUp() && Parse(cutter.Text(), doc, ignored)) return true;
+  }
   // The line and column of a syntax error are those of the file as it is.
   columns.items.clear();
   doc = Json();
   return Parse(text, doc, syntaxError);
+}
+
+bool ParseJsonStream(const std::function<size_t(char* into, size_t capacity)>& read,
+                     size_t bufferSize, Json& doc, Columns& columns,
+                     const std::function<void(size_t bytes)>& advance) {
+  columns.items.clear();
+  ColumnCutter cutter(columns);
+  std::unique_ptr<char[]> buffer(new char[bufferSize]);
+  size_t kept = 0;  // bytes of a column the cutter gave back, at the front of the buffer
+  for (;;) {
+    const size_t got = read(buffer.get() + kept, bufferSize - kept);
+    const size_t have = kept + got;
+    const size_t used = cutter.Feed(buffer.get(), have, got == 0);
+    if (advance) advance(used);
+    if (got == 0) break;
+    kept = have - used;
+    std::memmove(buffer.get(), buffer.get() + used, kept);
+  }
+  std::string syntax;
+  if (!cutter.GaveUp() && Parse(cutter.Text(), doc, syntax)) return true;
+  columns.items.clear();
+  doc = Json();
+  return false;
 }
 
 [[noreturn]] void Fail(const Path& p, const std::string& what) {

@@ -44,24 +44,22 @@ struct FormatError {
   std::string what;
 };
 
-// The number columns of a document's curves ("values", "floatValues", "frames" of a long curve),
-// kept out of the JSON parse, which would copy them character by character: each stands in
-// the parsed document as a reference string (a NUL character and its index here), and its bytes
-// stay in the file's text. `ColumnText` gives a column element's text either way.
-struct Columns {
-  std::vector<std::string_view> items;  // views into the text that was parsed
-  // Called with each column's size as it is read (for a progress bar); may be empty.
-  std::function<void(size_t bytes)> progress;
-  size_t Bytes() const;
-};
-std::string_view ColumnText(const Json& j, const Columns& columns);
+struct Columns;
 
-// Parses a whole document into `doc`, number columns of at least kLongColumn bytes left in
-// `text` and listed in `columns`. A syntax error returns false with the parser's message ("parse
-// error at line L, column C: ..."); a number that no double or integer holds (1e999, an integer
-// literal past 64 bits) throws the FormatError at that number's path.
-inline constexpr size_t kLongColumn = 4096;
+// Parses a whole document into `doc`, long number columns parsed apart into `columns`
+// (scene_file_columns.h). A syntax error returns false with the parser's message ("parse error at
+// line L, column C: ..."); a number that no double or integer holds (1e999, an integer literal
+// past 64 bits) throws the FormatError at that number's path.
 bool ParseJson(const std::string& text, Json& doc, std::string& syntaxError, Columns& columns);
+
+// Reads a document that `read` supplies in pieces (it fills at most `capacity` bytes at `into`
+// and returns how many, 0 at the end) through a buffer of `bufferSize` bytes; `advance` is told
+// of every byte taken. False when the text is no valid JSON: the caller then reads the text whole
+// with ParseJson for the message, which must give the line and column of the file as it is.
+// Throws the FormatError of a number out of range, and whatever `read` throws.
+bool ParseJsonStream(const std::function<size_t(char* into, size_t capacity)>& read,
+                     size_t bufferSize, Json& doc, Columns& columns,
+                     const std::function<void(size_t bytes)>& advance);
 
 // Throws the FormatError for the element at `p`.
 [[noreturn]] void Fail(const Path& p, const std::string& what);

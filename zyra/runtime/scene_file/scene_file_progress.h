@@ -10,7 +10,7 @@
 
 namespace Zyra::rt {
 
-// Keys for a save, bytes of number columns for an open.
+// Keys for a save, bytes of the file for an open.
 inline constexpr size_t kProgressFrom = 1000000;
 
 class FileProgress {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "model.h"
+#include "scene_file_columns.h"
 #include "scene_file_json.h"
 
 namespace Zyra::rt::scene_reading {
@@ -21,7 +22,7 @@ class Reader {
   // `live`: references the file does not satisfy may name objects of the open scene (a branch
   // bound to deformers outside it); otherwise they are errors.
   // `columns`: the number columns cut out of the parsed text (they live as long as the reader).
-  Reader(bool live, const Columns& columns) : live_(live), columns_(columns) {}
+  Reader(bool live, Columns& columns) : live_(live), columns_(columns) {}
 
   // Builds the content of X3D object `j` into `object`, which already exists under its parent.
   // `childPrefix` is the full-name prefix of the objects in the name space of its children.
@@ -85,7 +86,7 @@ class Reader {
 
  private:
   bool live_;
-  const Columns& columns_;
+  Columns& columns_;
   std::vector<std::pair<std::string, std::function<void(const std::string&)>>> pending_;
   std::vector<std::function<void()>> finishers_;
 };

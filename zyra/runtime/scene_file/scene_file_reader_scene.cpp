@@ -1,6 +1,13 @@
 // The scene-file reader, scene level: checks the file's header, reads a whole scene (root,
 // passes, groups, play control, preferences, export options) or a branch, and hands the complete
 // graph over only when everything read and resolved.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
 #include "scene_file.h"
 #include "scene_file_progress.h"
 #include "scene_file_reader.h"
@@ -11,6 +18,10 @@ using namespace scene_reading;
 
 namespace {
 
+// Files are read through a buffer of this size: a column longer than it is parsed as it streams
+// past, shorter ones whole (by two threads when long).
+constexpr size_t kReadBuffer = 4 << 20;
+
 // ---- Header and scene ---------------------------------------------------------------------------
 
 CStatus Structural(const std::string& fileName, const FormatError& e) {
@@ -18,17 +29,8 @@ CStatus Structural(const std::string& fileName, const FormatError& e) {
   return CStatus(CStatus::Fail, FromUtf8(fileName + ": " + where + e.what));
 }
 
-// Parses and checks the header; returns the "scene" object or fails with the file's name.
-CStatus ParseDocument(const std::string& text, const std::string& fileName, Json& doc,
-                      Columns& columns) {
-  try {
-    std::string syntax;
-    if (!ParseJson(text, doc, syntax, columns)) {
-      return CStatus(CStatus::Fail, FromUtf8(fileName + ": not a scene file: " + syntax));
-    }
-  } catch (const FormatError& e) {
-    return Structural(fileName, e);
-  }
+// Checks the header of a parsed document.
+CStatus CheckHeader(const Json& doc, const std::string& fileName) {
   const Json* format = doc.is_object() ? Find(doc, "format") : nullptr;
   if (!format || !format->is_string()) {
     return CStatus(CStatus::Fail, FromUtf8(fileName + ": not a Zyra scene file (no \"format\")"));
@@ -51,6 +53,77 @@ CStatus ParseDocument(const std::string& text, const std::string& fileName, Json
                  "; this host reads " + std::to_string(kSceneFileVersion) + ")"));
   }
   return CStatus::OK;
+}
+
+std::wstring OpeningCaption(const std::string& fileName) {
+  return L"Opening " + FromUtf8(fileName.substr(fileName.rfind('/') + 1));
+}
+
+// Parses text in memory and checks the header; fails with the file's name.
+CStatus ParseText(const std::string& text, const std::string& fileName, Json& doc,
+                  Columns& columns) {
+  try {
+    FileProgress progress(OpeningCaption(fileName), text.size());
+    std::string syntax;
+    const bool parsed = ParseJson(text, doc, syntax, columns);
+    progress.Advance(text.size());
+    if (!parsed) {
+      return CStatus(CStatus::Fail, FromUtf8(fileName + ": not a scene file: " + syntax));
+    }
+  } catch (const FormatError& e) {
+    return Structural(fileName, e);
+  }
+  return CheckHeader(doc, fileName);
+}
+
+CStatus FileError(const std::string& path, const char* what, int error) {
+  return CStatus(CStatus::Fail, FromUtf8(path + ": " + what + ": " + std::strerror(error)));
+}
+
+struct ReadFailure {
+  int error;
+};
+
+// Parses a file as it is read, through a buffer of kReadBuffer bytes, and checks the header. A
+// file that is no valid JSON is read again whole, for the message's line and column.
+CStatus ParseFile(const std::string& path, Json& doc, Columns& columns) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return FileError(path, "cannot open", errno);
+  struct stat info {};
+  const size_t size =
+      ::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) ? static_cast<size_t>(info.st_size) : 0;
+  auto read = [fd](char* into, size_t capacity) -> size_t {
+    size_t got = 0;
+    while (got < capacity) {
+      const ssize_t n = ::read(fd, into + got, capacity - got);
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0) throw ReadFailure{errno};
+      if (n == 0) break;
+      got += static_cast<size_t>(n);
+    }
+    return got;
+  };
+  bool parsed = false;
+  try {
+    FileProgress progress(OpeningCaption(path), size);
+    parsed = ParseJsonStream(read, kReadBuffer, doc, columns,
+                             [&progress](size_t n) { progress.Advance(n); });
+  } catch (const ReadFailure& e) {
+    ::close(fd);
+    return FileError(path, "cannot read", e.error);
+  } catch (const FormatError& e) {
+    ::close(fd);
+    return Structural(path, e);
+  } catch (...) {
+    ::close(fd);
+    throw;
+  }
+  ::close(fd);
+  if (parsed) return CheckHeader(doc, path);
+  std::string text;
+  CStatus status = ReadWholeFile(path, text);
+  if (!status.Succeeded()) return status;
+  return ParseText(text, path, doc, columns);
 }
 
 // The branch's top object under `parent`, named `name`; its file full name is `fullName`.
@@ -82,16 +155,8 @@ std::string Kind(const Json& scene, const Path& p) {
   return kind;
 }
 
-}  // namespace
-
-CStatus ReadSceneText(const std::string& text, const std::string& fileName, Scene& out) {
-  Json doc;
-  Columns columns;
-  CStatus status = ParseDocument(text, fileName, doc, columns);
-  if (!status.Succeeded()) return status;
-  FileProgress progress(L"Opening " + FromUtf8(fileName.substr(fileName.rfind('/') + 1)),
-                        columns.Bytes());
-  columns.progress = [&progress](size_t n) { progress.Advance(n); };
+// Builds the scene of a parsed document apart from the open one.
+CStatus BuildScene(const Json& doc, Columns& columns, const std::string& fileName, Scene& out) {
   // A default scene, made by the host and taken away from it at once: the file's content is
   // merged into it while the open scene stays in place.
   Host& host = Host::Get();
@@ -181,13 +246,9 @@ CStatus ReadSceneText(const std::string& text, const std::string& fileName, Scen
   return CStatus::OK;
 }
 
-CStatus ReadBranchText(const std::string& text, const std::string& fileName,
-                       const std::shared_ptr<X3D>& parent, std::shared_ptr<X3D>& out) {
-  out.reset();
-  Json doc;
-  Columns columns;
-  CStatus status = ParseDocument(text, fileName, doc, columns);
-  if (!status.Succeeded()) return status;
+// Builds the branch of a parsed document and moves it under `parent`.
+CStatus BuildBranch(const Json& doc, Columns& columns, const std::string& fileName,
+                    const std::shared_ptr<X3D>& parent, std::shared_ptr<X3D>& out) {
   // The branch is built under a holder outside the scene and moved under `parent` only when
   // it is complete.
   auto holder = CreateModel(nullptr, L"Import");
@@ -209,7 +270,7 @@ CStatus ReadBranchText(const std::string& text, const std::string& fileName,
     Destroy(holder);
     return Structural(fileName, e);
   }
-  status = Reparent(top, parent, false);
+  CStatus status = Reparent(top, parent, false);
   Destroy(holder);
   if (!status.Succeeded()) {
     Destroy(top);
@@ -217,6 +278,40 @@ CStatus ReadBranchText(const std::string& text, const std::string& fileName,
   }
   out = top;
   return CStatus::OK;
+}
+
+}  // namespace
+
+CStatus ReadSceneText(const std::string& text, const std::string& fileName, Scene& out) {
+  Json doc;
+  Columns columns;
+  CStatus status = ParseText(text, fileName, doc, columns);
+  return status.Succeeded() ? BuildScene(doc, columns, fileName, out) : status;
+}
+
+CStatus ReadSceneFile(const std::string& path, Scene& out) {
+  Json doc;
+  Columns columns;
+  CStatus status = ParseFile(path, doc, columns);
+  return status.Succeeded() ? BuildScene(doc, columns, path, out) : status;
+}
+
+CStatus ReadBranchText(const std::string& text, const std::string& fileName,
+                       const std::shared_ptr<X3D>& parent, std::shared_ptr<X3D>& out) {
+  out.reset();
+  Json doc;
+  Columns columns;
+  CStatus status = ParseText(text, fileName, doc, columns);
+  return status.Succeeded() ? BuildBranch(doc, columns, fileName, parent, out) : status;
+}
+
+CStatus ReadBranchFile(const std::string& path, const std::shared_ptr<X3D>& parent,
+                       std::shared_ptr<X3D>& out) {
+  out.reset();
+  Json doc;
+  Columns columns;
+  CStatus status = ParseFile(path, doc, columns);
+  return status.Succeeded() ? BuildBranch(doc, columns, path, parent, out) : status;
 }
 
 }  // namespace Zyra::rt

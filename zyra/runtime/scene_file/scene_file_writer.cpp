@@ -1,6 +1,9 @@
 // Scene-file writer: turns the object graph into a JSON tree, then prints it in a fixed layout
 // (objects one key a line, arrays of plain values on one line) so that the same scene always
-// gives the same bytes and a diff of two saves shows what changed.
+// gives the same bytes and a diff of two saves shows what changed. The tree holds long curves'
+// number columns as placeholders: the printer formats them straight into its output, which it
+// hands on every kHandOnBytes (to the file, while it formats the rest), so a take's text is never
+// held whole.
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -14,6 +17,9 @@ namespace Zyra::rt {
 namespace {
 
 using Json = nlohmann::ordered_json;
+
+// The printed text is handed on in pieces of about this size.
+constexpr size_t kHandOnBytes = 1 << 20;
 
 std::string Utf8(const std::wstring& text) { return ToUtf8(text); }
 
@@ -79,10 +85,15 @@ class Writer {
  public:
   explicit Writer(const BranchWriteOptions& options) : options_(options) {}
 
+  // Curves written by columns report their keys when their columns are printed, the others here.
   Json Curve(const FCurveObject& curve) const {
-    if (options_.progress) options_.progress(curve.keys.size());
-    return FCurveToJson(curve);
+    const size_t before = jobs_.size();
+    Json out = FCurveToJson(curve, jobs_);
+    if (options_.progress && jobs_.size() == before) options_.progress(curve.keys.size());
+    return out;
   }
+
+  const ColumnJobs& Jobs() const { return jobs_; }
 
   Json ParamJson(const Parameter& p) const {
     Json out = NewObject();
@@ -253,6 +264,7 @@ class Writer {
 
  private:
   BranchWriteOptions options_;
+  mutable ColumnJobs jobs_;
 };
 
 // ---- Printing ---------------------------------------------------------------------------------
@@ -307,7 +319,30 @@ void PrintDouble(double v, std::string& out) {
   if (text.find_first_of(".e") == std::string_view::npos) out += ".0";
 }
 
-void PrintScalar(const Json& j, std::string& out) {
+// The text being printed, handed on in pieces of about kHandOnBytes.
+struct Printer {
+  const TextSink& sink;
+  const ColumnJobs& jobs;
+  const std::function<void(size_t keys)>& progress;
+  std::string out;
+  struct Stopped {};  // the sink refused a piece
+
+  void HandOn(bool all = false) {
+    if (out.size() < kHandOnBytes && !(all && !out.empty())) return;
+    if (!sink(out)) throw Stopped{};
+    out.clear();
+  }
+  void Column(const Json& placeholder) {
+    const ColumnJob& job = jobs.at(ColumnJobIndex(placeholder));
+    out += '"';
+    PrintColumn(job, out, [this] { HandOn(); });
+    out += '"';
+    if (progress && job.doneKeys > 0) progress(job.doneKeys);
+  }
+};
+
+void PrintScalar(const Json& j, Printer& pr) {
+  std::string& out = pr.out;
   switch (j.type()) {
     case Json::value_t::null:
       out += "null";
@@ -326,6 +361,9 @@ void PrintScalar(const Json& j, std::string& out) {
       break;
     case Json::value_t::string:
       PrintString(j.get_ref<const std::string&>(), out);
+      break;
+    case Json::value_t::binary:
+      pr.Column(j);
       break;
     default:
       out += "null";
@@ -355,14 +393,15 @@ bool IsInline(const Json& j) {
   return j.is_object() && std::all_of(j.begin(), j.end(), IsFlat);
 }
 
-void PrintInline(const Json& j, std::string& out) {
+void PrintInline(const Json& j, Printer& pr) {
+  std::string& out = pr.out;
   if (j.is_array()) {
     out += '[';
     bool first = true;
     for (const auto& item : j) {
       if (!first) out += ", ";
       first = false;
-      PrintInline(item, out);
+      PrintInline(item, pr);
     }
     out += ']';
   } else if (j.is_object()) {
@@ -373,18 +412,19 @@ void PrintInline(const Json& j, std::string& out) {
       first = false;
       PrintString(key, out);
       out += ": ";
-      PrintInline(value, out);
+      PrintInline(value, pr);
     }
     out += '}';
   } else {
-    PrintScalar(j, out);
+    PrintScalar(j, pr);
   }
 }
 
-void Print(const Json& j, int depth, std::string& out) {
+void Print(const Json& j, int depth, Printer& pr) {
+  std::string& out = pr.out;
   auto indent = [&out](int d) { out.append(static_cast<size_t>(d) * 2, ' '); };
   if (IsInline(j)) {
-    PrintInline(j, out);
+    PrintInline(j, pr);
   } else if (j.is_object()) {
     out += "{\n";
     bool first = true;
@@ -394,7 +434,8 @@ void Print(const Json& j, int depth, std::string& out) {
       indent(depth + 1);
       PrintString(key, out);
       out += ": ";
-      Print(value, depth + 1, out);
+      Print(value, depth + 1, pr);
+      pr.HandOn();
     }
     out += '\n';
     indent(depth);
@@ -406,44 +447,39 @@ void Print(const Json& j, int depth, std::string& out) {
       if (!first) out += ",\n";
       first = false;
       indent(depth + 1);
-      Print(item, depth + 1, out);
+      Print(item, depth + 1, pr);
+      pr.HandOn();
     }
     out += '\n';
     indent(depth);
     out += ']';
   } else {
-    PrintScalar(j, out);
+    PrintScalar(j, pr);
   }
 }
 
-// About the printed size of `j`, so that the text is allocated once rather than regrown (a long
-// take is tens of megabytes).
-size_t SizeHint(const Json& j) {
-  if (j.is_string()) return j.get_ref<const std::string&>().size() + 8;
-  size_t n = 24;
-  if (j.is_object()) {
-    for (const auto& [key, value] : j.items()) n += key.size() + 8 + SizeHint(value);
-  } else if (j.is_array()) {
-    for (const auto& item : j) n += SizeHint(item);
-  }
-  return n;
-}
-
-std::string Document(Json scene) {
+bool Document(Json scene, const ColumnJobs& jobs, const TextSink& sink,
+              const std::function<void(size_t keys)>& progress) {
   Json doc = NewObject();
   doc["format"] = kSceneFileFormat;
   doc["version"] = kSceneFileVersion;
   doc["scene"] = std::move(scene);
-  std::string out;
-  out.reserve(SizeHint(doc));
-  Print(doc, 0, out);
-  out += '\n';
-  return out;
+  Printer pr{sink, jobs, progress, std::string()};
+  pr.out.reserve(kHandOnBytes + kHandOnBytes / 4);
+  try {
+    Print(doc, 0, pr);
+    pr.out += '\n';
+    pr.HandOn(true);
+  } catch (const Printer::Stopped&) {
+    return false;
+  }
+  return true;
 }
 
 }  // namespace
 
-std::string WriteSceneText(const Scene& scene, const std::function<void(size_t keys)>& progress) {
+bool WriteSceneText(const Scene& scene, const TextSink& sink,
+                    const std::function<void(size_t keys)>& progress) {
   BranchWriteOptions options;
   options.progress = progress;
   Writer writer(options);
@@ -473,16 +509,30 @@ std::string WriteSceneText(const Scene& scene, const std::function<void(size_t k
   out["playControl"] = writer.PropertyJson(*scene.playControl);
   out["preferences"] = writer.PropertyJson(*scene.preferences);
   out["exportOptions"] = writer.PropertyJson(*scene.exportOptions);
-  return Document(std::move(out));
+  return Document(std::move(out), writer.Jobs(), sink, progress);
 }
 
-std::string WriteBranchText(const X3D& top, const BranchWriteOptions& options) {
+bool WriteBranchText(const X3D& top, const BranchWriteOptions& options, const TextSink& sink) {
   Writer writer(options);
   Json out = NewObject();
   out["kind"] = "branch";
   out["fullName"] = Utf8(top.FullName());
   out["root"] = writer.X3DJson(top);
-  return Document(std::move(out));
+  return Document(std::move(out), writer.Jobs(), sink, options.progress);
+}
+
+std::string WriteSceneText(const Scene& scene, const std::function<void(size_t keys)>& progress) {
+  std::string text;
+  WriteSceneText(
+      scene, [&text](std::string_view piece) { return text.append(piece), true; }, progress);
+  return text;
+}
+
+std::string WriteBranchText(const X3D& top, const BranchWriteOptions& options) {
+  std::string text;
+  WriteBranchText(top, options,
+                  [&text](std::string_view piece) { return text.append(piece), true; });
+  return text;
 }
 
 }  // namespace Zyra::rt
