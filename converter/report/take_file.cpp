@@ -225,9 +225,15 @@ void ReadFeet(const json& root, TakeReport& take, FieldReader& reader) {
   }
 }
 
+// Phases in the order the converter runs them; others follow in name order.
 void ReadSeconds(const json& root, TakeReport& take, FieldReader& reader) {
   const json* seconds = reader.Object(root, "seconds");
   if (seconds == nullptr) return;
+  static const char* const kPhaseOrder[] = {"import", "generate", "skill", "loop", "save"};
+  const auto rank = [](const std::string& phase) {
+    const auto* end = std::end(kPhaseOrder);
+    return std::find(std::begin(kPhaseOrder), end, phase) - std::begin(kPhaseOrder);
+  };
   for (const auto& item : seconds->items()) {
     std::optional<double> value = reader.Number(*seconds, item.key(), "seconds.");
     if (!value) continue;
@@ -237,6 +243,8 @@ void ReadSeconds(const json& root, TakeReport& take, FieldReader& reader) {
       take.seconds.emplace_back(item.key(), *value);
     }
   }
+  std::stable_sort(take.seconds.begin(), take.seconds.end(),
+                   [&rank](const auto& a, const auto& b) { return rank(a.first) < rank(b.first); });
 }
 
 // The message of a json exception without its "[json.exception.parse_error.101] " tag.

@@ -52,7 +52,7 @@ struct TakeReport {
   std::optional<double> heading_change;
   std::optional<TakeLoop> loop;
   std::vector<std::string> warnings;
-  std::vector<std::pair<std::string, double>> seconds;  // phase and seconds, in file order
+  std::vector<std::pair<std::string, double>> seconds;  // phase and seconds, in run order
   std::optional<double> total_seconds;
   // Data for the page's plots, already checked and thinned (rules 5 and 6); null when the take
   // has nothing to plot. Keys: "contacts" {frames, feet: [{name, heel, limit, intervals}]},

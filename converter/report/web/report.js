@@ -152,16 +152,21 @@
       legend: { show: false },
       cursor: { show: false },
       hooks: {
-        ready: [function (u) { fitEqual(u); }],
-        setSize: [function (u) { fitEqual(u); }]
+        ready: [fitEqual],
+        setSize: [fitEqual]
       }
     };
+    // Setting the scales re-runs the layout, which calls the size hook again: once is enough.
+    var fitting = false;
     function fitEqual(u) {
+      if (fitting) return;
+      fitting = true;
       var r = equalRanges(u, path.x, path.z);
       u.batch(function () {
         u.setScale('x', r.x);
         u.setScale('z', r.z);
       });
+      fitting = false;
     }
     make(fig, opts, [null, [path.x, path.z]], function (w) { return Math.min(420, Math.max(260, w * 0.7)); });
   }
@@ -182,7 +187,7 @@
     var opts = {
       scales: { x: { time: false } },
       series: [
-        { label: 'point', value: function (u, v) { return v == null ? '' : String(frameAt(v)); } },
+        { label: 'frame', value: function (u, v) { return v == null ? '' : String(frameAt(v)); } },
         { label: 'before', stroke: COLORS.before, width: 1.5 },
         { label: 'after', stroke: COLORS.after, width: 1.5 }
       ],

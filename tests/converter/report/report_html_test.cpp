@@ -52,10 +52,11 @@ std::string Between(const std::string& page, const std::string& open, const std:
 
 std::string Table(const std::string& page) { return Between(page, "<tbody>", "</tbody>"); }
 
-json EmbeddedData(const std::string& page) {
-  return json::parse(
-      Between(page, "<script type=\"application/json\" id=\"report-data\">", "</script>"));
+std::string EmbeddedText(const std::string& page) {
+  return Between(page, "<script type=\"application/json\" id=\"report-data\">", "</script>");
 }
+
+json EmbeddedData(const std::string& page) { return json::parse(EmbeddedText(page)); }
 
 TEST(RunReport, HostileTextIsEscapedInThePageAndItsData) {
   struct Case {
@@ -84,6 +85,7 @@ TEST(RunReport, HostileTextIsEscapedInThePageAndItsData) {
     EXPECT_EQ(page.find(c.name), std::string::npos) << "raw text in the page";
     EXPECT_NE(Table(page).find("<a href=\"#take-0\">" + c.escaped + "</a>"), std::string::npos);
     EXPECT_NE(Table(page).find("bad " + c.escaped), std::string::npos);
+    EXPECT_EQ(EmbeddedText(page).find('<'), std::string::npos) << "a tag could end the data";
     const json data = EmbeddedData(page);
     EXPECT_EQ(data["takes"][0]["name"], c.name);
     EXPECT_EQ(data["takes"][0]["plots"]["seam"]["channel"], c.name);

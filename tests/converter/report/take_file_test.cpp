@@ -98,5 +98,18 @@ TEST(TakeFile, SeamJoinIsWhereTheFramesStartAgain) {
   EXPECT_EQ(seam["frame"], json({120, 121, 122, 120, 121, 122}));
 }
 
+TEST(TakeFile, PhasesAreListedInRunOrderWithTheTotalApart) {
+  const std::optional<TakeReport> take = ReadTakeJson(
+      {{"take", "t"},
+       {"seconds",
+        {{"save", 0.3}, {"total", 1.0}, {"import", 0.4}, {"extra", 0.1}, {"loop", 0.2}}}},
+      "t.json");
+  ASSERT_TRUE(take);
+  std::vector<std::string> phases;
+  for (const auto& phase : take->seconds) phases.push_back(phase.first);
+  EXPECT_EQ(phases, (std::vector<std::string>{"import", "loop", "save", "extra"}));
+  EXPECT_EQ(take->total_seconds, 1.0);
+}
+
 }  // namespace
 }  // namespace knrconvert
