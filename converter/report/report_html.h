@@ -12,7 +12,9 @@
 //     limit as a line and the contact intervals as shaded bands; the root path seen from above
 //     as a top view shows it (x to the right, z toward the bottom, equal scale on both); the
 //     loop seam, the channel over the window played twice, before and after blending, with the
-//     join marked.
+//     join marked. Series are thinned to kPlotPointBudget points (take_file.h), and a take's
+//     charts are made only when its section comes near the screen: a browser paints hundreds of
+//     chart canvases slowly, so a report of a whole library would otherwise open in seconds.
 // Every text from the take files is escaped: HTML text in the page, and the plot data as json in
 // a <script type="application/json"> element with '<', '>' and '&' written as \u escapes.
 // What makes a file a take file, and how broken ones show, is in take_file.h.

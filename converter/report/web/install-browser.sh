@@ -17,5 +17,5 @@ if [[ ! -f node_modules/playwright-core/package.json || ! -f node_modules/uplot/
     exit 1
   fi
   echo "Installing playwright-core (npm ci)..."
-  npm ci --no-audit --no-fund --loglevel=error
+  npm ci --no-audit --no-fund --loglevel=error >/dev/null
 fi

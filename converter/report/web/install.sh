@@ -13,4 +13,4 @@ if ! command -v npm >/dev/null; then
   exit 1
 fi
 echo "Installing the report's npm packages (npm ci)..."
-npm ci --omit=dev --no-audit --no-fund --loglevel=error
+npm ci --omit=dev --no-audit --no-fund --loglevel=error >/dev/null

@@ -1,9 +1,10 @@
 // Draws the run report's plots with uPlot from the json embedded in the page. The page is
 // written by the converter's report writer, which already checked and thinned every series.
 //
-// Takes are drawn one per task so a report of a whole library stays responsive while it fills
-// in. When the last one is drawn, window.reportDrawn holds how many charts were made and the
-// milliseconds since the page started loading; <html data-drawn="yes"> marks the same moment.
+// A take's charts are made when its section comes near the screen (<div class="plots"
+// data-drawn="yes"> once made). After each round of drawing, once it is on screen,
+// window.reportDrawn holds how many charts exist and the milliseconds since the page started
+// loading; <html data-drawn="yes"> is set after the first round.
 (function () {
   'use strict';
 
@@ -34,8 +35,18 @@
     return fig;
   }
 
-  function widthOf(el) {
-    return Math.max(280, Math.floor(el.getBoundingClientRect().width));
+  // Chart widths come from the width of the plot area, read once: reading a size forces a
+  // layout, and one per chart makes a long report quadratic. A half-width figure sits beside
+  // another when two fit (see .plots in report.css).
+  var plotsWidth = 0;
+  var HALF_MIN = 420, GAP = 24;
+  function measure() {
+    var el = document.querySelector('.plots');
+    plotsWidth = el ? Math.floor(el.getBoundingClientRect().width) : 800;
+  }
+  function chartWidth(half) {
+    var w = half && plotsWidth >= 2 * HALF_MIN + GAP ? Math.floor((plotsWidth - GAP) / 2) : plotsWidth;
+    return Math.max(280, w);
   }
 
   function clipToPlot(u, ctx) {
@@ -45,11 +56,11 @@
     ctx.clip();
   }
 
-  function make(fig, opts, series, height) {
-    opts.width = widthOf(fig);
+  function make(fig, opts, series, height, half) {
+    opts.width = chartWidth(half);
     opts.height = height(opts.width);
     var chart = new uPlot(opts, series, fig);
-    charts.push({ chart: chart, fig: fig, height: height });
+    charts.push({ chart: chart, half: half, height: height });
     return chart;
   }
 
@@ -168,7 +179,7 @@
       });
       fitting = false;
     }
-    make(fig, opts, [null, [path.x, path.z]], function (w) { return Math.min(420, Math.max(260, w * 0.7)); });
+    make(fig, opts, [null, [path.x, path.z]], function (w) { return Math.min(420, Math.max(260, w * 0.7)); }, true);
   }
 
   // The channel over the loop window played twice, before and after blending; the join (where
@@ -213,7 +224,7 @@
         }]
       }
     };
-    make(fig, opts, [seam.x, seam.before, seam.after], function (w) { return Math.min(420, Math.max(260, w * 0.7)); });
+    make(fig, opts, [seam.x, seam.before, seam.after], function (w) { return Math.min(420, Math.max(260, w * 0.7)); }, true);
   }
 
   function drawTake(container, take) {
@@ -225,41 +236,63 @@
     if (plots.seam) seamChart(container, plots.seam);
   }
 
-  function drawAll() {
-    var containers = Array.prototype.slice.call(document.querySelectorAll('.plots[data-take]'));
-    var next = 0;
-    function step() {
-      if (next >= containers.length) {
+  function drawOne(container) {
+    var take = data.takes[Number(container.getAttribute('data-take'))];
+    try {
+      drawTake(container, take);
+    } catch (e) {
+      var p = document.createElement('p');
+      p.className = 'plot-error';
+      p.textContent = 'The plots of this take could not be drawn: ' + e.message;
+      container.appendChild(p);
+      console.error('plots of take ' + (take && take.name) + ':', e);
+    }
+  }
+
+  // Records the moment the charts drawn so far are on screen (the next frame after drawing).
+  function markDrawn() {
+    requestAnimationFrame(function () {
+      setTimeout(function () {
         window.reportDrawn = { charts: charts.length, ms: performance.now() };
         document.documentElement.setAttribute('data-drawn', 'yes');
-        return;
-      }
-      var container = containers[next++];
-      var take = data.takes[Number(container.getAttribute('data-take'))];
-      try {
-        drawTake(container, take);
-      } catch (e) {
-        var p = document.createElement('p');
-        p.className = 'plot-error';
-        p.textContent = 'The plots of this take could not be drawn: ' + e.message;
-        container.appendChild(p);
-        console.error('plots of take ' + (take && take.name) + ':', e);
-      }
-      setTimeout(step, 0);
+      }, 0);
+    });
+  }
+
+  // A take's charts are made when its section comes near the screen. Every chart is a canvas the
+  // browser keeps and composites: a hundred takes drawn at once take seconds to paint, while the
+  // few near the screen paint in a frame.
+  function drawAll() {
+    var containers = document.querySelectorAll('.plots[data-take]');
+    if (containers.length === 0 || !('IntersectionObserver' in window)) {
+      Array.prototype.forEach.call(containers, drawOne);
+      markDrawn();
+      return;
     }
-    step();
+    var observer = new IntersectionObserver(function (entries) {
+      entries.forEach(function (entry) {
+        if (!entry.isIntersecting) return;
+        observer.unobserve(entry.target);
+        drawOne(entry.target);
+        entry.target.setAttribute('data-drawn', 'yes');
+      });
+      markDrawn();
+    }, { rootMargin: '800px 0px' });
+    Array.prototype.forEach.call(containers, function (c) { observer.observe(c); });
   }
 
   var resizeTimer = 0;
   window.addEventListener('resize', function () {
     clearTimeout(resizeTimer);
     resizeTimer = setTimeout(function () {
+      measure();
       charts.forEach(function (c) {
-        var w = widthOf(c.fig);
+        var w = chartWidth(c.half);
         c.chart.setSize({ width: w, height: c.height(w) });
       });
     }, 150);
   });
 
+  measure();
   drawAll();
 })();
