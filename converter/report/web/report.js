@@ -66,7 +66,8 @@
 
   // Heel height over the frames, the height limit as a dashed line, contacts as shaded bands.
   function contactChart(container, plot, foot) {
-    var fig = figure(container, foot.name + ': heel height, height limit (dashed) and contacts (shaded)');
+    var fig = figure(container, foot.name + ': heel height, height limit (dashed) and contacts (shaded); ' +
+      'drag to zoom, double-click to see all');
     var limit = plot.frames.map(function () { return foot.limit; });
     var intervals = foot.intervals;
     var opts = {
@@ -274,11 +275,23 @@
         if (!entry.isIntersecting) return;
         observer.unobserve(entry.target);
         drawOne(entry.target);
+        entry.target.style.minHeight = '';
         entry.target.setAttribute('data-drawn', 'yes');
       });
       markDrawn();
     }, { rootMargin: '800px 0px' });
-    Array.prototype.forEach.call(containers, function (c) { observer.observe(c); });
+    Array.prototype.forEach.call(containers, function (c) {
+      c.style.minHeight = estimatedHeight(data.takes[Number(c.getAttribute('data-take'))]) + 'px';
+      observer.observe(c);
+    });
+  }
+
+  // Room kept for a take's charts before they are made, so the page does not jump as they come
+  // and the sections below do not all count as near the screen.
+  function estimatedHeight(take) {
+    var plots = (take && take.plots) || {};
+    var feet = plots.contacts ? plots.contacts.feet.length : 0;
+    return feet * (CONTACT_HEIGHT + 100) + (plots.path || plots.seam ? 480 : 0);
   }
 
   var resizeTimer = 0;

@@ -171,6 +171,7 @@ try {
   if (!rows.some((r) => r.name === HOSTILE)) failures.push(`the hostile name is not shown as text: ${names}`);
   if (await page.$('img') !== null) failures.push('markup from a take name became an element');
 
+  await page.evaluate(() => window.scrollTo(0, 0));
   await page.screenshot({ path: join(workDir, 'report.png'), fullPage: true });
   console.log(`report_page: screenshot in ${join(workDir, 'report.png')}`);
 } finally {
