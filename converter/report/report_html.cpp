@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <system_error>
@@ -72,12 +73,17 @@ std::string ScriptJson(const json& value) {
   return out;
 }
 
+constexpr double kExactIntegers = 9007199254740992.0;  // 2^53: doubles hold every integer below
+
 // Plot values keep six significant digits, which is finer than a pixel and keeps a page of many
 // long takes small; whole numbers (frames) stay exact.
 void RoundNumbers(json& value) {
   if (value.is_number_float()) {
     const double v = value.get<double>();
-    if (std::isfinite(v) && v != std::floor(v)) {
+    if (!std::isfinite(v)) return;
+    if (v == std::floor(v) && std::fabs(v) < kExactIntegers) {
+      value = static_cast<int64_t>(v);  // "120", not "120.0"
+    } else if (v != std::floor(v)) {
       char text[32];
       std::snprintf(text, sizeof text, "%.6g", v);
       value = std::strtod(text, nullptr);
@@ -282,6 +288,7 @@ bool WriteRunReport(const std::filesystem::path& dir, std::string& error) {
   const std::string page =
       FillTemplate(assets.page_template, {{"title", title},
                                           {"uplot_style", assets.uplot_style},
+                                          {"uplot_license", assets.uplot_license},
                                           {"page_style", assets.page_style},
                                           {"body", body},
                                           {"data", data},
