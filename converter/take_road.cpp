@@ -10,6 +10,7 @@
 #include <map>
 #include <sstream>
 
+#include "chain_sampler.h"
 #include "feet_finder.h"
 #include "host.h"
 #include "zyra/action.h"
@@ -373,22 +374,29 @@ class Road {
   // Heel heights and the COG's ground path at every frame of the skill, as the skill plays.
   void SamplePlots() {
     r_.firstFrame = first_;
-    X3DObject cog = Find(generated_ + "." + cog_);
+    ChainSampler sampler;
+    const int cog = sampler.Add(Find(generated_ + "." + cog_));
+    std::vector<int> heels;
     for (const std::string& foot : feet_) {
       X3DObject heel = Find(generated_ + "." + foot + "_CS");
-      if (!heel.IsValid()) heel = Find(generated_ + "." + foot);
-      auto& series = r_.heel[foot];
-      for (int f = first_; f <= last_; ++f) {
-        series.push_back(heel.GetKinematics().GetGlobal().GetTransform(CTime(f)).GetTranslation().GetY());
+      heels.push_back(sampler.Add(heel.IsValid() ? heel : Find(generated_ + "." + foot)));
+    }
+    const size_t count = static_cast<size_t>(std::max(0, last_ - first_ + 1));
+    r_.pathX.reserve(count);
+    r_.pathZ.reserve(count);
+    for (int f = first_; f <= last_; ++f) {
+      sampler.At(f);
+      const CVector3 p = sampler.Global(cog).GetTranslation();
+      r_.pathX.push_back(p.GetX());
+      r_.pathZ.push_back(p.GetZ());
+      for (size_t i = 0; i < feet_.size(); ++i) {
+        r_.heel[feet_[i]].push_back(sampler.Global(heels[i]).GetTranslation().GetY());
       }
+    }
+    for (const auto& [foot, series] : r_.heel) {
       if (series.empty()) continue;
       const auto [low, high] = std::minmax_element(series.begin(), series.end());
       r_.heightLimit[foot] = *low + options_.threshold * (*high - *low);
-    }
-    for (int f = first_; f <= last_; ++f) {
-      const CVector3 p = cog.GetKinematics().GetGlobal().GetTransform(CTime(f)).GetTranslation();
-      r_.pathX.push_back(p.GetX());
-      r_.pathZ.push_back(p.GetZ());
     }
   }
 
