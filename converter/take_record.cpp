@@ -9,7 +9,7 @@
 namespace knrconvert {
 namespace {
 
-using nlohmann::json;
+using json = nlohmann::ordered_json;
 
 struct Bucket {
   size_t begin, end;
@@ -117,7 +117,7 @@ bool WriteTakeRecord(const TakeRecord& r, const std::filesystem::path& dir, std:
   const std::filesystem::path temp = dir / ("." + r.take + ".json.part");
   {
     std::ofstream out(temp, std::ios::binary | std::ios::trunc);
-    out << j.dump(1) << "\n";
+    out << j.dump() << "\n";
     if (!out.good()) {
       error = "cannot write \"" + target.string() + "\"";
       return false;
