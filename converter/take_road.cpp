@@ -7,8 +7,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <iostream>
 #include <map>
 #include <sstream>
+
+#include <unistd.h>
 
 #include "chain_sampler.h"
 #include "feet_finder.h"
@@ -171,6 +174,12 @@ class Road {
     }
   }
 
+  // A line on standard error about a choice the road made (cleared of a progress bar on a
+  // terminal first).
+  void Info(const std::string& text) const {
+    std::cerr << (isatty(STDERR_FILENO) == 1 ? "\r\033[K" : "") << r_.take << ": " << text << std::endl;
+  }
+
   void Phase(const std::string& name, std::chrono::steady_clock::time_point since) {
     r_.seconds.emplace_back(name, Seconds(since));
   }
@@ -239,6 +248,8 @@ class Road {
     r_.feet = {{feet_[0], found.left.how}, {feet_[1], found.right.how}};
     hipHeight_ = joints[static_cast<size_t>(found.cog.index)].y -
                  std::min(joints[static_cast<size_t>(found.left.index)].y, joints[static_cast<size_t>(found.right.index)].y);
+    Info("COG " + cog_ + " (by " + found.cog.how + "), feet " + feet_[0] + " (by " + found.left.how + ") and " +
+         feet_[1] + " (by " + found.right.how + ")");
     std::ostringstream s;
     s << "SelectObj " << Quote(actor_ + "." + cog_) << "\nKnrSetCOG\n";
     for (const std::string& foot : feet_) s << "SelectObj " << Quote(actor_ + "." + foot) << "\nKnrSetFoot\n";
@@ -414,6 +425,8 @@ class Road {
     }
     auto evalBefore = [&](size_t c, double frame) { return before[c]->Eval(CTime(frame)); };
     const LoopWindow window = ChooseLoopWindow(contacts_, first_, last_, MinCycleFrames(), before.size(), evalBefore);
+    Info("loop window " + std::to_string(window.start) + ".." + std::to_string(window.end) +
+         (window.foot >= 0 ? " (gait cycle of " + feet_[static_cast<size_t>(window.foot)] + ")" : " (the whole take)"));
     if (travels_ && window.foot < 0) {
       r_.warnings.push_back("no gait cycle found (a foot must plant twice after the first frame): the whole take is looped");
     }
@@ -442,6 +455,9 @@ class Road {
     loop.seamBefore = window.seamBefore.value;
     loop.seamAfter = seamAfter.value;
     r_.loop = loop;
+    char seam[120];
+    std::snprintf(seam, sizeof seam, "seam %.3g before blending, %.3g after", loop.seamBefore, loop.seamAfter);
+    Info(seam);
     if (window.seamBefore.channel >= 0) {
       const size_t c = static_cast<size_t>(window.seamBefore.channel);
       SeamPlot plot;
