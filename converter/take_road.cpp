@@ -162,8 +162,10 @@ class Road {
     return Fail(phase + ": " + message);
   }
 
+  // Records why the road stopped; the reason names the take's file when the message does not.
   bool Fail(const std::string& reason) {
     r_.reason = reason;
+    if (reason.find(bvh_.string()) == std::string::npos) r_.reason += " (" + bvh_.string() + ")";
     return false;
   }
 
@@ -241,7 +243,7 @@ class Road {
     }
     r_.joints = static_cast<int>(joints.size());
     const FoundFeet found = FindFeet(joints);
-    if (!found.error.empty()) return Fail("feet: " + found.error + " (" + bvh_.string() + ")");
+    if (!found.error.empty()) return Fail("feet: " + found.error);
     cog_ = joints[static_cast<size_t>(found.cog.index)].name;
     feet_ = {joints[static_cast<size_t>(found.left.index)].name, joints[static_cast<size_t>(found.right.index)].name};
     r_.cog = cog_;

@@ -168,13 +168,17 @@ TEST_F(KnrconvertRun, BrokenTakeAmongGoodOnes) {
   walk.erase(lastValue, line - 1 - lastValue);
   Write("broken.bvh", walk);
   Write("empty.bvh", "");
+  Write("legless.bvh",
+        "HIERARCHY\nROOT Hips\n{\n OFFSET 0 0 0\n CHANNELS 6 Xposition Yposition Zposition Zrotation Xrotation "
+        "Yrotation\n JOINT Spine\n {\n  OFFSET 0 10 0\n  CHANNELS 3 Zrotation Xrotation Yrotation\n  End Site\n  {\n"
+        "   OFFSET 0 10 0\n  }\n }\n}\nMOTION\nFrames: 2\nFrame Time: 0.0333333\n0 0 0 0 0 0 0 0 0\n0 0 0 0 0 0 0 0 0\n");
   const std::string in = (dir_ / "in").string();
-  const RunResult run = Convert(in + "/good.bvh " + in + "/broken.bvh " + in + "/empty.bvh " + in +
-                          "/missing.bvh -o " + (dir_ / "out").string());
+  const RunResult run = Convert(in + "/good.bvh " + in + "/broken.bvh " + in + "/empty.bvh " + in + "/missing.bvh " +
+                                in + "/legless.bvh -o " + (dir_ / "out").string());
   EXPECT_EQ(run.status, 1) << run.out;
   EXPECT_EQ(ReadTake(dir_ / "out", "good")["status"], "ok");
   EXPECT_TRUE(fs::exists(dir_ / "out" / "good.actor.zyra"));
-  for (const char* take : {"broken", "empty", "missing"}) {
+  for (const char* take : {"broken", "empty", "missing", "legless"}) {
     const json j = ReadTake(dir_ / "out", take);
     ASSERT_TRUE(j.is_object()) << take;
     EXPECT_EQ(j["status"], "failed") << take;
