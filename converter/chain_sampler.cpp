@@ -8,7 +8,8 @@ namespace knrconvert {
 namespace {
 
 constexpr double kDegToRad = 0.017453292519943295;
-const wchar_t* const kChannels[9] = {L"posx", L"posy", L"posz", L"rotx", L"roty", L"rotz", L"sclx", L"scly", L"sclz"};
+const wchar_t* const kChannels[9] = {L"posx", L"posy", L"posz", L"rotx", L"roty",
+                                     L"rotz", L"sclx", L"scly", L"sclz"};
 
 }  // namespace
 
@@ -28,8 +29,8 @@ int ChainSampler::Slot(const Zyra::X3DObject& object) {
   node.fullName = name;
   node.parent = parentSlot;
   for (int c = 0; c < 9; ++c) {
-    const Zyra::Parameter parameter(
-        Zyra::Application().GetObjectFromPath(Zyra::CString(name + L".kine.local." + kChannels[c])));
+    const Zyra::Parameter parameter(Zyra::Application().GetObjectFromPath(
+        Zyra::CString(name + L".kine.local." + kChannels[c])));
     Zyra::FCurve curve(parameter.GetSource());
     if (curve.IsValid() && curve.GetKeyCount() > 0) {
       node.channels[c].curve = curve;

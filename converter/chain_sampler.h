@@ -23,7 +23,9 @@ class ChainSampler {
   // Evaluates every added object at `frame`.
   void At(double frame);
   // The global transform of the object in `slot` at the last frame given to At().
-  const Zyra::MATH::CTransformation& Global(int slot) const { return nodes_[static_cast<size_t>(slot)].global; }
+  const Zyra::MATH::CTransformation& Global(int slot) const {
+    return nodes_[static_cast<size_t>(slot)].global;
+  }
 
  private:
   struct Channel {
@@ -32,7 +34,7 @@ class ChainSampler {
   };
   struct Node {
     std::wstring fullName;
-    int parent = -1;  // -1: directly under `top`
+    int parent = -1;      // -1: directly under `top`
     Channel channels[9];  // posx, posy, posz, rotx, roty, rotz, sclx, scly, sclz
     Zyra::MATH::CTransformation global;
   };

@@ -12,16 +12,19 @@ const std::set<std::string> kLeftWords = {"left", "l", "lt"};
 const std::set<std::string> kRightWords = {"right", "r", "rt"};
 const std::set<std::string> kFootWords = {"foot", "ankle"};
 const std::set<std::string> kNotFootWords = {"toe", "toes", "toebase", "end", "site",
-                                             "nub", "ball", "heel", "tip"};
+                                             "nub", "ball", "heel",    "tip"};
 const std::set<std::string> kCogWords = {"hips", "hip", "pelvis", "root", "cog"};
 
 bool HasAny(const std::vector<std::string>& words, const std::set<std::string>& wanted) {
-  return std::any_of(words.begin(), words.end(), [&](const std::string& w) { return wanted.count(w) > 0; });
+  return std::any_of(words.begin(), words.end(),
+                     [&](const std::string& w) { return wanted.count(w) > 0; });
 }
 
 int Depth(const std::vector<SkeletonJoint>& joints, int index) {
   int depth = 0;
-  for (int i = joints[static_cast<size_t>(index)].parent; i >= 0; i = joints[static_cast<size_t>(i)].parent) ++depth;
+  for (int i = joints[static_cast<size_t>(index)].parent; i >= 0;
+       i = joints[static_cast<size_t>(i)].parent)
+    ++depth;
   return depth;
 }
 
@@ -37,7 +40,8 @@ int FootByName(const std::vector<SkeletonJoint>& joints, const std::set<std::str
   int best = -1;
   for (int i = 0; i < static_cast<int>(joints.size()); ++i) {
     const auto words = NameWords(joints[static_cast<size_t>(i)].name);
-    if (!HasAny(words, side) || !HasAny(words, kFootWords) || HasAny(words, kNotFootWords)) continue;
+    if (!HasAny(words, side) || !HasAny(words, kFootWords) || HasAny(words, kNotFootWords))
+      continue;
     if (best < 0 || Depth(joints, i) < Depth(joints, best)) best = i;
   }
   return best;
@@ -53,7 +57,8 @@ int BranchOf(const std::vector<SkeletonJoint>& joints, int index, int top) {
 // Walks up from an end joint to the joint where the shin ends (see the header).
 int FootOfLeg(const std::vector<SkeletonJoint>& joints, int end, int cog) {
   std::vector<int> chain;  // end first, up to (not including) the COG
-  for (int i = end; i >= 0 && i != cog; i = joints[static_cast<size_t>(i)].parent) chain.push_back(i);
+  for (int i = end; i >= 0 && i != cog; i = joints[static_cast<size_t>(i)].parent)
+    chain.push_back(i);
   double largest = 0;
   auto drop = [&](int i) {
     const SkeletonJoint& joint = joints[static_cast<size_t>(i)];
@@ -84,10 +89,12 @@ std::vector<std::string> NameWords(const std::string& name) {
     const bool upper = std::isupper(c) != 0;
     if (upper && i > 0) {
       const unsigned char before = static_cast<unsigned char>(name[i - 1]);
-      const bool nextLower = i + 1 < name.size() && std::islower(static_cast<unsigned char>(name[i + 1]));
+      const bool nextLower =
+          i + 1 < name.size() && std::islower(static_cast<unsigned char>(name[i + 1]));
       // "LeftFoot" splits before F; "LFoot" splits after the L (an upper run ends before the
       // capital that starts a lower-case word).
-      if (std::islower(before) || std::isdigit(before) || (std::isupper(before) && nextLower)) flush();
+      if (std::islower(before) || std::isdigit(before) || (std::isupper(before) && nextLower))
+        flush();
     }
     word.push_back(static_cast<char>(std::tolower(c)));
   }
@@ -135,8 +142,9 @@ FoundFeet FindFeet(const std::vector<SkeletonJoint>& joints) {
     }
   }
   if (legA < 0 || legB < 0) {
-    found.error = "no feet found: no joint is named like a left and a right foot or ankle, and the "
-                  "skeleton has no two legs (two lowest end joints on different branches)";
+    found.error =
+        "no feet found: no joint is named like a left and a right foot or ankle, and the "
+        "skeleton has no two legs (two lowest end joints on different branches)";
     found.left = found.right = {};
     return found;
   }
@@ -144,7 +152,8 @@ FoundFeet FindFeet(const std::vector<SkeletonJoint>& joints) {
   const SkeletonJoint& top = joints[0];
   auto side = [&](int i) {
     const SkeletonJoint& j = joints[static_cast<size_t>(i)];
-    return (j.x - top.x) * top.localX[0] + (j.y - top.y) * top.localX[1] + (j.z - top.z) * top.localX[2];
+    return (j.x - top.x) * top.localX[0] + (j.y - top.y) * top.localX[1] +
+           (j.z - top.z) * top.localX[2];
   };
   if (side(footA) < side(footB)) std::swap(footA, footB);
   auto sameLeg = [&](int a, int b) { return BranchOf(joints, a, cog) == BranchOf(joints, b, cog); };

@@ -35,9 +35,9 @@ namespace knrconvert {
 
 struct SkeletonJoint {
   std::string name;
-  int parent = -1;                // index of the parent joint, -1 for the top joint
-  double x = 0, y = 0, z = 0;     // global position in the first frame
-  double localX[3] = {1, 0, 0};   // the joint's own x axis in global space (used for the COG)
+  int parent = -1;               // index of the parent joint, -1 for the top joint
+  double x = 0, y = 0, z = 0;    // global position in the first frame
+  double localX[3] = {1, 0, 0};  // the joint's own x axis in global space (used for the COG)
 };
 
 struct FoundJoint {

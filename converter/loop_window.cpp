@@ -6,7 +6,8 @@
 
 namespace knrconvert {
 
-std::vector<Interval> ContactIntervals(const std::vector<ContactKeyValue>& keys, int first, int last) {
+std::vector<Interval> ContactIntervals(const std::vector<ContactKeyValue>& keys, int first,
+                                       int last) {
   std::vector<Interval> intervals;
   int openAt = 0;
   bool open = false;
@@ -44,8 +45,8 @@ SeamMeasure MeasureSeam(size_t channels, const ChannelEval& eval, double start, 
   return seam;
 }
 
-std::vector<Interval> GaitCycles(const std::vector<std::vector<Interval>>& contacts, int firstFrame, int minFrames,
-                                 std::vector<int>& footOf) {
+std::vector<Interval> GaitCycles(const std::vector<std::vector<Interval>>& contacts, int firstFrame,
+                                 int minFrames, std::vector<int>& footOf) {
   std::vector<Interval> cycles;
   footOf.clear();
   for (size_t foot = 0; foot < contacts.size(); ++foot) {
@@ -60,8 +61,9 @@ std::vector<Interval> GaitCycles(const std::vector<std::vector<Interval>>& conta
   return cycles;
 }
 
-LoopWindow ChooseLoopWindow(const std::vector<std::vector<Interval>>& contacts, int firstFrame, int lastFrame,
-                            int minCycleFrames, size_t channels, const ChannelEval& eval) {
+LoopWindow ChooseLoopWindow(const std::vector<std::vector<Interval>>& contacts, int firstFrame,
+                            int lastFrame, int minCycleFrames, size_t channels,
+                            const ChannelEval& eval) {
   std::vector<int> footOf;
   const std::vector<Interval> cycles = GaitCycles(contacts, firstFrame, minCycleFrames, footOf);
   LoopWindow best;

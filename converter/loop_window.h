@@ -41,7 +41,8 @@ struct ContactKeyValue {
 
 // Planted intervals of a stepped contact curve over the skill's frames first..last: a run from
 // a key of 1 to the frame before the next key of 0, or to `last`.
-std::vector<Interval> ContactIntervals(const std::vector<ContactKeyValue>& keys, int first, int last);
+std::vector<Interval> ContactIntervals(const std::vector<ContactKeyValue>& keys, int first,
+                                       int last);
 
 // Angle difference b - a folded into [-180, 180], as a magnitude.
 double AngleJump(double a, double b);
@@ -57,10 +58,10 @@ struct SeamMeasure {
 SeamMeasure MeasureSeam(size_t channels, const ChannelEval& eval, double start, double end);
 
 // The gait cycles of every foot (contact starts of one foot, taken in pairs of successive ones)
-// that start at least their blend length after `firstFrame` and last at least `minFrames`. `footOf` receives the foot's
-// index for each cycle.
-std::vector<Interval> GaitCycles(const std::vector<std::vector<Interval>>& contacts, int firstFrame, int minFrames,
-                                 std::vector<int>& footOf);
+// that start at least their blend length after `firstFrame` and last at least `minFrames`. `footOf`
+// receives the foot's index for each cycle.
+std::vector<Interval> GaitCycles(const std::vector<std::vector<Interval>>& contacts, int firstFrame,
+                                 int minFrames, std::vector<int>& footOf);
 
 struct LoopWindow {
   int start = 0, end = 0;
@@ -70,7 +71,8 @@ struct LoopWindow {
   SeamMeasure seamBefore;
 };
 // Chooses the window as described above. `contacts` may be empty (a Basic skill).
-LoopWindow ChooseLoopWindow(const std::vector<std::vector<Interval>>& contacts, int firstFrame, int lastFrame,
-                            int minCycleFrames, size_t channels, const ChannelEval& eval);
+LoopWindow ChooseLoopWindow(const std::vector<std::vector<Interval>>& contacts, int firstFrame,
+                            int lastFrame, int minCycleFrames, size_t channels,
+                            const ChannelEval& eval);
 
 }  // namespace knrconvert

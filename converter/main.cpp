@@ -5,11 +5,11 @@
 // fails does not stop the others. With --quiet, or when standard error is not a terminal, the
 // host's progress bars are not drawn; --quiet also silences the host's log while a take converts
 // (a failure's reason is in its line and its take file).
-#include <CLI/CLI.hpp>
 #include <fcntl.h>
 #include <malloc.h>
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -82,8 +82,8 @@ std::string TakeLine(const TakeRecord& r) {
   char text[200];
   std::string line = r.take + ": " + r.skill + ", " + Grouped(r.frames.value_or(0)) + " frames";
   if (r.loop) {
-    std::snprintf(text, sizeof text, ", loop %d..%d (seam %.1f -> %.1f)", r.loop->start, r.loop->end,
-                  r.loop->seamBefore, r.loop->seamAfter);
+    std::snprintf(text, sizeof text, ", loop %d..%d (seam %.1f -> %.1f)", r.loop->start,
+                  r.loop->end, r.loop->seamBefore, r.loop->seamAfter);
     line += text;
   }
   const double total = r.seconds.empty() ? 0.0 : r.seconds.back().second;
@@ -113,7 +113,8 @@ int Convert(const Options& options, const fs::path& dir) {
       // Its files would replace those of the take of the same name converted before.
       record.take = name;
       record.source = take;
-      record.reason = "\"" + take + "\": another take named \"" + name + "\" was converted into this folder";
+      record.reason =
+          "\"" + take + "\": another take named \"" + name + "\" was converted into this folder";
       std::cout << TakeLine(record) << std::endl;
       failed = true;
       continue;
@@ -138,13 +139,16 @@ int Main(int argc, char** argv) {
   CLI::App app("Converts motion-capture takes (BVH) into runtime actors and skills.", "knrconvert");
   app.set_version_flag("--version", std::string("knrconvert ") + kVersion);
   app.add_option("takes", options.takes, "Takes to convert")->type_name("TAKE.bvh");
-  app.add_option("-o,--output", options.output, "Output folder, created when missing (default: out)")
+  app.add_option("-o,--output", options.output,
+                 "Output folder, created when missing (default: out)")
       ->type_name("DIR");
   auto* reportOnly =
-      app.add_flag("--report-only", options.reportOnly, "Convert nothing: write DIR/report.html from the take files in DIR");
+      app.add_flag("--report-only", options.reportOnly,
+                   "Convert nothing: write DIR/report.html from the take files in DIR");
   auto* noReport = app.add_flag("--no-report", options.noReport, "Convert, write no report");
   reportOnly->excludes(noReport);
-  app.add_option("--threshold", options.convert.threshold, "Foot-contact threshold of the Locomotion skill (default 0.2)")
+  app.add_option("--threshold", options.convert.threshold,
+                 "Foot-contact threshold of the Locomotion skill (default 0.2)")
       ->check(CLI::Range(0.0, 1.0))
       ->type_name("X");
   app.add_option("--scale", options.convert.scale, "BVH scale (default 1)")
@@ -152,9 +156,11 @@ int Main(int argc, char** argv) {
       ->type_name("S");
   app.add_flag("--quiet", options.quiet, "No progress bars, only the per-take lines and errors");
   app.footer(
-      "\nPer take, in DIR: <take>.zyra (the working scene), <take>.actor.zyra and <take>.actor.wgmp\n"
+      "\nPer take, in DIR: <take>.zyra (the working scene), <take>.actor.zyra and "
+      "<take>.actor.wgmp\n"
       "(the saved actor), <take>.json; and report.html for the run.\n"
-      "Exit status: 0 every take converted, 1 a take failed (the others are still converted), 2 bad usage.");
+      "Exit status: 0 every take converted, 1 a take failed (the others are still converted), 2 "
+      "bad usage.");
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp&) {

@@ -72,7 +72,8 @@ bool WriteTakeRecord(const TakeRecord& r, const std::filesystem::path& dir, std:
   if (!r.cog.empty()) j["cog"] = r.cog;
   if (!r.feet.empty()) {
     j["feet"] = json::array();
-    for (const FootRecord& foot : r.feet) j["feet"].push_back({{"joint", foot.joint}, {"found", foot.found}});
+    for (const FootRecord& foot : r.feet)
+      j["feet"].push_back({{"joint", foot.joint}, {"found", foot.found}});
   }
   if (!r.skill.empty()) j["skill"] = r.skill;
   if (r.threshold) j["threshold"] = *r.threshold;
@@ -83,7 +84,9 @@ bool WriteTakeRecord(const TakeRecord& r, const std::filesystem::path& dir, std:
   if (r.distance) j["distance"] = *r.distance;
   if (r.headingChange) j["headingChange"] = *r.headingChange;
   if (r.loop) {
-    j["loop"] = {{"start", r.loop->start}, {"end", r.loop->end}, {"seamBefore", r.loop->seamBefore},
+    j["loop"] = {{"start", r.loop->start},
+                 {"end", r.loop->end},
+                 {"seamBefore", r.loop->seamBefore},
                  {"seamAfter", r.loop->seamAfter}};
     if (!r.loop->foot.empty()) j["loop"]["foot"] = r.loop->foot;
   }
@@ -91,7 +94,9 @@ bool WriteTakeRecord(const TakeRecord& r, const std::filesystem::path& dir, std:
   j["seconds"] = json::object();
   for (const auto& [phase, s] : r.seconds) j["seconds"][phase] = s;
   if (r.filesWritten) {
-    j["files"] = {{"scene", r.take + ".zyra"}, {"actor", r.take + ".actor.zyra"}, {"weights", r.take + ".actor.wgmp"}};
+    j["files"] = {{"scene", r.take + ".zyra"},
+                  {"actor", r.take + ".actor.zyra"},
+                  {"weights", r.take + ".actor.wgmp"}};
   }
   size_t count = r.pathX.size();
   for (const auto& [foot, series] : r.heel) count = std::max(count, series.size());
@@ -104,10 +109,13 @@ bool WriteTakeRecord(const TakeRecord& r, const std::filesystem::path& dir, std:
       plots["heel"] = json::object();
       for (const auto& [foot, series] : r.heel) plots["heel"][foot] = DecimateSeries(series, true);
       plots["heightLimit"] = r.heightLimit;
-      plots["path"] = {{"x", DecimateSeries(r.pathX, false)}, {"z", DecimateSeries(r.pathZ, false)}};
+      plots["path"] = {{"x", DecimateSeries(r.pathX, false)},
+                       {"z", DecimateSeries(r.pathZ, false)}};
     }
     if (r.seam) {
-      plots["seam"] = {{"channel", r.seam->channel}, {"frames", r.seam->frames}, {"before", r.seam->before},
+      plots["seam"] = {{"channel", r.seam->channel},
+                       {"frames", r.seam->frames},
+                       {"before", r.seam->before},
                        {"after", r.seam->after}};
     }
     j["plots"] = plots;

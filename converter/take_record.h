@@ -69,6 +69,7 @@ std::vector<double> DecimateSeries(const std::vector<double>& series, bool minMa
 
 // Writes `dir/<take>.json` (through a temporary file and a rename). False with `error` set when
 // the file cannot be written.
-bool WriteTakeRecord(const TakeRecord& record, const std::filesystem::path& dir, std::string& error);
+bool WriteTakeRecord(const TakeRecord& record, const std::filesystem::path& dir,
+                     std::string& error);
 
 }  // namespace knrconvert

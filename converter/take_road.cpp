@@ -1,6 +1,8 @@
 // One take's road (steps in take_road.h).
 #include "take_road.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -10,8 +12,6 @@
 #include <iostream>
 #include <map>
 #include <sstream>
-
-#include <unistd.h>
 
 #include "chain_sampler.h"
 #include "feet_finder.h"
@@ -41,9 +41,9 @@ constexpr double kRadToDeg = 57.29577951308232;
 constexpr double kPi = 3.14159265358979323846;
 constexpr double kTravelHipHeights = 2.0;  // a take travels beyond this many hip heights
 constexpr double kTravelSamplesPerSecond = 4.0;
-constexpr double kUpright = 0.98;          // |y| of a forward axis that points up or down
+constexpr double kUpright = 0.98;  // |y| of a forward axis that points up or down
 constexpr double kWholeRateTolerance = 1e-4;
-constexpr double kMinCycleSeconds = 0.5;   // shorter "cycles" come from a contact that flickers
+constexpr double kMinCycleSeconds = 0.5;  // shorter "cycles" come from a contact that flickers
 
 // What the file's header says (frames, frame time, joints); the import checks the rest.
 struct BvhHeader {
@@ -129,8 +129,8 @@ double Heading(const Zyra::MATH::CQuaternion& q) {
 
 class Road {
  public:
-  Road(const std::filesystem::path& bvh, const std::filesystem::path& dir, const ConvertOptions& options,
-       TakeRecord& record)
+  Road(const std::filesystem::path& bvh, const std::filesystem::path& dir,
+       const ConvertOptions& options, TakeRecord& record)
       : bvh_(bvh), dir_(dir), options_(options), r_(record) {}
 
   bool Run() {
@@ -139,7 +139,8 @@ class Road {
     host.NewScene();
     host.ClearLog();
     host.ui() = rt::UiState{};
-    bool ok = Import() && Analyse() && (travels_ || KeyRootAtRest()) && Generate() && Skill() && Loop() && Save();
+    bool ok = Import() && Analyse() && (travels_ || KeyRootAtRest()) && Generate() && Skill() &&
+              Loop() && Save();
     r_.seconds.emplace_back("total", Seconds(start));
     CollectWarnings();
     r_.ok = ok;
@@ -172,14 +173,16 @@ class Road {
   void CollectWarnings() {
     const auto& lines = rt::Host::Get().LogLines();
     for (; logSeen_ < lines.size(); ++logSeen_) {
-      if (lines[logSeen_].severity == rt::kSevWarning) r_.warnings.push_back(ToUtf8(lines[logSeen_].text));
+      if (lines[logSeen_].severity == rt::kSevWarning)
+        r_.warnings.push_back(ToUtf8(lines[logSeen_].text));
     }
   }
 
   // A line on standard error about a choice the road made (cleared of a progress bar on a
   // terminal first).
   void Info(const std::string& text) const {
-    std::cerr << (isatty(STDERR_FILENO) == 1 ? "\r\033[K" : "") << r_.take << ": " << text << std::endl;
+    std::cerr << (isatty(STDERR_FILENO) == 1 ? "\r\033[K" : "") << r_.take << ": " << text
+              << std::endl;
   }
 
   void Phase(const std::string& name, std::chrono::steady_clock::time_point since) {
@@ -208,7 +211,8 @@ class Road {
       r_.frames = header.frames;
       r_.frameTime = header.frameTime;
     }
-    Zyra::ActionSource source(Zyra::Application().GetObjectFromPath(FromUtf8(actor_ + ".Sources.Take")));
+    Zyra::ActionSource source(
+        Zyra::Application().GetObjectFromPath(FromUtf8(actor_ + ".Sources.Take")));
     if (!source.IsValid()) return Fail("import: the take made no action");
     first_ = static_cast<int>(std::lround(source.GetParameterValue(L"FrameStart").AsDouble()));
     last_ = static_cast<int>(std::floor(source.GetParameterValue(L"FrameEnd").AsDouble() + 1e-6));
@@ -239,23 +243,28 @@ class Road {
       const int index = static_cast<int>(joints.size());
       joints.push_back(joint);
       auto children = object.GetChildren();
-      for (long i = children.GetCount() - 1; i >= 0; --i) stack.emplace_back(X3DObject(children[i]), index);
+      for (long i = children.GetCount() - 1; i >= 0; --i)
+        stack.emplace_back(X3DObject(children[i]), index);
     }
     r_.joints = static_cast<int>(joints.size());
     const FoundFeet found = FindFeet(joints);
     if (!found.error.empty()) return Fail("feet: " + found.error);
     cog_ = joints[static_cast<size_t>(found.cog.index)].name;
-    feet_ = {joints[static_cast<size_t>(found.left.index)].name, joints[static_cast<size_t>(found.right.index)].name};
+    feet_ = {joints[static_cast<size_t>(found.left.index)].name,
+             joints[static_cast<size_t>(found.right.index)].name};
     r_.cog = cog_;
     r_.feet = {{feet_[0], found.left.how}, {feet_[1], found.right.how}};
     hipHeight_ = joints[static_cast<size_t>(found.cog.index)].y -
-                 std::min(joints[static_cast<size_t>(found.left.index)].y, joints[static_cast<size_t>(found.right.index)].y);
-    Info("COG " + cog_ + " (by " + found.cog.how + "), feet " + feet_[0] + " (by " + found.left.how + ") and " +
-         feet_[1] + " (by " + found.right.how + ")");
+                 std::min(joints[static_cast<size_t>(found.left.index)].y,
+                          joints[static_cast<size_t>(found.right.index)].y);
+    Info("COG " + cog_ + " (by " + found.cog.how + "), feet " + feet_[0] + " (by " +
+         found.left.how + ") and " + feet_[1] + " (by " + found.right.how + ")");
     std::ostringstream s;
     s << "SelectObj " << Quote(actor_ + "." + cog_) << "\nKnrSetCOG\n";
-    for (const std::string& foot : feet_) s << "SelectObj " << Quote(actor_ + "." + foot) << "\nKnrSetFoot\n";
-    s << "SelectObj " << Quote(actor_ + "." + cog_) << "\nKnrInitActor\nShift on\nKnrSetHome\nShift off\n";
+    for (const std::string& foot : feet_)
+      s << "SelectObj " << Quote(actor_ + "." + foot) << "\nKnrSetFoot\n";
+    s << "SelectObj " << Quote(actor_ + "." + cog_)
+      << "\nKnrInitActor\nShift on\nKnrSetHome\nShift off\n";
     return Script("tag", s.str());
   }
 
@@ -316,7 +325,8 @@ class Road {
     const auto start = std::chrono::steady_clock::now();
     const std::string take = actor_ + ".Sources.Take";
     std::string list;
-    for (const auto& [target, curve] : CurveItems(take)) list += (list.empty() ? "" : ",") + actor_ + "." + target;
+    for (const auto& [target, curve] : CurveItems(take))
+      list += (list.empty() ? "" : ",") + actor_ + "." + target;
     std::ostringstream s;
     s << "ApplyAction " << Quote(take) << "\n";
     for (const char* channel : {"posx", "posy", "posz", "rotx", "roty", "rotz"}) {
@@ -329,7 +339,8 @@ class Road {
       list += "," + path;
     }
     s << "DeleteObj " << Quote(take) << "\n"
-      << "StoreAction " << actor_ << " " << Quote(list) << " 6 \"Take\" 1 " << Num(first_) << " " << Num(last_) << "\n";
+      << "StoreAction " << actor_ << " " << Quote(list) << " 6 \"Take\" 1 " << Num(first_) << " "
+      << Num(last_) << "\n";
     const bool ok = Script("root keys", s.str());
     basicPrep_ = Seconds(start);
     return ok;
@@ -343,7 +354,8 @@ class Road {
       << "Answer Page \"Generate Actor\" Skill=true\nKnrGenerateActor\n";
     if (!Script("generate", s.str())) return false;
     generated_ = "Knr" + actor_;
-    if (!Find(generated_).IsValid()) return Fail("generate: no generated actor \"" + generated_ + "\"");
+    if (!Find(generated_).IsValid())
+      return Fail("generate: no generated actor \"" + generated_ + "\"");
     r_.seconds.emplace_back("generate", Seconds(start) + basicPrep_);
     return true;
   }
@@ -370,12 +382,14 @@ class Road {
         auto it = skillCurves_.find(foot + ".RTKEffector.Contact");
         if (it != skillCurves_.end()) {
           for (long k = 0; k < it->second.GetKeyCount(); ++k) {
-            keys.push_back({it->second.GetKeyTime(k).GetTime(), it->second.GetKeyValue(k).AsDouble()});
+            keys.push_back(
+                {it->second.GetKeyTime(k).GetTime(), it->second.GetKeyValue(k).AsDouble()});
           }
         }
         contacts_.push_back(ContactIntervals(keys, first_, last_));
         r_.contacts[foot] = contacts_.back();
-        if (contacts_.back().empty()) r_.warnings.push_back("no contact found for the foot " + foot);
+        if (contacts_.back().empty())
+          r_.warnings.push_back("no contact found for the foot " + foot);
       }
     }
     if (!Script("skill", "ApplyAction " + Quote(skill_) + "\n")) return false;
@@ -419,23 +433,29 @@ class Road {
     std::vector<std::string> targets;
     std::vector<const Zyra::FCurve*> before;
     for (const auto& [target, curve] : skillCurves_) {
-      const bool rotation = target.size() > 16 && target.find(".kine.local.rot") == target.size() - 16;
+      const bool rotation =
+          target.size() > 16 && target.find(".kine.local.rot") == target.size() - 16;
       if (rotation && target.rfind("GlobalSRT.", 0) != 0) {
         targets.push_back(target);
         before.push_back(&curve);
       }
     }
     auto evalBefore = [&](size_t c, double frame) { return before[c]->Eval(CTime(frame)); };
-    const LoopWindow window = ChooseLoopWindow(contacts_, first_, last_, MinCycleFrames(), before.size(), evalBefore);
+    const LoopWindow window =
+        ChooseLoopWindow(contacts_, first_, last_, MinCycleFrames(), before.size(), evalBefore);
     Info("loop window " + std::to_string(window.start) + ".." + std::to_string(window.end) +
-         (window.foot >= 0 ? " (gait cycle of " + feet_[static_cast<size_t>(window.foot)] + ")" : " (the whole take)"));
+         (window.foot >= 0 ? " (gait cycle of " + feet_[static_cast<size_t>(window.foot)] + ")"
+                           : " (the whole take)"));
     if (travels_ && window.foot < 0) {
-      r_.warnings.push_back("no gait cycle found (a foot must plant twice after the first frame): the whole take is looped");
+      r_.warnings.push_back(
+          "no gait cycle found (a foot must plant twice after the first frame): the whole take is "
+          "looped");
     }
     std::ostringstream s;
     s << "SelectObj " << Quote(generated_ + "." + cog_) << "\n"
       << "Answer Page \"Loop Skill\" Source=0 Start=" << window.start << " End=" << window.end
-      << " Smooth=" << window.smooth << " Loco=" << (window.loco ? "true" : "false") << " press=Process\n"
+      << " Smooth=" << window.smooth << " Loco=" << (window.loco ? "true" : "false")
+      << " press=Process\n"
       << "KnrMakeLoop\n";
     if (!Script("loop", s.str())) return false;
     const auto afterCurves = CurveItems(generated_ + ".Sources.Take_loop");
@@ -458,7 +478,8 @@ class Road {
     loop.seamAfter = seamAfter.value;
     r_.loop = loop;
     char seam[120];
-    std::snprintf(seam, sizeof seam, "seam %.3g before blending, %.3g after", loop.seamBefore, loop.seamAfter);
+    std::snprintf(seam, sizeof seam, "seam %.3g before blending, %.3g after", loop.seamBefore,
+                  loop.seamAfter);
     Info(seam);
     if (window.seamBefore.channel >= 0) {
       const size_t c = static_cast<size_t>(window.seamBefore.channel);
@@ -478,7 +499,8 @@ class Road {
   }
 
   int MinCycleFrames() const {
-    return std::max(2, static_cast<int>(std::lround(kMinCycleSeconds * rt::Host::Get().FrameRate())));
+    return std::max(2,
+                    static_cast<int>(std::lround(kMinCycleSeconds * rt::Host::Get().FrameRate())));
   }
 
   bool Save() {
@@ -520,8 +542,8 @@ std::string TakeName(const std::filesystem::path& bvh) {
   return name;
 }
 
-bool ConvertTake(const std::filesystem::path& bvh, const std::filesystem::path& dir, const ConvertOptions& options,
-                 TakeRecord& record) {
+bool ConvertTake(const std::filesystem::path& bvh, const std::filesystem::path& dir,
+                 const ConvertOptions& options, TakeRecord& record) {
   record.take = TakeName(bvh);
   std::error_code ec;
   const std::filesystem::path absolute = std::filesystem::absolute(bvh, ec);

@@ -47,7 +47,7 @@ std::string TakeName(const std::filesystem::path& bvh);
 
 // Converts `bvh` into `dir` (which exists) and fills `record`. False when a step failed:
 // `record.reason` then says which and why. Does not write the take file.
-bool ConvertTake(const std::filesystem::path& bvh, const std::filesystem::path& dir, const ConvertOptions& options,
-                 TakeRecord& record);
+bool ConvertTake(const std::filesystem::path& bvh, const std::filesystem::path& dir,
+                 const ConvertOptions& options, TakeRecord& record);
 
 }  // namespace knrconvert

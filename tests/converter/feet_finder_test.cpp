@@ -38,16 +38,28 @@ TEST(FeetFinder, NamingStylesOfStudios) {
     bool toes;
     std::string left, right;
   } cases[] = {
-      {{"Hips", "LeftUpLeg", "LeftFoot", "LeftToeBase", "RightUpLeg", "RightFoot", "RightToeBase"}, true,
-       "LeftFoot", "RightFoot"},
-      {{"Hips", "LeftHip", "LeftAnkle", "LeftToes", "RightHip", "RightAnkle", "RightToes"}, true, "LeftAnkle",
+      {{"Hips", "LeftUpLeg", "LeftFoot", "LeftToeBase", "RightUpLeg", "RightFoot", "RightToeBase"},
+       true,
+       "LeftFoot",
+       "RightFoot"},
+      {{"Hips", "LeftHip", "LeftAnkle", "LeftToes", "RightHip", "RightAnkle", "RightToes"},
+       true,
+       "LeftAnkle",
        "RightAnkle"},
       {{"pelvis", "l_thigh", "l_foot", "", "r_thigh", "r_foot", ""}, false, "l_foot", "r_foot"},
       {{"mixamorig:Hips", "mixamorig:LeftUpLeg", "mixamorig:LeftFoot", "mixamorig:LeftToe_End",
         "mixamorig:RightUpLeg", "mixamorig:RightFoot", "mixamorig:RightToe_End"},
-       true, "mixamorig:LeftFoot", "mixamorig:RightFoot"},
-      {{"root", "Thigh.L", "Foot.L", "Toe.L", "Thigh.R", "Foot.R", "Toe.R"}, true, "Foot.L", "Foot.R"},
-      {{"Hips", "LThigh", "LFoot", "LFootToe", "RThigh", "RFoot", "RFootToe"}, true, "LFoot", "RFoot"},
+       true,
+       "mixamorig:LeftFoot",
+       "mixamorig:RightFoot"},
+      {{"root", "Thigh.L", "Foot.L", "Toe.L", "Thigh.R", "Foot.R", "Toe.R"},
+       true,
+       "Foot.L",
+       "Foot.R"},
+      {{"Hips", "LThigh", "LFoot", "LFootToe", "RThigh", "RFoot", "RFootToe"},
+       true,
+       "LFoot",
+       "RFoot"},
   };
   for (const Case& c : cases) {
     const auto joints = Legs(c.names, c.toes);

@@ -17,21 +17,25 @@ namespace fs = std::filesystem;
 using nlohmann::json;
 
 constexpr double kDegToRad = M_PI / 180.0;
-constexpr int kStep = 20;          // frames a foot stands (then the other one does)
+constexpr int kStep = 20;  // frames a foot stands (then the other one does)
 constexpr int kSteps = 12;
-constexpr double kLeg = 80, kSpread = 20, kLift = 25;  // leg length, swing angle, swing lift (degrees)
+constexpr double kLeg = 80, kSpread = 20,
+                 kLift = 25;  // leg length, swing angle, swing lift (degrees)
 
 // A walk along +z at 30 fps: the left foot stands on frames [2k*kStep, (2k+1)*kStep], the right
 // one on the odd steps. A standing leg turns about x so that its foot stays where it landed (the
 // hips ride at the height that keeps it on the ground); the swinging leg turns forward and out
 // (about z), which lifts its foot. The feet turn slowly about their own y axis (a third of a
-// degree a frame) so that no cycle ends where it began. `names`: hips, left leg, left foot, right leg, right foot.
+// degree a frame) so that no cycle ends where it began. `names`: hips, left leg, left foot, right
+// leg, right foot.
 std::string WalkBvh(const std::vector<std::string>& n) {
   std::ostringstream s;
   auto leg = [&](const std::string& up, const std::string& foot, double x) {
-    s << "  JOINT " << up << "\n  {\n    OFFSET " << x << " 0 0\n    CHANNELS 3 Zrotation Xrotation Yrotation\n"
+    s << "  JOINT " << up << "\n  {\n    OFFSET " << x
+      << " 0 0\n    CHANNELS 3 Zrotation Xrotation Yrotation\n"
       << "    JOINT " << foot << "\n    {\n      OFFSET 0 " << -kLeg << " 0\n"
-      << "      CHANNELS 3 Zrotation Xrotation Yrotation\n      End Site\n      {\n        OFFSET 0 -2 8\n      }\n"
+      << "      CHANNELS 3 Zrotation Xrotation Yrotation\n      End Site\n      {\n        OFFSET "
+         "0 -2 8\n      }\n"
       << "    }\n  }\n";
   };
   s << "HIERARCHY\nROOT " << n[0] << "\n{\n  OFFSET 0 0 0\n"
@@ -48,12 +52,14 @@ std::string WalkBvh(const std::vector<std::string>& n) {
     const double phase = static_cast<double>(t - k * kStep) / kStep;
     const double stance = -a + 2 * a * phase, swing = a - 2 * a * phase;
     const double lift = kLift * std::sin(M_PI * phase);
-    const double hy = kLeg * std::cos(stance), hz = (2 * k + 1) * kLeg * std::sin(a) + kLeg * std::sin(stance);
+    const double hy = kLeg * std::cos(stance),
+                 hz = (2 * k + 1) * kLeg * std::sin(a) + kLeg * std::sin(stance);
     const bool leftStands = k % 2 == 0;
     // Leg channels: Z X Y rotation, degrees; a foot's own rotation is none.
     auto legChannels = [&](bool stands) {
       std::ostringstream l;
-      l << (stands ? 0.0 : lift) << " " << (stands ? stance : swing) / kDegToRad << " 0 0 0 " << t / 3.0 << " ";
+      l << (stands ? 0.0 : lift) << " " << (stands ? stance : swing) / kDegToRad << " 0 0 0 "
+        << t / 3.0 << " ";
       return l.str();
     };
     s << "0 " << hy << " " << hz << " 0 0 0 0 0 0 " << legChannels(leftStands)
@@ -69,7 +75,8 @@ struct RunResult {
 
 RunResult Convert(const std::string& args) {
   const fs::path log = fs::temp_directory_path() / "knrconvert_test_stdout.txt";
-  const std::string command = std::string(KNRCONVERT_PATH) + " " + args + " > " + log.string() + " 2>/dev/null";
+  const std::string command =
+      std::string(KNRCONVERT_PATH) + " " + args + " > " + log.string() + " 2>/dev/null";
   const int raw = std::system(command.c_str());
   std::ifstream in(log);
   std::stringstream text;
@@ -86,7 +93,8 @@ class KnrconvertRun : public ::testing::Test {
  protected:
   void SetUp() override {
     dir_ = fs::temp_directory_path() /
-           ("knrconvert_" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
+           ("knrconvert_" +
+            std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
     fs::remove_all(dir_);
     fs::create_directories(dir_ / "in");
   }
@@ -100,11 +108,13 @@ class KnrconvertRun : public ::testing::Test {
 };
 
 TEST_F(KnrconvertRun, SynthesisedWalkContactsLoopAndFiles) {
-  const fs::path walk = Write("walk.bvh", WalkBvh({"Hips", "LeftUpLeg", "LeftFoot", "RightUpLeg", "RightFoot"}));
+  const fs::path walk =
+      Write("walk.bvh", WalkBvh({"Hips", "LeftUpLeg", "LeftFoot", "RightUpLeg", "RightFoot"}));
   const RunResult run = Convert(walk.string() + " -o " + (dir_ / "out").string() + " --quiet");
   ASSERT_EQ(run.status, 0) << run.out;
   EXPECT_EQ(run.out.rfind("walk: Locomotion, 241 frames, loop ", 0), 0u) << run.out;
-  for (const char* file : {"walk.zyra", "walk.actor.zyra", "walk.actor.wgmp", "walk.json", "report.html"}) {
+  for (const char* file :
+       {"walk.zyra", "walk.actor.zyra", "walk.actor.wgmp", "walk.json", "report.html"}) {
     EXPECT_TRUE(fs::is_regular_file(dir_ / "out" / file)) << file;
   }
   const json j = ReadTake(dir_ / "out", "walk");
@@ -138,8 +148,11 @@ TEST_F(KnrconvertRun, FeetUnderRenamedJoints) {
     std::vector<std::string> names;
     std::string left, found;
   } cases[] = {
-      {"mixamo", {"mixamorig:Hips", "mixamorig:LeftUpLeg", "mixamorig:LeftFoot", "mixamorig:RightUpLeg",
-                  "mixamorig:RightFoot"}, "mixamorig_LeftFoot", "name"},
+      {"mixamo",
+       {"mixamorig:Hips", "mixamorig:LeftUpLeg", "mixamorig:LeftFoot", "mixamorig:RightUpLeg",
+        "mixamorig:RightFoot"},
+       "mixamorig_LeftFoot",
+       "name"},
       {"short", {"pelvis", "l_thigh", "l_ankle", "r_thigh", "r_ankle"}, "l_ankle", "name"},
       {"bones", {"Bone0", "Bone1", "Bone2", "Bone3", "Bone4"}, "Bone2", "shape"},
   };
@@ -163,18 +176,23 @@ TEST_F(KnrconvertRun, BrokenTakeAmongGoodOnes) {
   // Frame 11 loses its last value.
   size_t line = walk.find("Frame Time:");
   for (int i = 0; i < 12; ++i) line = walk.find('\n', line + 1);
-  const std::string lineText = "line " + std::to_string(std::count(walk.begin(), walk.begin() + line, '\n') + 1);
+  const std::string lineText =
+      "line " + std::to_string(std::count(walk.begin(), walk.begin() + line, '\n') + 1);
   const size_t lastValue = walk.rfind(' ', line - 2);  // frame lines end with a blank
   walk.erase(lastValue, line - 1 - lastValue);
   Write("broken.bvh", walk);
   Write("empty.bvh", "");
   Write("legless.bvh",
-        "HIERARCHY\nROOT Hips\n{\n OFFSET 0 0 0\n CHANNELS 6 Xposition Yposition Zposition Zrotation Xrotation "
-        "Yrotation\n JOINT Spine\n {\n  OFFSET 0 10 0\n  CHANNELS 3 Zrotation Xrotation Yrotation\n  End Site\n  {\n"
-        "   OFFSET 0 10 0\n  }\n }\n}\nMOTION\nFrames: 2\nFrame Time: 0.0333333\n0 0 0 0 0 0 0 0 0\n0 0 0 0 0 0 0 0 0\n");
+        "HIERARCHY\nROOT Hips\n{\n OFFSET 0 0 0\n CHANNELS 6 Xposition Yposition Zposition "
+        "Zrotation Xrotation "
+        "Yrotation\n JOINT Spine\n {\n  OFFSET 0 10 0\n  CHANNELS 3 Zrotation Xrotation "
+        "Yrotation\n  End Site\n  {\n"
+        "   OFFSET 0 10 0\n  }\n }\n}\nMOTION\nFrames: 2\nFrame Time: 0.0333333\n0 0 0 0 0 0 0 0 "
+        "0\n0 0 0 0 0 0 0 0 0\n");
   const std::string in = (dir_ / "in").string();
-  const RunResult run = Convert(in + "/good.bvh " + in + "/broken.bvh " + in + "/empty.bvh " + in + "/missing.bvh " +
-                                in + "/legless.bvh -o " + (dir_ / "out").string());
+  const RunResult run =
+      Convert(in + "/good.bvh " + in + "/broken.bvh " + in + "/empty.bvh " + in + "/missing.bvh " +
+              in + "/legless.bvh -o " + (dir_ / "out").string());
   EXPECT_EQ(run.status, 1) << run.out;
   EXPECT_EQ(ReadTake(dir_ / "out", "good")["status"], "ok");
   EXPECT_TRUE(fs::exists(dir_ / "out" / "good.actor.zyra"));
@@ -184,10 +202,12 @@ TEST_F(KnrconvertRun, BrokenTakeAmongGoodOnes) {
     EXPECT_EQ(j["status"], "failed") << take;
     const std::string reason = j["reason"];
     EXPECT_NE(reason.find(std::string(take) + ".bvh"), std::string::npos) << reason;
-    EXPECT_NE(run.out.find(std::string(take) + ": FAILED: " + reason), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find(std::string(take) + ": FAILED: " + reason), std::string::npos)
+        << run.out;
     EXPECT_FALSE(fs::exists(dir_ / "out" / (std::string(take) + ".zyra"))) << take;
   }
-  EXPECT_NE(ReadTake(dir_ / "out", "broken")["reason"].get<std::string>().find(lineText), std::string::npos)
+  EXPECT_NE(ReadTake(dir_ / "out", "broken")["reason"].get<std::string>().find(lineText),
+            std::string::npos)
       << lineText;
   EXPECT_TRUE(fs::exists(dir_ / "out" / "report.html"));
 }
@@ -196,8 +216,9 @@ TEST_F(KnrconvertRun, BrokenTakeAmongGoodOnes) {
 // (whose actor root gets keys first: without them the conversion refuses the take).
 TEST_F(KnrconvertRun, RealTakes) {
   const std::string data = KNR_SHARED_DATA_DIR "/bvh/";
-  const RunResult run = Convert(data + "01_01.bvh " + data + "Boxing_Toes.bvh " + KNR_EXAMPLES_DIR +
-                                "/data/pipeline.bvh --quiet --no-report -o " + (dir_ / "out").string());
+  const RunResult run =
+      Convert(data + "01_01.bvh " + data + "Boxing_Toes.bvh " + KNR_EXAMPLES_DIR +
+              "/data/pipeline.bvh --quiet --no-report -o " + (dir_ / "out").string());
   ASSERT_EQ(run.status, 0) << run.out;
   const struct {
     const char* take;
@@ -219,14 +240,16 @@ TEST_F(KnrconvertRun, RealTakes) {
     if (j["skill"] == "Locomotion") {
       EXPECT_FALSE(j["contacts"][c.left].empty()) << c.take;
     }
-    EXPECT_LT(j["loop"]["seamAfter"].get<double>(), j["loop"]["seamBefore"].get<double>()) << c.take;
+    EXPECT_LT(j["loop"]["seamAfter"].get<double>(), j["loop"]["seamBefore"].get<double>())
+        << c.take;
     EXPECT_LE(j["plots"]["frames"].size(), 4000u);
     EXPECT_EQ(j["plots"]["frames"].size(), j["plots"]["path"]["x"].size());
   }
 }
 
 TEST_F(KnrconvertRun, BadUsage) {
-  const std::string cases[] = {"", "--bogus x.bvh", "x.bvh -o", "--threshold 2 x.bvh", "--scale 0 x.bvh"};
+  const std::string cases[] = {"", "--bogus x.bvh", "x.bvh -o", "--threshold 2 x.bvh",
+                               "--scale 0 x.bvh"};
   for (const std::string& args : cases) EXPECT_EQ(Convert(args).status, 2) << args;
   EXPECT_EQ(Convert("--help").status, 0);
 }

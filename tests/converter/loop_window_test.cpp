@@ -14,7 +14,7 @@ TEST(LoopWindow, ContactIntervalsFromSteppedKeys) {
   } cases[] = {
       {{}, {}},
       {{{0, 0}}, {}},
-      {{{0, 1}}, {{0, 100}}},                                  // planted to the end
+      {{{0, 1}}, {{0, 100}}},  // planted to the end
       {{{0, 1}, {10, 0}, {20, 1}, {30, 0}}, {{0, 9}, {20, 29}}},
       {{{5, 0}, {12, 1}, {12.0001, 1}, {40, 0}}, {{12, 39}}},  // a repeated 1 does not restart
       {{{-3, 1}, {4, 0}}, {{0, 3}}},                           // clipped to the first frame
@@ -23,7 +23,8 @@ TEST(LoopWindow, ContactIntervalsFromSteppedKeys) {
 }
 
 TEST(LoopWindow, AngleJumpWrapsAround) {
-  const double cases[][3] = {{10, 20, 10}, {20, 10, 10}, {179, -179, 2}, {-170, 190, 0}, {0, 540, 180}, {0, 720.5, 0.5}};
+  const double cases[][3] = {{10, 20, 10},   {20, 10, 10},  {179, -179, 2},
+                             {-170, 190, 0}, {0, 540, 180}, {0, 720.5, 0.5}};
   for (const auto& c : cases) EXPECT_NEAR(AngleJump(c[0], c[1]), c[2], 1e-9) << c[0] << " " << c[1];
 }
 
@@ -48,7 +49,9 @@ TEST(LoopWindow, ChoosesTheGaitCycleWithTheSmallestSeam) {
 
   // The cycle 0..20 is too short and too early; of the others the right foot's 40..80 has the
   // smallest seam once channel 0 holds still over it.
-  const ChannelEval still = [](size_t c, double f) { return c == 0 ? (f < 40 || f > 80 ? f : 0.0) : 0.0; };
+  const ChannelEval still = [](size_t c, double f) {
+    return c == 0 ? (f < 40 || f > 80 ? f : 0.0) : 0.0;
+  };
   w = ChooseLoopWindow(contacts, 0, 200, 30, 2, still);
   EXPECT_EQ(w.start, 40);
   EXPECT_EQ(w.end, 80);

@@ -14,8 +14,8 @@ TEST(TakeRecord, LongSeriesKeepTheirExtremes) {
   for (size_t count : {size_t{3}, size_t{4000}, size_t{4001}, size_t{90220}}) {
     std::vector<double> series(count);
     for (size_t i = 0; i < count; ++i) series[i] = std::sin(static_cast<double>(i) * 0.01);
-    series[count / 3] = 50;    // a one-frame spike
-    series[count - 1] = -50;   // and a dip on the very last frame
+    series[count / 3] = 50;   // a one-frame spike
+    series[count - 1] = -50;  // and a dip on the very last frame
     const std::vector<size_t> indices = PlotIndices(count);
     const std::vector<double> heel = DecimateSeries(series, true);
     const std::vector<double> path = DecimateSeries(series, false);
