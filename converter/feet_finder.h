@@ -12,8 +12,8 @@
 //   | cog   | hips, hip, pelvis, root or cog,     | left, l, lt, right, r, rt            |
 //   |       | and no side word                    |                                      |
 //
-// A lone letter counts as a side only as a word of its own ("l_foot", "FootL" does not split and
-// is not a match). When several joints match one foot (an ankle above a foot joint), the one
+// A lone letter counts as a side only as a word of its own ("l_foot" and "FootL" match; "lfoot"
+// is one word and does not). When several joints match one foot (an ankle above a foot joint), the one
 // nearest the root wins: the ankle is where the leg meets the ground.
 //
 // By shape, for each foot that the names did not give: the ends of the skeleton (joints without

@@ -111,6 +111,8 @@ TEST(FeetFinder, NameWords) {
       {"RightToeBase", {"right", "toe", "base"}},
       {"Foot.R", {"foot", "r"}},
       {"FOOT_L", {"foot", "l"}},
+      {"FootL", {"foot", "l"}},
+      {"lfoot", {"lfoot"}},
   };
   for (const auto& [name, words] : cases) EXPECT_EQ(NameWords(name), words) << name;
 }
