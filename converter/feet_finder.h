@@ -13,8 +13,8 @@
 //   |       | and no side word                    |                                      |
 //
 // A lone letter counts as a side only as a word of its own ("l_foot" and "FootL" match; "lfoot"
-// is one word and does not). When several joints match one foot (an ankle above a foot joint), the one
-// nearest the root wins: the ankle is where the leg meets the ground.
+// is one word and does not). When several joints match one foot (an ankle above a foot joint), the
+// one nearest the root wins: the ankle is where the leg meets the ground.
 //
 // By shape, for each foot that the names did not give: the ends of the skeleton (joints without
 // children) under the COG, in the first frame's pose, lowest first; the two lowest ends on

@@ -16,6 +16,7 @@
 #include "chain_sampler.h"
 #include "feet_finder.h"
 #include "host.h"
+#include "travel.h"
 #include "zyra/action.h"
 #include "zyra/application.h"
 #include "zyra/fcurve.h"
@@ -38,10 +39,7 @@ using Zyra::MATH::CVector3;
 namespace rt = Zyra::rt;
 
 constexpr double kRadToDeg = 57.29577951308232;
-constexpr double kPi = 3.14159265358979323846;
-constexpr double kTravelHipHeights = 2.0;  // a take travels beyond this many hip heights
 constexpr double kTravelSamplesPerSecond = 4.0;
-constexpr double kUpright = 0.98;  // |y| of a forward axis that points up or down
 constexpr double kWholeRateTolerance = 1e-4;
 constexpr double kMinCycleSeconds = 0.5;  // shorter "cycles" come from a contact that flickers
 
@@ -118,13 +116,6 @@ std::map<std::string, Zyra::FCurve> CurveItems(const std::string& sourcePath) {
     if (curve.IsValid()) curves.emplace(ToUtf8(item.GetTarget().Wide()), curve);
   }
   return curves;
-}
-
-// The heading of a rotation seen from above, in radians (rules in take_road.h).
-double Heading(const Zyra::MATH::CQuaternion& q) {
-  CVector3 axis = q.Rotate(CVector3(0, 0, 1));
-  if (std::fabs(axis.GetY()) > kUpright) axis = q.Rotate(CVector3(0, 1, 0));
-  return std::atan2(axis.GetX(), axis.GetZ());
 }
 
 class Road {
@@ -273,49 +264,35 @@ class Road {
     const auto curves = CurveItems(actor_ + ".Sources.Take");
     X3DObject srt = Find(actor_ + ".GlobalSRT");
     const CTransformation parent = srt.GetKinematics().GetGlobal().GetTransform();
-    auto channel = [&](const char* name) -> const Zyra::FCurve* {
-      auto it = curves.find(cog_ + ".kine.local." + name);
-      return it == curves.end() ? nullptr : &it->second;
-    };
-    X3DObject cog = Find(actor_ + "." + cog_);
-    const CTransformation rest = cog.GetKinematics().GetLocal().GetTransform();
+    const CTransformation rest =
+        Find(actor_ + "." + cog_).GetKinematics().GetLocal().GetTransform();
     double rx, ry, rz, px, py, pz;
     rest.GetRotationFromXYZAnglesValues(rx, ry, rz);
     rest.GetTranslationValues(px, py, pz);
     const double restValues[6] = {px, py, pz, rx * kRadToDeg, ry * kRadToDeg, rz * kRadToDeg};
+    const Zyra::FCurve* channels[6] = {};
     const char* names[6] = {"posx", "posy", "posz", "rotx", "roty", "rotz"};
+    for (int c = 0; c < 6; ++c) {
+      auto it = curves.find(cog_ + ".kine.local." + names[c]);
+      channels[c] = it == curves.end() ? nullptr : &it->second;
+    }
     const double fps = rt::Host::Get().FrameRate();
     const int step = std::max(1, static_cast<int>(std::lround(fps / kTravelSamplesPerSecond)));
-    double distance = 0, turned = 0, lastHeading = 0, lastX = 0, lastZ = 0;
+    std::vector<CTransformation> samples;
     for (int f = first_;; f += step) {
-      if (f > last_) f = last_;
+      f = std::min(f, last_);
       double v[6];
-      for (int c = 0; c < 6; ++c) {
-        const Zyra::FCurve* curve = channel(names[c]);
-        v[c] = curve ? curve->Eval(CTime(f)) : restValues[c];
-      }
+      for (int c = 0; c < 6; ++c) v[c] = channels[c] ? channels[c]->Eval(CTime(f)) : restValues[c];
       CTransformation local;
       local.SetTranslationFromValues(v[0], v[1], v[2]);
       local.SetRotationFromXYZAnglesValues(v[3] / kRadToDeg, v[4] / kRadToDeg, v[5] / kRadToDeg);
-      const CTransformation global = CTransformation::Compose(parent, local);
-      double x, y, z;
-      global.GetTranslationValues(x, y, z);
-      const double heading = Heading(global.GetRotationQuaternion());
-      if (f != first_) {
-        distance += std::hypot(x - lastX, z - lastZ);
-        double d = heading - lastHeading;
-        while (d > kPi) d -= 2 * kPi;
-        while (d < -kPi) d += 2 * kPi;
-        turned += d;
-      }
-      lastX = x;
-      lastZ = z;
-      lastHeading = heading;
+      samples.push_back(CTransformation::Compose(parent, local));
       if (f == last_) break;
     }
-    r_.distance = distance;
-    r_.headingChange = std::fabs(turned) * kRadToDeg;
-    travels_ = distance > kTravelHipHeights * hipHeight_;
+    const Travel travel = MeasureTravel(samples);
+    r_.distance = travel.distance;
+    r_.headingChange = travel.headingChange;
+    travels_ = Travels(travel, hipHeight_);
     r_.skill = travels_ ? "Locomotion" : "Basic";
     return true;
   }

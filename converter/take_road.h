@@ -6,12 +6,9 @@
 //     (translation on the root joint only); the COG and the feet found (feet_finder.h) and
 //     tagged (Set COG, Set Foot with its collision sphere), the actor initialized again and its
 //     home set again so that the new spheres belong to it.
-//  2. travel: the COG's ground path over the take, sampled four times a second. `distance` is
-//     the length of that path, `headingChange` the net turn of the COG's heading (its forward
-//     axis, or its up axis when the forward one points nearly straight up or down, seen from
-//     above) between the first and the last frame, in degrees, unwrapped, as a magnitude. The take
-//     travels when `distance` exceeds two hip heights (the COG's height above the lower foot in
-//     the first frame): a Locomotion skill; otherwise Basic.
+//  2. travel: the COG's ground path over the take, sampled four times a second, measured and
+//     judged by travel.h (a take that travels more than two hip heights, the COG's height above
+//     the lower foot in the first frame, is a Locomotion skill; otherwise Basic).
 //  3. a Basic take first gets keys on the actor root's six channels: an actor built from a BVH
 //     file keys no curve on its root null, and the Basic (and Raw) conversion refuses a source
 //     whose root has no keys. The root's rest values are keyed at the take's first and last
