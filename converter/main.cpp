@@ -151,8 +151,9 @@ int Main(int argc, char** argv) {
                  "Foot-contact threshold of the Locomotion skill (default 0.2)")
       ->check(CLI::Range(0.0, 1.0))
       ->type_name("X");
-  app.add_option("--scale", options.convert.scale, "BVH scale (default 1)")
-      ->check(CLI::PositiveNumber)
+  // The actor import takes scales up to 1 (lengths are only ever made smaller).
+  app.add_option("--scale", options.convert.scale, "BVH scale, 0.0001 to 1 (default 1)")
+      ->check(CLI::Range(0.0001, 1.0))
       ->type_name("S");
   app.add_flag("--quiet", options.quiet, "No progress bars, only the per-take lines and errors");
   app.footer(

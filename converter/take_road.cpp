@@ -43,9 +43,9 @@ constexpr double kTravelSamplesPerSecond = 4.0;
 constexpr double kWholeRateTolerance = 1e-4;
 constexpr double kMinCycleSeconds = 0.5;  // shorter "cycles" come from a contact that flickers
 
-// What the file's header says (frames, frame time, joints); the import checks the rest.
+// What the file's header says (frames, frame time); the import checks the rest.
 struct BvhHeader {
-  int frames = 0, joints = 0;
+  int frames = 0;
   double frameTime = 0;
   bool ok = false;
 };
@@ -55,7 +55,6 @@ BvhHeader ReadHeader(const std::filesystem::path& path) {
   std::ifstream in(path);
   std::string word;
   while (in >> word) {
-    if (word == "ROOT" || word == "JOINT") ++header.joints;
     if (word == "Frames:") in >> header.frames;
     if (word == "Time:") {
       in >> header.frameTime;

@@ -249,7 +249,7 @@ TEST_F(KnrconvertRun, RealTakes) {
 
 TEST_F(KnrconvertRun, BadUsage) {
   const std::string cases[] = {"", "--bogus x.bvh", "x.bvh -o", "--threshold 2 x.bvh",
-                               "--scale 0 x.bvh"};
+                               "--scale 0 x.bvh", "--scale 2 x.bvh"};
   for (const std::string& args : cases) EXPECT_EQ(Convert(args).status, 2) << args;
   EXPECT_EQ(Convert("--help").status, 0);
 }
