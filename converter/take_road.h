@@ -18,7 +18,10 @@
 //  5. skill: Make Skill on the generated actor's "Take" with the threshold given. The contact
 //     intervals are read back from the skill's RTKEffector.Contact curves. For the plots the
 //     skill is applied and, at every frame, the heel (the foot's collision sphere, else the
-//     foot) is sampled for its global height and the COG for its ground position.
+//     foot) is sampled for its global height and the COG for its ground position. The contact
+//     detector measures heights in the frame of the actor root's parent, the generated model,
+//     which stands still at the origin, so these are the heights it saw; the height limit of a
+//     foot is min + threshold x (max - min) of its heel's heights.
 //  6. loop: the window of loop_window.h; Make Loop on it; the seam measured on the skill and on
 //     the "Take_loop" it made.
 //  7. save: Save Actor to `<take>.actor.zyra` (weight file beside it), the scene to `<take>.zyra`.
