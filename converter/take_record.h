@@ -1,0 +1,75 @@
+// What the converter learnt about one take, and its `<take>.json` file.
+//
+// Fields that are not known (a take that failed early) stay unset and are left out of the file.
+// Plot series are cut to at most kMaxPlotPoints points: a longer take is split into
+// kMaxPlotPoints / 2 buckets of frames, and each bucket gives two points, at its first frame and
+// at its middle frame; a heel series takes the bucket's minimum and maximum there (in the order
+// they occur), so a short lift or landing still shows; the root path takes its values at those
+// two frames (a path has no minimum and maximum of its own).
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "loop_window.h"
+
+namespace knrconvert {
+
+inline constexpr size_t kMaxPlotPoints = 4000;
+
+struct FootRecord {
+  std::string joint;
+  std::string found;  // "name" or "shape"
+};
+
+struct LoopRecord {
+  int start = 0, end = 0;
+  std::string foot;  // empty for a whole-take loop
+  double seamBefore = 0, seamAfter = 0;
+};
+
+struct SeamPlot {
+  std::string channel;
+  std::vector<double> frames, before, after;
+};
+
+struct TakeRecord {
+  std::string take, source;
+  bool ok = false;
+  std::string reason;
+  std::optional<int> frames, joints;
+  std::optional<double> frameTime;
+  std::string cog;
+  std::vector<FootRecord> feet;
+  std::string skill;  // "Locomotion" or "Basic"
+  std::optional<double> threshold;
+  std::map<std::string, std::vector<Interval>> contacts;
+  std::optional<double> distance, headingChange;
+  std::optional<LoopRecord> loop;
+  std::vector<std::string> warnings;
+  std::vector<std::pair<std::string, double>> seconds;  // phase -> seconds, in order
+  bool filesWritten = false;
+
+  // Per-frame series over the skill's frames (index 0 = firstFrame), before decimation.
+  int firstFrame = 0;
+  std::map<std::string, std::vector<double>> heel;
+  std::map<std::string, double> heightLimit;
+  std::vector<double> pathX, pathZ;
+  std::optional<SeamPlot> seam;
+};
+
+// The samples kept for the plots of `count` samples (indices into the series): all of them up
+// to kMaxPlotPoints, else each bucket's first and middle sample.
+std::vector<size_t> PlotIndices(size_t count);
+// A series cut to the plot points: min/max per bucket when `minMax`, else sampled.
+std::vector<double> DecimateSeries(const std::vector<double>& series, bool minMax);
+
+// Writes `dir/<take>.json` (through a temporary file and a rename). False with `error` set when
+// the file cannot be written.
+bool WriteTakeRecord(const TakeRecord& record, const std::filesystem::path& dir,
+                     std::string& error);
+
+}  // namespace knrconvert

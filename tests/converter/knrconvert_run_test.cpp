@@ -1,0 +1,257 @@
+// knrconvert run as a user runs it: real takes, a synthesised walk with known stance frames,
+// renamed joints, a broken take among good ones, bad usage.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+constexpr double kDegToRad = M_PI / 180.0;
+constexpr int kStep = 20;  // frames a foot stands (then the other one does)
+constexpr int kSteps = 12;
+constexpr double kLeg = 80, kSpread = 20,
+                 kLift = 25;  // leg length, swing angle, swing lift (degrees)
+
+// A walk along +z at 30 fps: the left foot stands on frames [2k*kStep, (2k+1)*kStep], the right
+// one on the odd steps. A standing leg turns about x so that its foot stays where it landed (the
+// hips ride at the height that keeps it on the ground); the swinging leg turns forward and out
+// (about z), which lifts its foot. The feet turn slowly about their own y axis (a third of a
+// degree a frame) so that no cycle ends where it began. `names`: hips, left leg, left foot, right
+// leg, right foot.
+std::string WalkBvh(const std::vector<std::string>& n) {
+  std::ostringstream s;
+  auto leg = [&](const std::string& up, const std::string& foot, double x) {
+    s << "  JOINT " << up << "\n  {\n    OFFSET " << x
+      << " 0 0\n    CHANNELS 3 Zrotation Xrotation Yrotation\n"
+      << "    JOINT " << foot << "\n    {\n      OFFSET 0 " << -kLeg << " 0\n"
+      << "      CHANNELS 3 Zrotation Xrotation Yrotation\n      End Site\n      {\n        OFFSET "
+         "0 -2 8\n      }\n"
+      << "    }\n  }\n";
+  };
+  s << "HIERARCHY\nROOT " << n[0] << "\n{\n  OFFSET 0 0 0\n"
+    << "  CHANNELS 6 Xposition Yposition Zposition Zrotation Xrotation Yrotation\n"
+    << "  JOINT Spine\n  {\n    OFFSET 0 10 0\n    CHANNELS 3 Zrotation Xrotation Yrotation\n"
+    << "    End Site\n    {\n      OFFSET 0 40 0\n    }\n  }\n";
+  leg(n[1], n[2], 10);
+  leg(n[3], n[4], -10);
+  const int frames = kSteps * kStep + 1;
+  s << "}\nMOTION\nFrames: " << frames << "\nFrame Time: 0.0333333\n";
+  const double a = kSpread * kDegToRad;
+  for (int t = 0; t < frames; ++t) {
+    const int k = std::min(t / kStep, kSteps - 1);
+    const double phase = static_cast<double>(t - k * kStep) / kStep;
+    const double stance = -a + 2 * a * phase, swing = a - 2 * a * phase;
+    const double lift = kLift * std::sin(M_PI * phase);
+    const double hy = kLeg * std::cos(stance),
+                 hz = (2 * k + 1) * kLeg * std::sin(a) + kLeg * std::sin(stance);
+    const bool leftStands = k % 2 == 0;
+    // Leg channels: Z X Y rotation, degrees; a foot's own rotation is none.
+    auto legChannels = [&](bool stands) {
+      std::ostringstream l;
+      l << (stands ? 0.0 : lift) << " " << (stands ? stance : swing) / kDegToRad << " 0 0 0 "
+        << t / 3.0 << " ";
+      return l.str();
+    };
+    s << "0 " << hy << " " << hz << " 0 0 0 0 0 0 " << legChannels(leftStands)
+      << legChannels(!leftStands) << "\n";
+  }
+  return s.str();
+}
+
+struct RunResult {
+  int status;
+  std::string out;
+};
+
+RunResult Convert(const std::string& args) {
+  const fs::path log = fs::temp_directory_path() / "knrconvert_test_stdout.txt";
+  const std::string command =
+      std::string(KNRCONVERT_PATH) + " " + args + " > " + log.string() + " 2>/dev/null";
+  const int raw = std::system(command.c_str());
+  std::ifstream in(log);
+  std::stringstream text;
+  text << in.rdbuf();
+  return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, text.str()};
+}
+
+json ReadTake(const fs::path& dir, const std::string& take) {
+  std::ifstream in(dir / (take + ".json"));
+  return json::parse(in, nullptr, false);
+}
+
+class KnrconvertRun : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir_ = fs::temp_directory_path() /
+           ("knrconvert_" +
+            std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
+    fs::remove_all(dir_);
+    fs::create_directories(dir_ / "in");
+  }
+  void TearDown() override { fs::remove_all(dir_); }
+  fs::path Write(const std::string& name, const std::string& text) {
+    const fs::path path = dir_ / "in" / name;
+    std::ofstream(path) << text;
+    return path;
+  }
+  fs::path dir_;
+};
+
+TEST_F(KnrconvertRun, SynthesisedWalkContactsLoopAndFiles) {
+  const fs::path walk =
+      Write("walk.bvh", WalkBvh({"Hips", "LeftUpLeg", "LeftFoot", "RightUpLeg", "RightFoot"}));
+  const RunResult run = Convert(walk.string() + " -o " + (dir_ / "out").string() + " --quiet");
+  ASSERT_EQ(run.status, 0) << run.out;
+  EXPECT_EQ(run.out.rfind("walk: Locomotion, 241 frames, loop ", 0), 0u) << run.out;
+  for (const char* file :
+       {"walk.zyra", "walk.actor.zyra", "walk.actor.wgmp", "walk.json", "report.html"}) {
+    EXPECT_TRUE(fs::is_regular_file(dir_ / "out" / file)) << file;
+  }
+  const json j = ReadTake(dir_ / "out", "walk");
+  ASSERT_TRUE(j.is_object());
+  EXPECT_EQ(j["status"], "ok");
+  EXPECT_EQ(j["skill"], "Locomotion");
+  EXPECT_EQ(j["frames"], 241);
+  // Every contact starts within two frames of a step on which that foot stands.
+  for (const auto& [foot, first] : {std::pair<std::string, int>{"LeftFoot", 0}, {"RightFoot", 1}}) {
+    const json& intervals = j["contacts"][foot];
+    ASSERT_GE(intervals.size(), 4u) << foot << " " << intervals.dump();
+    for (const json& interval : intervals) {
+      const int start = interval[0];
+      const int step = (start + 2) / kStep;
+      EXPECT_EQ(step % 2, first) << foot << " starts at " << start;
+      EXPECT_LE(std::abs(start - step * kStep), 2) << foot << " starts at " << start;
+    }
+  }
+  const json& loop = j["loop"];
+  EXPECT_EQ(static_cast<int>(loop["end"]) - static_cast<int>(loop["start"]), 2 * kStep);
+  EXPECT_GT(loop["seamBefore"].get<double>(), 10.0);  // the feet turned 40 / 3 degrees
+  EXPECT_LT(loop["seamAfter"].get<double>(), loop["seamBefore"].get<double>() / 10);
+  EXPECT_NEAR(j["distance"].get<double>(), 2 * kSteps * kLeg * std::sin(kSpread * kDegToRad), 1.0);
+  EXPECT_EQ(j["plots"]["frames"].size(), 241u);
+  EXPECT_EQ(j["plots"]["heel"]["LeftFoot"].size(), 241u);
+}
+
+TEST_F(KnrconvertRun, FeetUnderRenamedJoints) {
+  struct Case {
+    std::string take;
+    std::vector<std::string> names;
+    std::string left, found;
+  } cases[] = {
+      {"mixamo",
+       {"mixamorig:Hips", "mixamorig:LeftUpLeg", "mixamorig:LeftFoot", "mixamorig:RightUpLeg",
+        "mixamorig:RightFoot"},
+       "mixamorig_LeftFoot",
+       "name"},
+      {"short", {"pelvis", "l_thigh", "l_ankle", "r_thigh", "r_ankle"}, "l_ankle", "name"},
+      {"bones", {"Bone0", "Bone1", "Bone2", "Bone3", "Bone4"}, "Bone2", "shape"},
+  };
+  std::string takes;
+  for (const Case& c : cases) takes += Write(c.take + ".bvh", WalkBvh(c.names)).string() + " ";
+  const RunResult run = Convert(takes + "--no-report --quiet -o " + (dir_ / "out").string());
+  ASSERT_EQ(run.status, 0) << run.out;
+  for (const Case& c : cases) {
+    const json j = ReadTake(dir_ / "out", c.take);
+    ASSERT_TRUE(j.is_object()) << c.take;
+    EXPECT_EQ(j["feet"][0]["joint"], c.left) << c.take;
+    EXPECT_EQ(j["feet"][0]["found"], c.found) << c.take;
+    EXPECT_EQ(j["skill"], "Locomotion") << c.take;
+  }
+  EXPECT_FALSE(fs::exists(dir_ / "out" / "report.html"));
+}
+
+TEST_F(KnrconvertRun, BrokenTakeAmongGoodOnes) {
+  std::string walk = WalkBvh({"Hips", "LeftUpLeg", "LeftFoot", "RightUpLeg", "RightFoot"});
+  Write("good.bvh", walk);
+  // Frame 11 loses its last value.
+  size_t line = walk.find("Frame Time:");
+  for (int i = 0; i < 12; ++i) line = walk.find('\n', line + 1);
+  const std::string lineText =
+      "line " + std::to_string(std::count(walk.begin(), walk.begin() + line, '\n') + 1);
+  const size_t lastValue = walk.rfind(' ', line - 2);  // frame lines end with a blank
+  walk.erase(lastValue, line - 1 - lastValue);
+  Write("broken.bvh", walk);
+  Write("empty.bvh", "");
+  Write("legless.bvh",
+        "HIERARCHY\nROOT Hips\n{\n OFFSET 0 0 0\n CHANNELS 6 Xposition Yposition Zposition "
+        "Zrotation Xrotation "
+        "Yrotation\n JOINT Spine\n {\n  OFFSET 0 10 0\n  CHANNELS 3 Zrotation Xrotation "
+        "Yrotation\n  End Site\n  {\n"
+        "   OFFSET 0 10 0\n  }\n }\n}\nMOTION\nFrames: 2\nFrame Time: 0.0333333\n0 0 0 0 0 0 0 0 "
+        "0\n0 0 0 0 0 0 0 0 0\n");
+  const std::string in = (dir_ / "in").string();
+  const RunResult run =
+      Convert(in + "/good.bvh " + in + "/broken.bvh " + in + "/empty.bvh " + in + "/missing.bvh " +
+              in + "/legless.bvh -o " + (dir_ / "out").string());
+  EXPECT_EQ(run.status, 1) << run.out;
+  EXPECT_EQ(ReadTake(dir_ / "out", "good")["status"], "ok");
+  EXPECT_TRUE(fs::exists(dir_ / "out" / "good.actor.zyra"));
+  for (const char* take : {"broken", "empty", "missing", "legless"}) {
+    const json j = ReadTake(dir_ / "out", take);
+    ASSERT_TRUE(j.is_object()) << take;
+    EXPECT_EQ(j["status"], "failed") << take;
+    const std::string reason = j["reason"];
+    EXPECT_NE(reason.find(std::string(take) + ".bvh"), std::string::npos) << reason;
+    EXPECT_NE(run.out.find(std::string(take) + ": FAILED: " + reason), std::string::npos)
+        << run.out;
+    EXPECT_FALSE(fs::exists(dir_ / "out" / (std::string(take) + ".zyra"))) << take;
+  }
+  EXPECT_NE(ReadTake(dir_ / "out", "broken")["reason"].get<std::string>().find(lineText),
+            std::string::npos)
+      << lineText;
+  EXPECT_TRUE(fs::exists(dir_ / "out" / "report.html"));
+}
+
+// Captured takes; the bundled boxing slice hardly leaves its spot, so it makes a Basic skill
+// (whose actor root gets keys first: without them the conversion refuses the take).
+TEST_F(KnrconvertRun, RealTakes) {
+  const std::string data = KNR_SHARED_DATA_DIR "/bvh/";
+  const RunResult run =
+      Convert(data + "01_01.bvh " + data + "Boxing_Toes.bvh " + KNR_EXAMPLES_DIR +
+              "/data/pipeline.bvh --quiet --no-report -o " + (dir_ / "out").string());
+  ASSERT_EQ(run.status, 0) << run.out;
+  const struct {
+    const char* take;
+    int frames, joints;
+    const char* left;
+    const char* skill;
+  } cases[] = {{"01_01", 2752, 31, "LeftFoot", "Locomotion"},
+               {"Boxing_Toes", 3069, 21, "LeftAnkle", "Locomotion"},
+               {"pipeline", 300, 21, "LeftAnkle", "Basic"}};
+  for (const auto& c : cases) {
+    const json j = ReadTake(dir_ / "out", c.take);
+    ASSERT_TRUE(j.is_object()) << c.take;
+    EXPECT_EQ(j["status"], "ok") << c.take;
+    EXPECT_EQ(j["skill"], c.skill) << c.take;
+    EXPECT_EQ(j["frames"], c.frames) << c.take;
+    EXPECT_EQ(j["joints"], c.joints) << c.take;
+    EXPECT_EQ(j["feet"][0]["joint"], c.left) << c.take;
+    EXPECT_EQ(j["cog"], "Hips") << c.take;
+    if (j["skill"] == "Locomotion") {
+      EXPECT_FALSE(j["contacts"][c.left].empty()) << c.take;
+    }
+    EXPECT_LT(j["loop"]["seamAfter"].get<double>(), j["loop"]["seamBefore"].get<double>())
+        << c.take;
+    EXPECT_LE(j["plots"]["frames"].size(), 4000u);
+    EXPECT_EQ(j["plots"]["frames"].size(), j["plots"]["path"]["x"].size());
+  }
+}
+
+TEST_F(KnrconvertRun, BadUsage) {
+  const std::string cases[] = {"", "--bogus x.bvh", "x.bvh -o", "--threshold 2 x.bvh",
+                               "--scale 0 x.bvh", "--scale 2 x.bvh"};
+  for (const std::string& args : cases) EXPECT_EQ(Convert(args).status, 2) << args;
+  EXPECT_EQ(Convert("--help").status, 0);
+}
+
+}  // namespace
