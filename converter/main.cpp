@@ -18,8 +18,8 @@
 #include <string>
 #include <vector>
 
+#include "converter/report/report_html.h"
 #include "host.h"
-#include "report_html.h"
 #include "take_road.h"
 
 namespace {
