@@ -123,6 +123,7 @@ done
 # 0 or 1, so that xargs neither stops at a crash nor at status 255), a tab, and its line; further
 # lines of the same take are marked "+". One printf, so that records of processes that end at
 # the same time do not mix.
+# shellcheck disable=SC2317  # run by xargs, through bash -c
 convert_one() {
   local take="${!#}" name text status=0
   name="${take##*/}"
