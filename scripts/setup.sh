@@ -78,10 +78,20 @@ if [ "$preset" = pipeline ]; then
   if [ ! -f "$build/build.ninja" ] || [ $# -gt 0 ]; then
     echo "Building knrconvert (first run, a few minutes; output in ${log#"$root/"})..."
     quietly cmake -S "$root" --preset pipeline "$@"
-  elif ! ninja -C "$build" -n "${targets[@]}" 2>/dev/null | grep -q "no work to do"; then
-    echo "Building knrconvert (sources changed)..."
+    quietly cmake --build "$build" --target "${targets[@]}" -j "$(nproc)"
+  else
+    # A later run says something only when a source changed and the build has work to do.
+    set +e
+    cmake --build "$build" --target "${targets[@]}" -j "$(nproc)" 2>&1 | tee -a "$log" |
+      awk '!said && /Building|Linking/ { print "Building knrconvert (sources changed)..."; said = 1; fflush() }'
+    status=${PIPESTATUS[0]}
+    set -e
+    if [ "$status" -ne 0 ]; then
+      echo "setup: the build failed; last lines of $log:" >&2
+      tail -n 40 "$log" >&2
+      exit 1
+    fi
   fi
-  quietly cmake --build "$build" --target "${targets[@]}" -j "$(nproc)"
 else
   cmake -S "$root" --preset "$preset" "$@" > /dev/null
   cmake --build "$build" -j "$(nproc)"
