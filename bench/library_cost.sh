@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # What a library costs: a library of one-minute takes (default 100) converted by
 # scripts/convert-library.sh with 1 and then 2 processes. Prints, for each, the wall time, the
-# clips converted per minute and the takes that failed, then the speed-up from 1 to 2 processes.
+# clips converted per minute, the CPU time (all and per take) and the takes that failed, then the
+# speed-up from 1 to 2 processes in wall time and the machine's load average (other jobs on the
+# machine lower the wall figures; the CPU figures hold).
 #
 #   bench/library_cost.sh [TAKES]
 #
@@ -43,20 +45,33 @@ awk -v takes="$takes" -v dir="$work/library" '
     printf "%d takes of %d frames (%g s a frame), %d source frames\n", takes, per_minute, frame_time, n
   }' "$source_take"
 
+# CPU seconds (user + system) of every process this shell has waited for so far: the converter
+# processes of a run are its grandchildren, whose times reach here through their parents. On a
+# machine that other jobs share, CPU time is the fair measure of the work; wall time shows the
+# speed-up.
+children_cpu() {
+  times | tail -n 1 | awk '{ split($1, u, /[ms]/); split($2, s, /[ms]/)
+    printf "%.3f", u[1] * 60 + u[2] + s[1] * 60 + s[2] }'
+}
+
 seconds=()
 for jobs in 1 2; do
   out="$work/out$jobs"
+  cpu_before=$(children_cpu)
   start=$(date +%s.%N)
   status=0
   "$root/scripts/convert-library.sh" "$work/library" -o "$out" -j "$jobs" > "$work/log$jobs" 2>&1 ||
     status=$?
   end=$(date +%s.%N)
+  cpu=$(awk -v a="$cpu_before" -v b="$(children_cpu)" 'BEGIN { printf "%.2f", b - a }')
   failed=$(grep -c '^\[ *[0-9]*/[0-9]*\] [^:]*: FAILED' "$work/log$jobs" || true)
   wall=$(awk -v a="$start" -v b="$end" 'BEGIN { printf "%.2f", b - a }')
   seconds+=("$wall")
-  awk -v j="$jobs" -v w="$wall" -v t="$takes" -v f="$failed" -v s="$status" 'BEGIN {
-    printf "-j %d: %.1f s, %.1f clips a minute, %d failed (exit status %d)\n", j, w, t * 60 / w, f, s }'
+  awk -v j="$jobs" -v w="$wall" -v c="$cpu" -v t="$takes" -v f="$failed" -v s="$status" 'BEGIN {
+    printf "-j %d: %.1f s wall, %.1f clips a minute; %.1f CPU s, %.2f CPU s a take; %d failed (exit status %d)\n",
+      j, w, t * 60 / w, c, c / t, f, s }'
   [ "$failed" -eq 0 ] || grep FAILED "$work/log$jobs" | head -3
   rm -rf "$out"
 done
 awk -v a="${seconds[0]}" -v b="${seconds[1]}" 'BEGIN { printf "speed-up from 1 to 2 processes: %.2fx\n", a / b }'
+echo "load average at the end: $(cut -d ' ' -f 1-3 /proc/loadavg) on $(nproc) cores"
