@@ -49,21 +49,24 @@ awk -v takes="$takes" -v dir="$work/library" '
 # processes of a run are its grandchildren, whose times reach here through their parents. On a
 # machine that other jobs share, CPU time is the fair measure of the work; wall time shows the
 # speed-up.
+# `times` runs in this shell, not in a command substitution, whose own children would be none.
 children_cpu() {
-  times | tail -n 1 | awk '{ split($1, u, /[ms]/); split($2, s, /[ms]/)
+  tail -n 1 "$1" | awk '{ split($1, u, /[ms]/); split($2, s, /[ms]/)
     printf "%.3f", u[1] * 60 + u[2] + s[1] * 60 + s[2] }'
 }
 
 seconds=()
 for jobs in 1 2; do
   out="$work/out$jobs"
-  cpu_before=$(children_cpu)
+  times > "$work/times_before"
   start=$(date +%s.%N)
   status=0
   "$root/scripts/convert-library.sh" "$work/library" -o "$out" -j "$jobs" > "$work/log$jobs" 2>&1 ||
     status=$?
   end=$(date +%s.%N)
-  cpu=$(awk -v a="$cpu_before" -v b="$(children_cpu)" 'BEGIN { printf "%.2f", b - a }')
+  times > "$work/times_after"
+  cpu=$(awk -v a="$(children_cpu "$work/times_before")" -v b="$(children_cpu "$work/times_after")" \
+    'BEGIN { printf "%.2f", b - a }')
   failed=$(grep -c '^\[ *[0-9]*/[0-9]*\] [^:]*: FAILED' "$work/log$jobs" || true)
   wall=$(awk -v a="$start" -v b="$end" 'BEGIN { printf "%.2f", b - a }')
   seconds+=("$wall")
