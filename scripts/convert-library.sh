@@ -20,7 +20,8 @@
 # Exit status: 0 every take converted; 1 a take failed (reported only after all the others have
 # run) or the report could not be written; 2 bad usage or no take under SRC.
 # KNRCONVERT names the converter binary (default: the one `scripts/setup.sh pipeline` builds,
-# built on the first run). Needs nothing beyond bash, coreutils and findutils (xargs -P).
+# built on the first run); a converter that cannot be run stops the script before any take.
+# Needs nothing beyond bash, coreutils and findutils (xargs -P).
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 
@@ -72,6 +73,8 @@ if [ -z "$converter" ]; then
   "$root/scripts/setup.sh" pipeline
   converter="$root/build-pipeline/bin/knrconvert"
 fi
+command -v "$converter" > /dev/null ||
+  { echo "${0##*/}: cannot run the converter \"$converter\" (not found or not executable)" >&2; exit 1; }
 case "$converter" in */*) converter="$(cd "$(dirname "$converter")" && pwd)/${converter##*/}" ;; esac
 
 mkdir -p "$out"

@@ -71,6 +71,8 @@ if [ -z "$converter" ]; then
   "$root/scripts/setup.sh" pipeline
   converter="$root/build-pipeline/bin/knrconvert"
 fi
+command -v "$converter" > /dev/null ||
+  { echo "${0##*/}: cannot run the converter \"$converter\" (not found or not executable)" >&2; exit 1; }
 
 status=0
 "$converter" "${options[@]}" "${takes[@]}" -o "$(absolute "$out")" || status=$?
