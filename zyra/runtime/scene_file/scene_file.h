@@ -55,9 +55,14 @@ CStatus ReadWholeFile(const std::string& path, std::string& text);
 // Reads scene-file text into a new scene that is not yet the open one. `fileName` names the
 // file in messages. On failure `out` is left empty and the status says what and where.
 CStatus ReadSceneText(const std::string& text, const std::string& fileName, Scene& out);
-// Reads a scene file into a new scene as it streams from disk (the file's text is never held
-// whole); fails with "<path>: cannot open: <reason>" or as ReadSceneText.
-CStatus ReadSceneFile(const std::string& path, Scene& out);
+// Files are read through a buffer of this size: a number column longer than it is parsed as it
+// streams past, shorter ones whole (by two threads when long).
+inline constexpr size_t kSceneReadBuffer = 4 << 20;
+
+// Reads a scene file into a new scene as it streams from disk through a buffer of `bufferSize`
+// bytes (the file's text is never held whole); fails with "<path>: cannot open: <reason>" or as
+// ReadSceneText.
+CStatus ReadSceneFile(const std::string& path, Scene& out, size_t bufferSize = kSceneReadBuffer);
 // Reads the branch of scene-file text under a new, detached holder and, once complete, moves it
 // under `parent` (names made unique in its name space). A whole-scene file imports as a model
 // named after the file. `out` is the imported top object.

@@ -308,8 +308,11 @@ size_t ColumnCutter::Feed(const char* data, size_t n, bool last) {
         break;
       }
       case State::kString: {
-        size_t stop = i;
-        while (stop < n && data[stop] != '"' && data[stop] != '\\') ++stop;
+        const auto* quote = static_cast<const char*>(std::memchr(data + i, '"', n - i));
+        size_t stop = quote ? static_cast<size_t>(quote - data) : n;
+        if (const auto* slash = static_cast<const char*>(std::memchr(data + i, '\\', stop - i))) {
+          stop = static_cast<size_t>(slash - data);
+        }
         text_.append(data + i, stop - i);
         if (!keyLong_ && key_.size() + (stop - i) <= kKeyChars) {
           key_.append(data + i, stop - i);

@@ -18,10 +18,6 @@ using namespace scene_reading;
 
 namespace {
 
-// Files are read through a buffer of this size: a column longer than it is parsed as it streams
-// past, shorter ones whole (by two threads when long).
-constexpr size_t kReadBuffer = 4 << 20;
-
 // ---- Header and scene ---------------------------------------------------------------------------
 
 CStatus Structural(const std::string& fileName, const FormatError& e) {
@@ -84,9 +80,9 @@ struct ReadFailure {
   int error;
 };
 
-// Parses a file as it is read, through a buffer of kReadBuffer bytes, and checks the header. A
+// Parses a file as it is read, through a buffer of `bufferSize` bytes, and checks the header. A
 // file that is no valid JSON is read again whole, for the message's line and column.
-CStatus ParseFile(const std::string& path, Json& doc, Columns& columns) {
+CStatus ParseFile(const std::string& path, Json& doc, Columns& columns, size_t bufferSize) {
   const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) return FileError(path, "cannot open", errno);
   struct stat info {};
@@ -106,7 +102,7 @@ CStatus ParseFile(const std::string& path, Json& doc, Columns& columns) {
   bool parsed = false;
   try {
     FileProgress progress(OpeningCaption(path), size);
-    parsed = ParseJsonStream(read, kReadBuffer, doc, columns,
+    parsed = ParseJsonStream(read, bufferSize, doc, columns,
                              [&progress](size_t n) { progress.Advance(n); });
   } catch (const ReadFailure& e) {
     ::close(fd);
@@ -289,10 +285,10 @@ CStatus ReadSceneText(const std::string& text, const std::string& fileName, Scen
   return status.Succeeded() ? BuildScene(doc, columns, fileName, out) : status;
 }
 
-CStatus ReadSceneFile(const std::string& path, Scene& out) {
+CStatus ReadSceneFile(const std::string& path, Scene& out, size_t bufferSize) {
   Json doc;
   Columns columns;
-  CStatus status = ParseFile(path, doc, columns);
+  CStatus status = ParseFile(path, doc, columns, bufferSize);
   return status.Succeeded() ? BuildScene(doc, columns, path, out) : status;
 }
 
@@ -310,7 +306,7 @@ CStatus ReadBranchFile(const std::string& path, const std::shared_ptr<X3D>& pare
   out.reset();
   Json doc;
   Columns columns;
-  CStatus status = ParseFile(path, doc, columns);
+  CStatus status = ParseFile(path, doc, columns, kSceneReadBuffer);
   return status.Succeeded() ? BuildBranch(doc, columns, path, parent, out) : status;
 }
 
