@@ -205,30 +205,19 @@ int Main(int argc, char** argv) {
 
 // The last take's scene (hundreds of thousands of curves on a long take) is not taken apart
 // piece by piece at exit: every file is closed by then, and the system frees the memory at once.
+// Sanitizer builds exit as usual, so that the leak checker sees the end of the run.
 [[noreturn]] void Exit(int status) {
   std::cout.flush();
   std::cerr.flush();
   std::fflush(nullptr);
+#if defined(__SANITIZE_ADDRESS__)
+  std::exit(status);
+#else
   std::_Exit(status);
-}
-
-// A long take's curves and scene text fill a few hundred megabytes; backed by transparent huge
-// pages (where the system offers them on request) the road needs a quarter less CPU time, most
-// of it once spent on address translation misses. The allocator takes that request only from
-// its tunable at start, so the converter runs itself again once with it set. On failure, or with
-// the tunable already given, it goes on as it is.
-void UseHugePages(char** argv) {
-  constexpr const char* kTunable = "glibc.malloc.hugetlb=1";
-  const char* current = std::getenv("GLIBC_TUNABLES");
-  std::string value = current ? current : "";
-  if (value.find("glibc.malloc.hugetlb") != std::string::npos) return;
-  value = value.empty() ? kTunable : value + ":" + kTunable;
-  if (setenv("GLIBC_TUNABLES", value.c_str(), 1) != 0) return;
-  execv("/proc/self/exe", argv);
+#endif
 }
 
 int main(int argc, char** argv) {
-  UseHugePages(argv);
   // A long take builds and drops buffers of tens of megabytes (curves, scene file text). Kept in
   // the heap instead of being mapped and unmapped each time, their pages are not faulted in
   // afresh for every one: a good part of a long take's system time.

@@ -74,13 +74,20 @@ struct RunResult {
 };
 
 RunResult Convert(const std::string& args) {
-  const fs::path log = fs::temp_directory_path() / "knrconvert_test_stdout.txt";
+  // One log per test: ctest runs the tests of this file in parallel processes.
+  const fs::path log =
+      fs::temp_directory_path() /
+      ("knrconvert_" +
+       std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()) + ".out");
   const std::string command =
       std::string(KNRCONVERT_PATH) + " " + args + " > " + log.string() + " 2>/dev/null";
   const int raw = std::system(command.c_str());
   std::ifstream in(log);
   std::stringstream text;
   text << in.rdbuf();
+  in.close();
+  std::error_code error;
+  fs::remove(log, error);
   return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, text.str()};
 }
 

@@ -113,6 +113,7 @@ class ProgressBarObject : public Object {
     if (!visible) return;
     if (ProgressRecord* record = Record()) record->visible = false;
     visible = false;
+    drawn.clear();
     if (IsTerminal()) std::cerr << "\r\033[K" << std::flush;
   }
   void Update() {
@@ -123,9 +124,15 @@ class ProgressBarObject : public Object {
     }
     Draw();
   }
-  static bool IsTerminal() { return isatty(STDERR_FILENO) == 1; }
-  // One line: caption, a 30-character bar and the percentage, redrawn in place.
-  void Draw() const {
+  // Asked once: the answer does not change during a run, and a long operation updates its bar
+  // once a frame.
+  static bool IsTerminal() {
+    static const bool terminal = isatty(STDERR_FILENO) == 1;
+    return terminal;
+  }
+  // One line: caption, a 30-character bar and the percentage, redrawn in place when what it
+  // shows has changed (not at every update of a bar stepped once a frame).
+  void Draw() {
     if (!visible || !IsTerminal()) return;
     constexpr int kWidth = 30;
     double span = static_cast<double>(maximum - minimum);
@@ -134,11 +141,14 @@ class ProgressBarObject : public Object {
     int filled = static_cast<int>(done * kWidth);
     std::string bar(static_cast<size_t>(filled), '#');
     bar.append(static_cast<size_t>(kWidth - filled), '.');
-    std::cerr << "\r\033[K" << ToUtf8(caption) << " [" << bar << "] "
-              << static_cast<int>(done * 100.0) << "%";
-    if (!statusText.empty()) std::cerr << " " << ToUtf8(statusText);
-    std::cerr << std::flush;
+    std::string line = ToUtf8(caption) + " [" + bar + "] " +
+                       std::to_string(static_cast<int>(done * 100.0)) + "%";
+    if (!statusText.empty()) line += " " + ToUtf8(statusText);
+    if (line == drawn) return;
+    drawn = line;
+    std::cerr << "\r\033[K" << line << std::flush;
   }
+  std::string drawn;  // the line on the terminal now
 };
 
 ProgressBarObject* BarOf(const CRef& ref) {
