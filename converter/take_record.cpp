@@ -1,26 +1,18 @@
-// The take file: decimation of the plot series and the JSON text (layout in take_record.h).
+// The take file: the plot series thinned and the JSON text (layout in take_record.h).
 #include "take_record.h"
 
 #include <algorithm>
-#include <fstream>
+#include <limits>
 #include <nlohmann/json.hpp>
-#include <system_error>
+
+#include "atomic_file.h"
+#include "converter/report/plot_series.h"
+#include "converter/report/take_file.h"
 
 namespace knrconvert {
 namespace {
 
 using json = nlohmann::ordered_json;
-
-struct Bucket {
-  size_t begin, end;
-};
-
-std::vector<Bucket> Buckets(size_t count) {
-  std::vector<Bucket> buckets;
-  const size_t n = kMaxPlotPoints / 2;
-  for (size_t b = 0; b < n; ++b) buckets.push_back({b * count / n, (b + 1) * count / n});
-  return buckets;
-}
 
 json Intervals(const std::vector<Interval>& intervals) {
   json out = json::array();
@@ -29,36 +21,6 @@ json Intervals(const std::vector<Interval>& intervals) {
 }
 
 }  // namespace
-
-std::vector<size_t> PlotIndices(size_t count) {
-  std::vector<size_t> indices;
-  if (count <= kMaxPlotPoints) {
-    for (size_t i = 0; i < count; ++i) indices.push_back(i);
-    return indices;
-  }
-  for (const Bucket& b : Buckets(count)) {
-    indices.push_back(b.begin);
-    indices.push_back(b.begin + (b.end - b.begin) / 2);
-  }
-  return indices;
-}
-
-std::vector<double> DecimateSeries(const std::vector<double>& series, bool minMax) {
-  if (series.size() <= kMaxPlotPoints) return series;
-  std::vector<double> out;
-  if (!minMax) {
-    for (size_t i : PlotIndices(series.size())) out.push_back(series[i]);
-    return out;
-  }
-  for (const Bucket& b : Buckets(series.size())) {
-    const auto first = series.begin() + static_cast<std::ptrdiff_t>(b.begin);
-    const auto last = series.begin() + static_cast<std::ptrdiff_t>(b.end);
-    const auto [low, high] = std::minmax_element(first, last);
-    out.push_back(low < high ? *low : *high);
-    out.push_back(low < high ? *high : *low);
-  }
-  return out;
-}
 
 bool WriteTakeRecord(const TakeRecord& r, const std::filesystem::path& dir, std::string& error) {
   json j;
@@ -103,39 +65,40 @@ bool WriteTakeRecord(const TakeRecord& r, const std::filesystem::path& dir, std:
   if (count > 0 || r.seam) {
     json plots = json::object();
     if (count > 0) {
-      json frames = json::array();
-      for (size_t i : PlotIndices(count)) frames.push_back(r.firstFrame + static_cast<int>(i));
-      plots["frames"] = frames;
-      plots["heel"] = json::object();
-      for (const auto& [foot, series] : r.heel) plots["heel"][foot] = DecimateSeries(series, true);
+      std::vector<double> frames(count);
+      for (size_t i = 0; i < count; ++i) frames[i] = r.firstFrame + static_cast<double>(i);
+      std::map<std::string, std::vector<double>> heel = r.heel;
+      std::vector<std::vector<double>*> series;
+      for (auto& [foot, values] : heel) {
+        values.resize(count, std::numeric_limits<double>::quiet_NaN());
+        series.push_back(&values);
+      }
+      ThinTimeSeries(frames, series, kPlotPointBudget);
+      json whole = json::array();
+      for (double f : frames) whole.push_back(static_cast<int>(f));
+      plots["frames"] = std::move(whole);
+      plots["heel"] = heel;
       plots["heightLimit"] = r.heightLimit;
-      plots["path"] = {{"x", DecimateSeries(r.pathX, false)},
-                       {"z", DecimateSeries(r.pathZ, false)}};
+      std::vector<double> x = r.pathX, z = r.pathZ;
+      ThinPath(x, z, kPlotPointBudget);
+      plots["path"] = {{"x", x}, {"z", z}};
     }
     if (r.seam) {
-      plots["seam"] = {{"channel", r.seam->channel},
-                       {"frames", r.seam->frames},
-                       {"before", r.seam->before},
-                       {"after", r.seam->after}};
+      SeamPlot seam = *r.seam;
+      ThinTimeSeries(seam.frames, {&seam.before, &seam.after}, kPlotPointBudget);
+      plots["seam"] = {{"channel", seam.channel},
+                       {"frames", seam.frames},
+                       {"before", seam.before},
+                       {"after", seam.after}};
     }
     j["plots"] = plots;
   }
 
   const std::filesystem::path target = dir / (r.take + ".json");
-  const std::filesystem::path temp = dir / ("." + r.take + ".json.part");
-  {
-    std::ofstream out(temp, std::ios::binary | std::ios::trunc);
-    out << j.dump() << "\n";
-    if (!out.good()) {
-      error = "cannot write \"" + target.string() + "\"";
-      return false;
-    }
-  }
-  std::error_code ec;
-  std::filesystem::rename(temp, target, ec);
-  if (ec) {
-    std::filesystem::remove(temp, ec);
-    error = "cannot write \"" + target.string() + "\"";
+  const Zyra::CStatus status = Zyra::rt::WriteFileReplacing(target.string(), j.dump() + "\n");
+  if (!status.Succeeded()) {
+    error = "cannot write \"" + target.string() + "\": " +
+            Zyra::ToUtf8(status.GetMessage().Wide());
     return false;
   }
   return true;

@@ -1,11 +1,9 @@
 // What the converter learnt about one take, and its `<take>.json` file.
 //
 // Fields that are not known (a take that failed early) stay unset and are left out of the file.
-// Plot series are cut to at most kMaxPlotPoints points: a longer take is split into
-// kMaxPlotPoints / 2 buckets of frames, and each bucket gives two points, at its first frame and
-// at its middle frame; a heel series takes the bucket's minimum and maximum there (in the order
-// they occur), so a short lift or landing still shows; the root path takes its values at those
-// two frames (a path has no minimum and maximum of its own).
+// Plot series are thinned to the report's point budget by the report's own rules
+// (converter/report/plot_series.h): the heel heights and the seam min/max per bucket of frames, so
+// a short lift or landing still shows; the root path by even steps along it, ends kept.
 #pragma once
 
 #include <filesystem>
@@ -17,8 +15,6 @@
 #include "loop_window.h"
 
 namespace knrconvert {
-
-inline constexpr size_t kMaxPlotPoints = 4000;
 
 struct FootRecord {
   std::string joint;
@@ -61,14 +57,8 @@ struct TakeRecord {
   std::optional<SeamPlot> seam;
 };
 
-// The samples kept for the plots of `count` samples (indices into the series): all of them up
-// to kMaxPlotPoints, else each bucket's first and middle sample.
-std::vector<size_t> PlotIndices(size_t count);
-// A series cut to the plot points: min/max per bucket when `minMax`, else sampled.
-std::vector<double> DecimateSeries(const std::vector<double>& series, bool minMax);
-
-// Writes `dir/<take>.json` (through a temporary file and a rename). False with `error` set when
-// the file cannot be written.
+// Writes `dir/<take>.json` (through a temporary file and a rename, as the host writes files).
+// False with `error` set when the file cannot be written.
 bool WriteTakeRecord(const TakeRecord& record, const std::filesystem::path& dir,
                      std::string& error);
 
