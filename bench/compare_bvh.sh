@@ -14,8 +14,7 @@ cmake --build "$build" -j2 --target bvh_read_tool > /dev/null
 tool=$build/bin/bvh_read_tool
 
 if [ ! -f "$big" ]; then
-  shared=$root/../shared/data/bvh
-  [ -d "$shared" ] || shared=$root/../../shared/data/bvh
+  shared=$root/tests/data/mocap/bvh
   "$tool" --make-big "$shared/01_03.bvh" "$frames" "$big"
 fi
 

@@ -7,7 +7,7 @@
 #
 #   bench/library_cost.sh [TAKES]
 #
-# The takes are cut from ../shared/data/bvh/01_03.bvh (31 joints): its frames repeated to one
+# The takes are cut from tests/data/mocap/bvh/01_03.bvh (31 joints): its frames repeated to one
 # minute at the rate its frame time gives, each take starting at another frame so that no two are
 # alike. They live in a temporary folder, removed at the end, as is each run's output.
 # KNRCONVERT names the converter to measure (default: the one `scripts/setup.sh pipeline` builds,
@@ -15,7 +15,7 @@
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 takes="${1:-100}"
-source_take="$root/../shared/data/bvh/01_03.bvh"
+source_take="$root/tests/data/mocap/bvh/01_03.bvh"
 [ -f "$source_take" ] || { echo "library_cost: $source_take is missing" >&2; exit 1; }
 if [ -z "${KNRCONVERT:-}" ]; then
   "$root/scripts/setup.sh" pipeline

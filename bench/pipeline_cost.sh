@@ -15,8 +15,7 @@ build=$root/build-bench
 cmake --build "$build" -j2 --target knrconvert knrexport bvh_read_tool > /dev/null
 tool=$build/bin/bvh_read_tool
 convert=$build/bin/knrconvert
-shared=$root/../shared/data/bvh
-[ -d "$shared" ] || shared=$root/../../shared/data/bvh
+shared=$root/tests/data/mocap/bvh
 work=$(mktemp -d /tmp/knrconvert_cost.XXXXXX)
 trap 'rm -rf "$work"' EXIT
 

@@ -16,8 +16,7 @@ build=$root/build-bench
 cmake --build "$build" -j2 --target zyra knrexport bvh_read_tool > /dev/null
 zyra=$build/bin/zyra
 tool=$build/bin/bvh_read_tool
-shared=$root/../shared/data/bvh
-[ -d "$shared" ] || shared=$root/../../shared/data/bvh
+shared=$root/tests/data/mocap/bvh
 if ! command -v assimp > /dev/null; then
   sudo=""
   [ "$(id -u)" -eq 0 ] || sudo=sudo

@@ -14,8 +14,7 @@ cmake --build "$build" -j2 --target fuzz_bvh_reader
 
 corpus=$build/bvh_corpus
 mkdir -p "$corpus"
-shared=$root/../shared/data/bvh
-[ -d "$shared" ] || shared=$root/../../shared/data/bvh
+shared=$root/tests/data/mocap/bvh
 for f in "$shared"/*.bvh "$root"/tests/data/bvh/*.bvh; do
   [ -f "$f" ] || continue
   # The hierarchy and three frames, with the frame count to match.

@@ -389,9 +389,9 @@ TEST_F(GenerateTest, CapturedBoxerThroughTheScript) {
   text << in.rdbuf();
   std::string script = text.str();
   const std::string data = KNR_SHARED_DATA_DIR;
-  for (size_t at = 0; (at = script.find("../shared/data", at)) != std::string::npos;
-       at += data.size()) {
-    script.replace(at, 14, data);
+  const std::string relative = "tests/data/mocap";  // the script's paths, from the checkout
+  for (size_t at = 0; (at = script.find(relative, at)) != std::string::npos; at += data.size()) {
+    script.replace(at, relative.size(), data);
   }
   ASSERT_TRUE(rt::RunScriptText(FromUtf8(script), "generate_boxing.zys").Succeeded());
   Model source(Application().GetObjectFromPath(L"Boxer")),
