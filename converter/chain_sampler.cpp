@@ -1,6 +1,8 @@
 // Frame-by-frame global transforms composed from local channels (see chain_sampler.h).
 #include "chain_sampler.h"
 
+#include <algorithm>
+
 #include "zyra/application.h"
 #include "zyra/kinematics.h"
 
@@ -60,6 +62,40 @@ void ChainSampler::At(double frame) {
         node.parent < 0 ? top_ : nodes_[static_cast<size_t>(node.parent)].global;
     node.global = Zyra::MATH::CTransformation::Compose(parent, local);
   }
+}
+
+RelativePoses SampleRelativePoses(const Zyra::X3DObject& cog, int first, int last,
+                                  double frameTime) {
+  ChainSampler sampler;
+  std::vector<int> slots;
+  std::vector<Zyra::X3DObject> stack = {cog};
+  while (!stack.empty()) {
+    const Zyra::X3DObject object = stack.back();
+    stack.pop_back();
+    slots.push_back(sampler.Add(object));
+    const Zyra::CRefArray children = object.GetChildren();
+    for (long i = children.GetCount() - 1; i >= 0; --i) {
+      Zyra::X3DObject child(children[i]);
+      if (child.IsValid()) stack.push_back(child);
+    }
+  }
+  const int joints = static_cast<int>(slots.size());
+  const int frames = std::max(0, last - first + 1);
+  std::vector<Vec3f> positions(static_cast<size_t>(frames) * slots.size());
+  std::vector<Quatf> cogRotation(static_cast<size_t>(frames));
+  for (int f = 0; f < frames; ++f) {
+    sampler.At(first + f);
+    for (int j = 0; j < joints; ++j) {
+      double x, y, z;
+      sampler.Global(slots[static_cast<size_t>(j)]).GetTranslationValues(x, y, z);
+      positions[static_cast<size_t>(f) * slots.size() + static_cast<size_t>(j)] = {
+          static_cast<float>(x), static_cast<float>(y), static_cast<float>(z)};
+    }
+    const Zyra::MATH::CQuaternion q = sampler.Global(slots[0]).GetRotationQuaternion();
+    cogRotation[static_cast<size_t>(f)] = {static_cast<float>(q.GetX()), static_cast<float>(q.GetY()),
+                                           static_cast<float>(q.GetZ()), static_cast<float>(q.GetW())};
+  }
+  return RelativeToCog(frameTime, joints, positions, cogRotation, 0);
 }
 
 }  // namespace knrconvert

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "loop_window.h"
 #include "zyra/fcurve.h"
 #include "zyra/math.h"
 #include "zyra/x3dobject.h"
@@ -43,5 +44,10 @@ class ChainSampler {
   std::vector<Node> nodes_;  // parents before children
   Zyra::MATH::CTransformation top_;
 };
+
+// The pose relative to `cog` of `cog` and every object below it (`cog` is joint 0), as the
+// action applied to its model now plays it, at frames first..last.
+RelativePoses SampleRelativePoses(const Zyra::X3DObject& cog, int first, int last,
+                                  double frameTime);
 
 }  // namespace knrconvert

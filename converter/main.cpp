@@ -88,7 +88,10 @@ std::string TakeLine(const TakeRecord& r) {
   }
   const double total = r.seconds.empty() ? 0.0 : r.seconds.back().second;
   std::snprintf(text, sizeof text, ", %.1f s", total);
-  return line + text;
+  line += text;
+  // What a person should look at goes on the take's own line, so a library run shows it too.
+  for (const std::string& warning : r.warnings) line += "; warning: " + warning;
+  return line;
 }
 
 int Convert(const Options& options, const fs::path& dir) {
@@ -147,19 +150,28 @@ int Main(int argc, char** argv) {
                    "Convert nothing: write DIR/report.html from the take files in DIR");
   auto* noReport = app.add_flag("--no-report", options.noReport, "Convert, write no report");
   reportOnly->excludes(noReport);
-  app.add_option("--threshold", options.convert.threshold,
-                 "Foot-contact threshold of the Locomotion skill (default 0.2)")
+  app.add_option_function<double>(
+         "--threshold", [&options](double value) { options.convert.threshold = value; },
+         "Foot-contact threshold of every Locomotion skill (default: chosen per take, the one "
+         "whose contacts agree best with the feet's own motion)")
       ->check(CLI::Range(0.0, 1.0))
       ->type_name("X");
   // The actor import takes scales up to 1 (lengths are only ever made smaller).
   app.add_option("--scale", options.convert.scale, "BVH scale, 0.0001 to 1 (default 1)")
       ->check(CLI::Range(0.0001, 1.0))
       ->type_name("S");
+  app.add_flag("--optimize", options.convert.optimize,
+               "Generate a pruned actor (Generate's Optimize) instead of the take's whole skeleton");
+  app.add_flag("--keep-conditioned", options.convert.keepConditioned,
+               "Keep the conditioned take that the import read as DIR/<take>.conditioned.bvh");
   app.add_flag("--quiet", options.quiet, "No progress bars, only the per-take lines and errors");
   app.footer(
       "\nPer take, in DIR: <take>.zyra (the working scene), <take>.actor.zyra and "
       "<take>.actor.wgmp\n"
       "(the saved actor), <take>.json; and report.html for the run.\n"
+      "A take whose rotation orders, top joint, root position or up axis differ from what the\n"
+      "import reads is conditioned first (the same poses, written the way the import reads them);\n"
+      "its take file says what was done.\n"
       "Exit status: 0 every take converted, 1 a take failed (the others are still converted), 2 "
       "bad usage.");
   try {

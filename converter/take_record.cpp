@@ -37,19 +37,31 @@ bool WriteTakeRecord(const TakeRecord& r, const std::filesystem::path& dir, std:
     for (const FootRecord& foot : r.feet)
       j["feet"].push_back({{"joint", foot.joint}, {"found", foot.found}});
   }
+  if (r.conditioning) {
+    const ConditionRecord& c = *r.conditioning;
+    j["conditioning"] = {{"changed", c.changed}, {"notes", c.notes}, {"units", c.units}};
+    if (c.metresPerUnit > 0) j["conditioning"]["metresPerUnit"] = c.metresPerUnit;
+    if (!c.keptFile.empty()) j["conditioning"]["file"] = c.keptFile;
+  }
   if (!r.skill.empty()) j["skill"] = r.skill;
   if (r.threshold) j["threshold"] = *r.threshold;
   if (!r.contacts.empty()) {
     j["contacts"] = json::object();
     for (const auto& [foot, intervals] : r.contacts) j["contacts"][foot] = Intervals(intervals);
   }
+  if (!r.contactAgreement.empty()) j["contactAgreement"] = r.contactAgreement;
   if (r.distance) j["distance"] = *r.distance;
   if (r.headingChange) j["headingChange"] = *r.headingChange;
+  if (r.hipHeight) j["hipHeight"] = *r.hipHeight;
+  if (r.legLength) j["legLength"] = *r.legLength;
   if (r.loop) {
     j["loop"] = {{"start", r.loop->start},
                  {"end", r.loop->end},
                  {"seamBefore", r.loop->seamBefore},
-                 {"seamAfter", r.loop->seamAfter}};
+                 {"seamAfter", r.loop->seamAfter},
+                 {"loopStep", r.loop->loopStep},
+                 {"sourceStep", r.loop->sourceStep},
+                 {"rejected", r.loop->rejected}};
     if (!r.loop->foot.empty()) j["loop"]["foot"] = r.loop->foot;
   }
   j["warnings"] = r.warnings;

@@ -23,8 +23,23 @@ struct FootRecord {
 
 struct LoopRecord {
   int start = 0, end = 0;
-  std::string foot;  // empty for a whole-take loop
+  std::string foot;  // empty for a window that is no gait cycle
+  // How far the pose at the end is from the pose at the start (the largest distance of a joint
+  // relative to the COG, in the take's units), before and after Make Loop blended it.
   double seamBefore = 0, seamAfter = 0;
+  // The largest one-frame move of a joint relative to the COG in the made loop (its wrap
+  // included) and inside the source window; windows tried before this one popped.
+  double loopStep = 0, sourceStep = 0;
+  int rejected = 0;
+};
+
+// What conditioning did to the take before the plug-in read it.
+struct ConditionRecord {
+  bool changed = false;
+  std::vector<std::string> notes;
+  std::string units;  // "centimetres", "metres", ... as inferred from the skeleton
+  double metresPerUnit = 0;
+  std::string keptFile;  // the conditioned take, when kept beside the outputs
 };
 
 struct SeamPlot {
@@ -40,10 +55,14 @@ struct TakeRecord {
   std::optional<double> frameTime;
   std::string cog;
   std::vector<FootRecord> feet;
+  std::optional<ConditionRecord> conditioning;
   std::string skill;  // "Locomotion" or "Basic"
   std::optional<double> threshold;
   std::map<std::string, std::vector<Interval>> contacts;
-  std::optional<double> distance, headingChange;
+  // Per foot, the share of frames where the keyed contacts agree with the converter's own
+  // stance estimate (a Basic take: where the estimate says the foot is planted, in `contacts`).
+  std::map<std::string, double> contactAgreement;
+  std::optional<double> distance, headingChange, hipHeight, legLength;
   std::optional<LoopRecord> loop;
   std::vector<std::string> warnings;
   std::vector<std::pair<std::string, double>> seconds;  // phase -> seconds, in order

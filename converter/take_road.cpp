@@ -13,9 +13,14 @@
 #include <map>
 #include <sstream>
 
+#include "bvh_take.h"
 #include "chain_sampler.h"
 #include "feet_finder.h"
 #include "host.h"
+#include "loop_window.h"
+#include "road_script.h"
+#include "stance.h"
+#include "take_conditioning.h"
 #include "travel.h"
 #include "zyra/action.h"
 #include "zyra/application.h"
@@ -38,90 +43,25 @@ using Zyra::MATH::CTransformation;
 using Zyra::MATH::CVector3;
 namespace rt = Zyra::rt;
 
-constexpr double kRadToDeg = 57.29577951308232;
-constexpr double kTravelSamplesPerSecond = 4.0;
 constexpr double kWholeRateTolerance = 1e-4;
-constexpr double kMinCycleSeconds = 0.5;  // shorter "cycles" come from a contact that flickers
-
-// What the file's header says (frames, frame time); the import checks the rest.
-struct BvhHeader {
-  int frames = 0;
-  double frameTime = 0;
-  bool ok = false;
-};
-
-BvhHeader ReadHeader(const std::filesystem::path& path) {
-  BvhHeader header;
-  std::ifstream in(path);
-  std::string word;
-  while (in >> word) {
-    if (word == "Frames:") in >> header.frames;
-    if (word == "Time:") {
-      in >> header.frameTime;
-      header.ok = in.good() && header.frames > 0 && header.frameTime > 0;
-      break;
-    }
-  }
-  return header;
-}
-
-// Text as a quoted script string.
-std::string Quote(const std::string& text) {
-  std::string out = "\"";
-  for (char c : text) {
-    if (c == '"' || c == '\\') out += '\\';
-    out += c;
-  }
-  return out + "\"";
-}
-
-// A double as script text (always with a point or an exponent, so it stays a double).
-std::string Num(double value) {
-  char buffer[40];
-  for (int digits = 1; digits <= 17; ++digits) {  // the shortest text that reads back exactly
-    std::snprintf(buffer, sizeof buffer, "%.*g", digits, value);
-    if (std::strtod(buffer, nullptr) == value) break;
-  }
-  std::string text = buffer;
-  if (text.find_first_of(".eE") == std::string::npos) text += ".0";
-  return text;
-}
-
-// An object name that scripts can write bare: letters, digits and "_", not starting with a digit.
-std::string ActorName(const std::string& take) {
-  std::string name;
-  for (char c : take) name += std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
-  if (name.empty() || std::isdigit(static_cast<unsigned char>(name[0]))) name = "Take_" + name;
-  return name;
-}
+constexpr int kMinFrames = 2;  // a take of one frame holds no motion
 
 double Seconds(std::chrono::steady_clock::time_point since) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - since).count();
-}
-
-X3DObject Find(const std::string& path) {
-  return X3DObject(Zyra::Application().GetObjectFromPath(FromUtf8(path)));
-}
-
-// Fcurve items of an action source by target ("Hips.kine.local.rotx").
-std::map<std::string, Zyra::FCurve> CurveItems(const std::string& sourcePath) {
-  std::map<std::string, Zyra::FCurve> curves;
-  Zyra::ActionSource source(Zyra::Application().GetObjectFromPath(FromUtf8(sourcePath)));
-  if (!source.IsValid()) return curves;
-  for (const CRef& ref : source.GetItems()) {
-    Zyra::AnimationSourceItem item(ref);
-    if (!item.IsValid() || item.IsStatic()) continue;
-    Zyra::FCurve curve(item.GetSource());
-    if (curve.IsValid()) curves.emplace(ToUtf8(item.GetTarget().Wide()), curve);
-  }
-  return curves;
 }
 
 class Road {
  public:
   Road(const std::filesystem::path& bvh, const std::filesystem::path& dir,
        const ConvertOptions& options, TakeRecord& record)
-      : bvh_(bvh), dir_(dir), options_(options), r_(record) {}
+      : bvh_(bvh), dir_(dir), options_(options), r_(record), actor_(ActorName(record.take)) {}
+
+  ~Road() {
+    std::error_code ec;
+    if (!temporary_.empty()) std::filesystem::remove(temporary_, ec);
+  }
+  Road(const Road&) = delete;
+  Road& operator=(const Road&) = delete;
 
   bool Run() {
     const auto start = std::chrono::steady_clock::now();
@@ -129,8 +69,8 @@ class Road {
     host.NewScene();
     host.ClearLog();
     host.ui() = rt::UiState{};
-    bool ok = Import() && Analyse() && (travels_ || KeyRootAtRest()) && Generate() && Skill() &&
-              Loop() && Save();
+    bool ok = Condition() && Import() && Analyse() && (travels_ || KeyRootAtRest()) &&
+              Generate() && Skill() && Loop() && Save();
     r_.seconds.emplace_back("total", Seconds(start));
     CollectWarnings();
     r_.ok = ok;
@@ -139,7 +79,7 @@ class Road {
 
  private:
   // Runs script lines as step `phase`; on failure the reason is the runner's message without the
-  // script's own name and line.
+  // script's own name and line, and with the take's own file where it named the conditioned one.
   bool Script(const std::string& phase, const std::string& text) {
     CStatus status = rt::RunScriptText(FromUtf8(text), phase);
     CollectWarnings();
@@ -150,7 +90,16 @@ class Road {
       size_t colon = message.find(": ", prefix.size());
       if (colon != std::string::npos) message = message.substr(colon + 2);
     }
-    return Fail(phase + ": " + message);
+    return Fail(phase + ": " + OwnFile(message));
+  }
+
+  // `text` with the conditioned file's path replaced by the take's own.
+  std::string OwnFile(std::string text) const {
+    const std::string read = importPath_.string();
+    if (read.empty() || read == bvh_.string()) return text;
+    for (size_t at = text.find(read); at != std::string::npos; at = text.find(read, at))
+      text.replace(at, read.size(), bvh_.string());
+    return text;
   }
 
   // Records why the road stopped; the reason names the take's file when the message does not.
@@ -160,11 +109,12 @@ class Road {
     return false;
   }
 
+  void Warn(const std::string& text) { r_.warnings.push_back(text); }
+
   void CollectWarnings() {
     const auto& lines = rt::Host::Get().LogLines();
     for (; logSeen_ < lines.size(); ++logSeen_) {
-      if (lines[logSeen_].severity == rt::kSevWarning)
-        r_.warnings.push_back(ToUtf8(lines[logSeen_].text));
+      if (lines[logSeen_].severity == rt::kSevWarning) Warn(OwnFile(ToUtf8(lines[logSeen_].text)));
     }
   }
 
@@ -179,33 +129,75 @@ class Road {
     r_.seconds.emplace_back(name, Seconds(since));
   }
 
+  bool Condition() {
+    const auto start = std::chrono::steady_clock::now();
+    importPath_ = bvh_;
+    BvhTake take;
+    if (!ParseBvhTake(bvh_, take, readError_)) return true;  // the import says what is wrong
+    r_.frames = take.frames;
+    r_.frameTime = take.frameTime;
+    if (take.frames < kMinFrames) {
+      return Fail("the take has " + std::to_string(take.frames) +
+                  " frame: there is no motion to make a skill of");
+    }
+    const ConditionReport report = ConditionTake(take);
+    ConditionRecord record;
+    record.changed = report.changed;
+    record.notes = report.notes;
+    record.units = report.units;
+    record.metresPerUnit = report.metresPerUnit;
+    for (const std::string& warning : report.warnings) Warn(warning);
+    if (report.changed) {
+      std::string error;
+      if (options_.keepConditioned) {
+        importPath_ = dir_ / (r_.take + ".conditioned.bvh");
+        record.keptFile = importPath_.filename().string();
+      } else {
+        importPath_ = std::filesystem::temp_directory_path() /
+                      ("knrconvert-" + std::to_string(getpid()) + "-" + actor_ + ".bvh");
+        temporary_ = importPath_;
+      }
+      if (!WriteBvhTake(take, importPath_, error)) {
+        importPath_.clear();
+        return Fail("condition: " + error);
+      }
+      std::string notes;
+      for (const std::string& note : report.notes) notes += (notes.empty() ? "" : "; ") + note;
+      Info("conditioned: " + notes);
+    }
+    r_.conditioning = record;
+    poses_ = ComputePoses(take);
+    havePoses_ = true;
+    Phase("condition", start);
+    return true;
+  }
+
   bool Import() {
     const auto start = std::chrono::steady_clock::now();
-    actor_ = ActorName(r_.take);
-    const BvhHeader header = ReadHeader(bvh_);
     std::ostringstream s;
-    if (header.ok) {
-      const double rate = 1.0 / header.frameTime;
+    if (r_.frameTime && *r_.frameTime > 0) {
+      const double rate = 1.0 / *r_.frameTime;
       if (std::fabs(rate - std::round(rate)) <= kWholeRateTolerance * rate) {
         s << "SetValue preferences.output_format.frame_rate " << Num(std::round(rate)) << "\n";
       }
     }
-    const std::string file = Quote(bvh_.string());
+    const std::string file = Quote(importPath_.string());
     s << "Answer Page \"Import BVH Actor\" BVHFile=" << file << " ActorName=\"" << actor_
       << "\" Box=true Scale=" << Num(options_.scale) << " Filter=\"\" Remove=\"\"\n"
       << "KnrImportBVHActor\n"
       << "KnrAddBVHAction " << actor_ << " " << file << " \"Take\" " << Num(options_.scale)
       << " true \"\" \"\" true\n";
     if (!Script("import", s.str())) return false;
-    if (header.ok) {
-      r_.frames = header.frames;
-      r_.frameTime = header.frameTime;
-    }
+    // The import read a file that the converter could not: what it could not read still stops
+    // the take, since the analysis needs the poses.
+    if (!havePoses_) return Fail("read: " + readError_);
     Zyra::ActionSource source(
         Zyra::Application().GetObjectFromPath(FromUtf8(actor_ + ".Sources.Take")));
     if (!source.IsValid()) return Fail("import: the take made no action");
     first_ = static_cast<int>(std::lround(source.GetParameterValue(L"FrameStart").AsDouble()));
     last_ = static_cast<int>(std::floor(source.GetParameterValue(L"FrameEnd").AsDouble() + 1e-6));
+    // Host frames per take frame (1 when the scene runs at the take's rate).
+    framesPerTakeFrame_ = poses_.frames > 1 ? (last_ - first_) / double(poses_.frames - 1) : 1.0;
     if (!TagActor()) return false;
     Phase("import", start);
     return true;
@@ -215,7 +207,6 @@ class Road {
     X3DObject srt = Find(actor_ + ".GlobalSRT");
     if (!srt.IsValid()) return Fail("import: the actor has no GlobalSRT");
     std::vector<SkeletonJoint> joints;
-    std::vector<std::string> names;
     std::vector<std::pair<X3DObject, int>> stack;
     for (const CRef& child : srt.GetChildren()) stack.emplace_back(X3DObject(child), -1);
     std::reverse(stack.begin(), stack.end());
@@ -244,9 +235,11 @@ class Road {
              joints[static_cast<size_t>(found.right.index)].name};
     r_.cog = cog_;
     r_.feet = {{feet_[0], found.left.how}, {feet_[1], found.right.how}};
-    hipHeight_ = joints[static_cast<size_t>(found.cog.index)].y -
-                 std::min(joints[static_cast<size_t>(found.left.index)].y,
-                          joints[static_cast<size_t>(found.right.index)].y);
+    body_.cog = PoseJoint(cog_);
+    body_.leftFoot = PoseJoint(feet_[0]);
+    body_.rightFoot = PoseJoint(feet_[1]);
+    if (body_.cog < 0 || body_.leftFoot < 0 || body_.rightFoot < 0)
+      return Fail("import: the actor's joints are not the take's");
     Info("COG " + cog_ + " (by " + found.cog.how + "), feet " + feet_[0] + " (by " +
          found.left.how + ") and " + feet_[1] + " (by " + found.right.how + ")");
     std::ostringstream s;
@@ -258,45 +251,60 @@ class Road {
     return Script("tag", s.str());
   }
 
-  // The COG's ground path at a few samples a second: distance, heading change, travel or not.
+  // The pose series' joint of a scene object: the import names objects after the take's joints,
+  // with ":" written "_".
+  int PoseJoint(const std::string& object) const {
+    for (int j = 0; j < poses_.Joints(); ++j) {
+      std::string name = poses_.names[static_cast<size_t>(j)];
+      std::replace(name.begin(), name.end(), ':', '_');
+      if (name == object) return j;
+    }
+    return -1;
+  }
+
+  // Take frame <-> scene frame.
+  int SceneFrame(int takeFrame) const {
+    return first_ + static_cast<int>(std::lround(takeFrame * framesPerTakeFrame_));
+  }
+  int TakeFrame(double sceneFrame) const {
+    const int frame = static_cast<int>(std::lround((sceneFrame - first_) / framesPerTakeFrame_));
+    return std::clamp(frame, 0, poses_.frames - 1);
+  }
+
+  // Travel, kind, heading and stance from the poses (travel.h, stance.h).
   bool Analyse() {
-    const auto curves = CurveItems(actor_ + ".Sources.Take");
-    X3DObject srt = Find(actor_ + ".GlobalSRT");
-    const CTransformation parent = srt.GetKinematics().GetGlobal().GetTransform();
-    const CTransformation rest =
-        Find(actor_ + "." + cog_).GetKinematics().GetLocal().GetTransform();
-    double rx, ry, rz, px, py, pz;
-    rest.GetRotationFromXYZAnglesValues(rx, ry, rz);
-    rest.GetTranslationValues(px, py, pz);
-    const double restValues[6] = {px, py, pz, rx * kRadToDeg, ry * kRadToDeg, rz * kRadToDeg};
-    const Zyra::FCurve* channels[6] = {};
-    const char* names[6] = {"posx", "posy", "posz", "rotx", "roty", "rotz"};
-    for (int c = 0; c < 6; ++c) {
-      auto it = curves.find(cog_ + ".kine.local." + names[c]);
-      channels[c] = it == curves.end() ? nullptr : &it->second;
-    }
-    const double fps = rt::Host::Get().FrameRate();
-    const int step = std::max(1, static_cast<int>(std::lround(fps / kTravelSamplesPerSecond)));
-    std::vector<CTransformation> samples;
-    for (int f = first_;; f += step) {
-      f = std::min(f, last_);
-      double v[6];
-      for (int c = 0; c < 6; ++c) v[c] = channels[c] ? channels[c]->Eval(CTime(f)) : restValues[c];
-      CTransformation local;
-      local.SetTranslationFromValues(v[0], v[1], v[2]);
-      local.SetRotationFromXYZAnglesValues(v[3] / kRadToDeg, v[4] / kRadToDeg, v[5] / kRadToDeg);
-      samples.push_back(CTransformation::Compose(parent, local));
-      if (f == last_) break;
-    }
-    const Travel travel = MeasureTravel(samples);
-    r_.distance = travel.distance;
-    r_.headingChange = travel.headingChange;
-    travels_ = Travels(travel, hipHeight_);
+    const auto start = std::chrono::steady_clock::now();
+    travel_ = MeasureTravel(poses_, body_);
+    r_.distance = travel_.distance;
+    r_.headingChange = travel_.headingChange;
+    r_.hipHeight = travel_.hipHeight;
+    r_.legLength = travel_.legLength;
+    for (const std::string& warning : travel_.warnings) Warn(warning);
+    travels_ = travel_.locomotion;
     r_.skill = travels_ ? "Locomotion" : "Basic";
+    if (travels_) {
+      if (options_.threshold) {
+        threshold_ = *options_.threshold;
+      } else {
+        const ContactChoice choice =
+            ChooseContactThreshold(poses_, {body_.leftFoot, body_.rightFoot}, travel_.stances);
+        threshold_ = choice.threshold;
+      }
+      r_.threshold = threshold_;
+    }
+    char text[160];
+    std::snprintf(text, sizeof text,
+                  "%s: travels %.3g (%.2g leg lengths), heading change %.0f degrees%s",
+                  r_.skill.c_str(), travel_.distance,
+                  travel_.legLength > 0 ? travel_.distance / travel_.legLength : 0.0,
+                  travel_.headingChange,
+                  travels_ ? (", contact threshold " + Num(threshold_)).c_str() : "");
+    Info(text);
+    Phase("analysis", start);
     return true;
   }
 
-  // Keys the actor root's six channels at rest into the action (see take_road.h, step 3).
+  // Keys the actor root's six channels at rest into the action (see take_road.h, step 4).
   bool KeyRootAtRest() {
     const auto start = std::chrono::steady_clock::now();
     const std::string take = actor_ + ".Sources.Take";
@@ -327,7 +335,8 @@ class Road {
     std::ostringstream s;
     s << "SetValue PlayControl.Current " << first_ << "\n"
       << "SelectObj " << Quote(actor_ + "." + cog_) << "\n"
-      << "Answer Page \"Generate Actor\" Skill=true\nKnrGenerateActor\n";
+      << "Answer Page \"Generate Actor\" Skill=true RemoveExtra="
+      << (options_.optimize ? "true" : "false") << "\nKnrGenerateActor\n";
     if (!Script("generate", s.str())) return false;
     generated_ = "Knr" + actor_;
     if (!Find(generated_).IsValid())
@@ -338,12 +347,11 @@ class Road {
 
   bool Skill() {
     const auto start = std::chrono::steady_clock::now();
-    if (travels_) r_.threshold = options_.threshold;
     std::ostringstream s;
     s << "SelectObj " << Quote(generated_ + "." + cog_) << "\n"
       << "Answer Page \"Make Skill\" Source=0 Skill=" << (travels_ ? 2 : 1) << " Transfer=false";
     // The page offers the threshold only for a Locomotion skill.
-    if (travels_) s << " Threshold=" << Num(options_.threshold);
+    if (travels_) s << " Threshold=" << Num(threshold_);
     s << "\nKnrMakeSkill\n";
     if (!Script("skill", s.str())) return false;
     skill_ = generated_ + ".Sources.Take";
@@ -351,132 +359,174 @@ class Road {
     if (!source.IsValid()) return Fail("skill: the skill \"" + skill_ + "\" is missing");
     first_ = static_cast<int>(std::lround(source.GetParameterValue(L"FrameStart").AsDouble()));
     last_ = static_cast<int>(std::floor(source.GetParameterValue(L"FrameEnd").AsDouble() + 1e-6));
-    skillCurves_ = CurveItems(skill_);
     if (travels_) {
-      for (const std::string& foot : feet_) {
-        std::vector<ContactKeyValue> keys;
-        auto it = skillCurves_.find(foot + ".RTKEffector.Contact");
-        if (it != skillCurves_.end()) {
-          for (long k = 0; k < it->second.GetKeyCount(); ++k) {
-            keys.push_back(
-                {it->second.GetKeyTime(k).GetTime(), it->second.GetKeyValue(k).AsDouble()});
-          }
-        }
-        contacts_.push_back(ContactIntervals(keys, first_, last_));
-        r_.contacts[foot] = contacts_.back();
-        if (contacts_.back().empty())
-          r_.warnings.push_back("no contact found for the foot " + foot);
+      ReadContacts();
+    } else {
+      // A Basic skill keys no contacts: the file lists where the estimate has each foot planted.
+      for (size_t i = 0; i < feet_.size(); ++i) {
+        std::vector<Interval> planted;
+        for (const Interval& run : Runs(travel_.stances[i]))
+          planted.emplace_back(SceneFrame(run.first), SceneFrame(run.second));
+        r_.contacts[feet_[i]] = planted;
       }
     }
     if (!Script("skill", "ApplyAction " + Quote(skill_) + "\n")) return false;
-    SamplePlots();
+    PlotsFromPoses();
     Phase("skill", start);
     return true;
   }
 
-  // Heel heights and the COG's ground path at every frame of the skill, as the skill plays.
-  void SamplePlots() {
-    r_.firstFrame = first_;
-    ChainSampler sampler;
-    const int cog = sampler.Add(Find(generated_ + "." + cog_));
-    std::vector<int> heels;
-    for (const std::string& foot : feet_) {
-      X3DObject heel = Find(generated_ + "." + foot + "_CS");
-      heels.push_back(sampler.Add(heel.IsValid() ? heel : Find(generated_ + "." + foot)));
-    }
-    const size_t count = static_cast<size_t>(std::max(0, last_ - first_ + 1));
-    r_.pathX.reserve(count);
-    r_.pathZ.reserve(count);
-    for (int f = first_; f <= last_; ++f) {
-      sampler.At(f);
-      const CVector3 p = sampler.Global(cog).GetTranslation();
-      r_.pathX.push_back(p.GetX());
-      r_.pathZ.push_back(p.GetZ());
-      for (size_t i = 0; i < feet_.size(); ++i) {
-        r_.heel[feet_[i]].push_back(sampler.Global(heels[i]).GetTranslation().GetY());
+  // The contacts the skill keyed, per foot, compared with the stance estimate.
+  void ReadContacts() {
+    const auto curves = CurveItems(skill_);
+    for (size_t i = 0; i < feet_.size(); ++i) {
+      const std::string& foot = feet_[i];
+      std::vector<ContactKeyValue> keys;
+      auto it = curves.find(foot + ".RTKEffector.Contact");
+      if (it != curves.end()) {
+        for (long k = 0; k < it->second.GetKeyCount(); ++k) {
+          keys.push_back({it->second.GetKeyTime(k).GetTime(), it->second.GetKeyValue(k).AsDouble()});
+        }
+      }
+      contacts_.push_back(ContactIntervals(keys, first_, last_));
+      r_.contacts[foot] = contacts_.back();
+      std::vector<Interval> inTake;
+      for (const auto& [a, b] : contacts_.back()) inTake.emplace_back(TakeFrame(a), TakeFrame(b));
+      takeContacts_.push_back(inTake);
+      r_.contactAgreement[foot] = ContactAgreement(inTake, travel_.stances[i]);
+      if (contacts_.back().empty()) Warn("no contact found for the foot " + foot);
+      for (const auto& [a, b] : contacts_.back()) {
+        if (a == b) {
+          Warn("a one-frame contact of " + foot + " at frame " + std::to_string(a));
+          break;
+        }
       }
     }
+  }
+
+  // Planted runs of a stance, as [first, last] take frames.
+  static std::vector<Interval> Runs(const Stance& stance) {
+    std::vector<Interval> runs;
+    for (size_t f = 0; f < stance.size(); ++f) {
+      if (!stance[f]) continue;
+      if (!runs.empty() && runs.back().second == static_cast<int>(f) - 1) {
+        runs.back().second = static_cast<int>(f);
+      } else {
+        runs.emplace_back(static_cast<int>(f), static_cast<int>(f));
+      }
+    }
+    return runs;
+  }
+
+  // Heel heights and the COG's ground path at every frame, from the poses (see take_road.h).
+  void PlotsFromPoses() {
+    r_.firstFrame = first_;
+    const size_t count = static_cast<size_t>(poses_.frames);
+    r_.pathX.reserve(count);
+    r_.pathZ.reserve(count);
+    const int feet[2] = {body_.leftFoot, body_.rightFoot};
+    for (int f = 0; f < poses_.frames; ++f) {
+      const Vec3f& cog = poses_.At(f, body_.cog);
+      r_.pathX.push_back(cog.x);
+      r_.pathZ.push_back(cog.z);
+      for (size_t i = 0; i < feet_.size(); ++i) r_.heel[feet_[i]].push_back(poses_.At(f, feet[i]).y);
+    }
+    const double threshold = travels_ ? threshold_ : options_.threshold.value_or(kUsualThreshold);
     for (const auto& [foot, series] : r_.heel) {
       if (series.empty()) continue;
       const auto [low, high] = std::minmax_element(series.begin(), series.end());
-      r_.heightLimit[foot] = *low + options_.threshold * (*high - *low);
+      r_.heightLimit[foot] = *low + threshold * (*high - *low);
     }
   }
 
   bool Loop() {
     const auto start = std::chrono::steady_clock::now();
-    // The looped rotation channels, the actor root's left out (loop_window.h).
-    std::vector<std::string> targets;
-    std::vector<const Zyra::FCurve*> before;
-    for (const auto& [target, curve] : skillCurves_) {
-      const bool rotation =
-          target.size() > 16 && target.find(".kine.local.rot") == target.size() - 16;
-      if (rotation && target.rfind("GlobalSRT.", 0) != 0) {
-        targets.push_back(target);
-        before.push_back(&curve);
+    const RelativePoses relative = RelativeToCog(poses_);
+    const LoopChoice choice = ChooseLoopWindows(poses_, relative, travels_, takeContacts_,
+                                                travel_.steadyStretches, 0, poses_.frames - 1);
+    if (!choice.note.empty()) Info(choice.note);
+    if (choice.windows.empty()) {
+      Warn("the take is too short to loop (" + std::to_string(poses_.frames) + " frames)");
+      Phase("loop", start);
+      return true;
+    }
+    const double frameTime = poses_.frameTime * framesPerTakeFrame_;
+    for (size_t tryIndex = 0; tryIndex < choice.windows.size(); ++tryIndex) {
+      const LoopWindow& window = choice.windows[tryIndex];
+      const int a = SceneFrame(window.start), b = SceneFrame(window.end);
+      if (b <= a) continue;
+      std::ostringstream s;
+      s << "SelectObj " << Quote(generated_ + "." + cog_) << "\n"
+        << "Answer Page \"Loop Skill\" Source=0 Start=" << a << " End=" << b
+        << " Smooth=" << std::max(1, static_cast<int>(std::lround(window.smooth * framesPerTakeFrame_)))
+        << " Loco=" << (window.loco ? "true" : "false") << " press=Process\n"
+        << "KnrMakeLoop\n";
+      if (!Script("loop", s.str())) return false;
+      const std::string loopPath = generated_ + ".Sources.Take_loop";
+      X3DObject cog = Find(generated_ + "." + cog_);
+      const RelativePoses source = SampleRelativePoses(cog, a, b, frameTime);
+      if (!Script("loop", "ApplyAction " + Quote(loopPath) + "\n")) return false;
+      const RelativePoses loop = SampleRelativePoses(cog, 0, b - a, frameTime);
+      const PopMeasure pops = MeasurePops(loop, source, 0, b - a);
+      const bool last = tryIndex + 1 == choice.windows.size();
+      std::string back = "ApplyAction " + Quote(skill_) + "\n";
+      if (pops.pop && !last) back = "DeleteObj " + Quote(loopPath) + "\n" + back;
+      if (!Script("loop", back)) return false;
+      char text[200];
+      std::snprintf(text, sizeof text,
+                    "loop window %d..%d%s: largest one-frame move %.3g (source %.3g)%s", a, b,
+                    window.foot >= 0 ? (" (gait cycle of " + feet_[static_cast<size_t>(window.foot)] + ")").c_str()
+                                     : " (calmest stretch)",
+                    pops.loopStep, pops.sourceStep, pops.pop ? ": pops" : "");
+      Info(text);
+      if (pops.pop && !last) continue;
+      LoopRecord record;
+      record.start = a;
+      record.end = b;
+      record.foot = window.foot >= 0 ? feet_[static_cast<size_t>(window.foot)] : "";
+      record.seamBefore = Seam(source, 0, b - a).distance;
+      record.seamAfter = Seam(loop, 0, b - a).distance;
+      record.loopStep = pops.loopStep;
+      record.sourceStep = pops.sourceStep;
+      record.rejected = static_cast<int>(tryIndex);
+      r_.loop = record;
+      if (pops.pop) {
+        char warning[200];
+        std::snprintf(warning, sizeof warning,
+                      "the loop pops: a joint moves %.3g in one frame, %.2g times the most it "
+                      "moves in the source window (%zu windows tried)",
+                      pops.loopStep, pops.ratio, choice.windows.size());
+        Warn(warning);
       }
-    }
-    auto evalBefore = [&](size_t c, double frame) { return before[c]->Eval(CTime(frame)); };
-    const LoopWindow window =
-        ChooseLoopWindow(contacts_, first_, last_, MinCycleFrames(), before.size(), evalBefore);
-    Info("loop window " + std::to_string(window.start) + ".." + std::to_string(window.end) +
-         (window.foot >= 0 ? " (gait cycle of " + feet_[static_cast<size_t>(window.foot)] + ")"
-                           : " (the whole take)"));
-    if (travels_ && window.foot < 0) {
-      r_.warnings.push_back(
-          "no gait cycle found (a foot must plant twice after the first frame): the whole take is "
-          "looped");
-    }
-    std::ostringstream s;
-    s << "SelectObj " << Quote(generated_ + "." + cog_) << "\n"
-      << "Answer Page \"Loop Skill\" Source=0 Start=" << window.start << " End=" << window.end
-      << " Smooth=" << window.smooth << " Loco=" << (window.loco ? "true" : "false")
-      << " press=Process\n"
-      << "KnrMakeLoop\n";
-    if (!Script("loop", s.str())) return false;
-    const auto afterCurves = CurveItems(generated_ + ".Sources.Take_loop");
-    if (afterCurves.empty()) return Fail("loop: Make Loop stored no \"Take_loop\"");
-    const int length = window.end - window.start;
-    std::vector<const Zyra::FCurve*> after;
-    for (const std::string& target : targets) {
-      auto it = afterCurves.find(target);
-      after.push_back(it == afterCurves.end() ? nullptr : &it->second);
-    }
-    auto evalAfter = [&](size_t c, double frame) {
-      return after[c] ? after[c]->Eval(CTime(frame)) : before[c]->Eval(CTime(frame + window.start));
-    };
-    const SeamMeasure seamAfter = MeasureSeam(after.size(), evalAfter, 0, length);
-    LoopRecord loop;
-    loop.start = window.start;
-    loop.end = window.end;
-    loop.foot = window.foot >= 0 ? feet_[static_cast<size_t>(window.foot)] : "";
-    loop.seamBefore = window.seamBefore.value;
-    loop.seamAfter = seamAfter.value;
-    r_.loop = loop;
-    char seam[120];
-    std::snprintf(seam, sizeof seam, "seam %.3g before blending, %.3g after", loop.seamBefore,
-                  loop.seamAfter);
-    Info(seam);
-    if (window.seamBefore.channel >= 0) {
-      const size_t c = static_cast<size_t>(window.seamBefore.channel);
+      const SeamCurve curve = SeamCurves(source, 0, b - a, loop);
       SeamPlot plot;
-      plot.channel = generated_ + "." + targets[c];
-      for (int pass = 0; pass < 2; ++pass) {
-        for (int k = 0; k <= length; ++k) {
-          plot.frames.push_back(static_cast<double>(pass * (length + 1) + k));
-          plot.before.push_back(evalBefore(c, window.start + k));
-          plot.after.push_back(evalAfter(c, k));
-        }
+      plot.channel = curve.joint >= 0 ? JointName(cog, curve.joint) : "";
+      for (size_t k = 0; k < curve.before.size(); ++k) {
+        plot.frames.push_back(static_cast<double>(k));
+        plot.before.push_back(curve.before[k]);
+        plot.after.push_back(k < curve.after.size() ? curve.after[k] : curve.before[k]);
       }
       r_.seam = plot;
+      break;
     }
     Phase("loop", start);
     return true;
   }
 
-  int MinCycleFrames() const {
-    return std::max(2,
-                    static_cast<int>(std::lround(kMinCycleSeconds * rt::Host::Get().FrameRate())));
+  // The name of joint `index` in SampleRelativePoses' order below `cog`.
+  static std::string JointName(const X3DObject& cog, int index) {
+    std::vector<X3DObject> stack = {cog};
+    for (int i = 0; !stack.empty(); ++i) {
+      const X3DObject object = stack.back();
+      stack.pop_back();
+      if (i == index) return ToUtf8(object.GetName().Wide());
+      const Zyra::CRefArray children = object.GetChildren();
+      for (long c = children.GetCount() - 1; c >= 0; --c) {
+        X3DObject child(children[c]);
+        if (child.IsValid()) stack.push_back(child);
+      }
+    }
+    return "";
   }
 
   bool Save() {
@@ -493,17 +543,20 @@ class Road {
     return true;
   }
 
-  std::filesystem::path bvh_, dir_;
+  std::filesystem::path bvh_, dir_, importPath_, temporary_;
   const ConvertOptions& options_;
   TakeRecord& r_;
   size_t logSeen_ = 0;
-  std::string actor_, generated_, cog_, skill_;
+  const std::string actor_;
+  std::string generated_, cog_, skill_, readError_;
   std::vector<std::string> feet_;
   int first_ = 0, last_ = 0;
-  double hipHeight_ = 0, basicPrep_ = 0;
-  bool travels_ = false;
-  std::map<std::string, Zyra::FCurve> skillCurves_;
-  std::vector<std::vector<Interval>> contacts_;
+  double framesPerTakeFrame_ = 1.0, basicPrep_ = 0, threshold_ = kUsualThreshold;
+  bool travels_ = false, havePoses_ = false;
+  PoseSeries poses_;
+  BodyJoints body_;
+  Travel travel_;
+  std::vector<std::vector<Interval>> contacts_, takeContacts_;
 };
 
 }  // namespace

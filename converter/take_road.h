@@ -1,36 +1,50 @@
 // One take's road through the knrexport module, in a fresh scene of the in-process host:
 //
-//  1. import: the scene's frame rate is set to the take's when the take runs at a whole number
+//  1. condition: the take is read by the converter itself (bvh_take.h) and conditioned for the
+//     plug-in's BVH reader (take_conditioning.h: rotation orders, a carrier top joint folded into
+//     the body, root position read right, Y up, joint translations). A take that needs nothing is
+//     imported as it is; otherwise the conditioned take is written to a temporary file (or, with
+//     --keep-conditioned, to `<take>.conditioned.bvh` beside the outputs) and that is what the
+//     import reads. The poses of every joint at every frame (pose_series.h) are computed from the
+//     conditioned take for the analysis. A take the converter cannot read goes to the import as
+//     it is, so that the plug-in says what is wrong with it (its file and line). A take of one
+//     frame is refused: it holds no motion to make a skill of.
+//  2. import: the scene's frame rate is set to the take's when the take runs at a whole number
 //     of frames per second (so every BVH frame is a scene frame; otherwise the host default
 //     stays); Import BVH Actor (boxes, the given scale) and its motion as the action "Take"
 //     (translation on the root joint only); the COG and the feet found (feet_finder.h) and
-//     tagged (Set COG, Set Foot with its collision sphere), the actor initialized again and its
-//     home set again so that the new spheres belong to it.
-//  2. travel: the COG's ground path over the take, sampled four times a second, measured and
-//     judged by travel.h (a take that travels more than two hip heights, the COG's height above
-//     the lower foot in the first frame, is a Locomotion skill; otherwise Basic).
-//  3. a Basic take first gets keys on the actor root's six channels: an actor built from a BVH
+//     tagged (Set COG, Set Foot with its collision sphere, which sits on the foot joint), the
+//     actor initialized again and its home set again so that the new spheres belong to it.
+//  3. analysis on the poses (travel.h, stance.h): leg length, hip height, distance, heading
+//     change, Locomotion or Basic, the steady stretches of travel, a stance estimate per foot and,
+//     for Locomotion, the contact threshold whose contacts agree best with it (--threshold fixes
+//     it instead).
+//  4. a Basic take first gets keys on the actor root's six channels: an actor built from a BVH
 //     file keys no curve on its root null, and the Basic (and Raw) conversion refuses a source
 //     whose root has no keys. The root's rest values are keyed at the take's first and last
 //     frame and stored with the take's curves back into the action "Take" (same range).
-//  4. generate: Generate with skills on (the current frame at the take's first, so the
-//     generated actor starts in the first frame's pose).
-//  5. skill: Make Skill on the generated actor's "Take" with the threshold given. The contact
-//     intervals are read back from the skill's RTKEffector.Contact curves. For the plots the
-//     skill is applied and, at every frame, the heel (the foot's collision sphere, else the
-//     foot) is sampled for its global height and the COG for its ground position. The contact
-//     detector measures heights in the frame of the actor root's parent, the generated model,
-//     which stands still at the origin, so these are the heights it saw; the height limit of a
-//     foot is min + threshold x (max - min) of its heel's heights.
-//  6. loop: the window of loop_window.h; Make Loop on it; the seam measured on the skill and on
-//     the "Take_loop" it made.
-//  7. save: Save Actor to `<take>.actor.zyra` (weight file beside it), the scene to `<take>.zyra`.
+//  5. generate: Generate with skills on, the take's whole skeleton kept (Optimize off unless
+//     --optimize), the current frame at the take's first (so the generated actor starts in the
+//     first frame's pose).
+//  6. skill: Make Skill on the generated actor's "Take" with the chosen threshold. The keyed
+//     contact intervals are read back from the skill's RTKEffector.Contact curves and compared
+//     with the stance estimate (the agreement per foot goes into the take file). A Basic take's
+//     file lists the estimate's planted intervals. The plots (heel heights, the COG's ground
+//     path) come from the poses: the detector sees the same heights (the foot's sphere sits on
+//     the foot joint and the generated model stands at the origin).
+//  7. loop: the windows of loop_window.h, best first; Make Loop on a window, then the made loop
+//     and its source window are sampled as the actor plays them and measured for pops
+//     (MeasurePops); a loop that pops is deleted and the next window tried, and when the last
+//     one pops too the take gets a warning and keeps it.
+//  8. save: Save Actor to `<take>.actor.zyra` (weight file beside it), the scene to `<take>.zyra`.
 //
 // Every command runs as a script line through the host's script runner, so a refusal of the
 // plug-in fails the road with the plug-in's own message (for a broken file: its name and line).
+// Messages that name the temporary conditioned file name the take's own file instead.
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 
 #include "take_record.h"
@@ -38,8 +52,10 @@
 namespace knrconvert {
 
 struct ConvertOptions {
-  double threshold = 0.2;  // foot-contact threshold of the Locomotion skill
-  double scale = 1.0;      // BVH length scale
+  std::optional<double> threshold;  // a fixed foot-contact threshold; unset: chosen per take
+  double scale = 1.0;            // BVH length scale
+  bool optimize = false;         // Generate prunes the skeleton (its "Optimize" option)
+  bool keepConditioned = false;  // the conditioned take stays beside the outputs
 };
 
 // The take's name: its file name without the ".bvh" extension.

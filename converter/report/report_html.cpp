@@ -137,8 +137,11 @@ std::string SeamCell(const TakeReport& take) {
   return Or(take.loop->seam_before, "%.3g") + " \u2192 " + Or(take.loop->seam_after, "%.3g");
 }
 
+// A converted take with warnings is one a person should look at: its row stands apart.
+bool Warned(const TakeReport& take) { return !take.failed && !take.warnings.empty(); }
+
 std::string TableRow(const TakeReport& take, size_t index) {
-  std::string row = take.failed ? "<tr class=\"failed\">" : "<tr>";
+  std::string row = take.failed ? "<tr class=\"failed\">" : Warned(take) ? "<tr class=\"warned\">" : "<tr>";
   row += "<td class=\"name\"><a href=\"#take-" + std::to_string(index) + "\">" +
          EscapeHtml(take.name) + "</a></td>";
   row += "<td class=\"status\">" + EscapeHtml(take.status);
@@ -151,13 +154,16 @@ std::string TableRow(const TakeReport& take, size_t index) {
   row += "<td class=\"num\">" + Or(take.heading_change, "%.1f\u00b0") + "</td>";
   row += "<td>" + LoopCell(take) + "</td>";
   row += "<td class=\"num\">" + SeamCell(take) + "</td>";
+  row += "<td class=\"num\">" + (Warned(take) ? Count(static_cast<double>(take.warnings.size())) : "") +
+         "</td>";
   row += "<td class=\"num\">" + Or(take.total_seconds, "%.2f s") + "</td>";
   return row + "</tr>\n";
 }
 
 std::string TakeSection(const TakeReport& take, size_t index) {
   const std::string id = std::to_string(index);
-  std::string html = "<section class=\"take" + std::string(take.failed ? " failed" : "") +
+  std::string html = "<section class=\"take" +
+                     std::string(take.failed ? " failed" : Warned(take) ? " warned" : "") +
                      "\" id=\"take-" + id + "\">\n<h2>" + EscapeHtml(take.name) +
                      " <span class=\"badge\">" + EscapeHtml(take.status) + "</span></h2>\n";
   if (take.failed) html += "<p class=\"reason\">" + EscapeHtml(take.reason) + "</p>\n";
@@ -199,11 +205,17 @@ std::string Body(const std::filesystem::path& dir, const std::vector<TakeReport>
           (takes.size() == 1 ? " take: " : " takes: ") +
           Count(static_cast<double>(takes.size() - failed)) + " converted, " + "<span class=\"" +
           (failed ? "failed" : "") + "\">" + Count(static_cast<double>(failed)) +
-          " failed</span></p></header>\n";
+          " failed</span>";
+  const auto warned = std::count_if(takes.begin(), takes.end(), Warned);
+  if (warned > 0) {
+    html += ", <span class=\"warned\">" + Count(static_cast<double>(warned)) +
+            " with warnings</span>";
+  }
+  html += "</p></header>\n";
   html +=
       "<table class=\"takes\"><thead><tr><th>Take</th><th>Status</th><th>Frames</th>"
       "<th>Skill</th><th>Feet</th><th>Distance</th><th>Heading change</th><th>Loop</th>"
-      "<th>Seam before \u2192 after</th><th>Seconds</th></tr></thead><tbody>\n";
+      "<th>Seam before \u2192 after</th><th>Warnings</th><th>Seconds</th></tr></thead><tbody>\n";
   for (size_t i = 0; i < takes.size(); ++i) html += TableRow(takes[i], i);
   html += "</tbody></table>\n";
   for (size_t i = 0; i < takes.size(); ++i) html += TakeSection(takes[i], i);
@@ -277,6 +289,7 @@ bool WriteRunReport(const std::filesystem::path& dir, std::string& error) {
   }
   std::stable_sort(takes.begin(), takes.end(), [](const TakeReport& a, const TakeReport& b) {
     if (a.failed != b.failed) return a.failed;
+    if (Warned(a) != Warned(b)) return Warned(a);
     const std::string la = Lower(a.name), lb = Lower(b.name);
     return la != lb ? la < lb : a.name < b.name;
   });

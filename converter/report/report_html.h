@@ -2,11 +2,13 @@
 // output folder, opens offline and draws fast however long the takes are.
 //
 // What the page holds:
-//   - a summary line (how many takes, how many failed) or, for a folder without take files, a
-//     line that says so;
+//   - a summary line (how many takes, how many failed, how many converted with warnings) or, for
+//     a folder without take files, a line that says so;
 //   - a table of every take: name, status, frames, skill, feet, distance, heading change, loop
-//     window, seam before -> after, seconds. Failed takes come first and carry their reason in
-//     the table; within each group takes are in name order (case-insensitive);
+//     window, seam before -> after, warnings, seconds. Failed takes come first and carry their
+//     reason in the table, then converted takes with warnings (their rows and sections marked
+//     apart, the count in the table), then clean ones; within each group takes are in name
+//     order (case-insensitive);
 //   - per take: its warnings and seconds per phase, and plots drawn in the browser with the
 //     inlined uPlot library: per foot, the heel height over the frames with the contact height
 //     limit as a line and the contact intervals as shaded bands; the root path seen from above

@@ -92,9 +92,13 @@ TEST(RunReport, HostileTextIsEscapedInThePageAndItsData) {
   }
 }
 
-TEST(RunReport, FailedTakesComeFirstWithTheirReasonInTheTable) {
+TEST(RunReport, FailedTakesComeFirstThenTakesWithWarnings) {
   ReportFolder folder("failed");
   folder.Write("a_walk.json", json{{"take", "a_walk"}, {"status", "ok"}, {"frames", 1234}}.dump());
+  folder.Write("z_pop.json", json{{"take", "z_pop"},
+                                  {"status", "ok"},
+                                  {"warnings", {"loop pop", "one-frame contact"}}}
+                                 .dump());
   folder.Write("b_bad.json",
                json{{"take", "b_bad"},
                     {"status", "failed"},
@@ -118,13 +122,16 @@ TEST(RunReport, FailedTakesComeFirstWithTheirReasonInTheTable) {
     EXPECT_GE(at, previous) << "failed rows in name order: " << reason;
     previous = at;
   }
-  EXPECT_GT(table.find(">a_walk<"), previous) << "the converted take after the failures";
+  const size_t warned = table.find("<tr class=\"warned\"><td class=\"name\"><a href=\"#take-3\">z_pop<");
+  EXPECT_GT(warned, previous) << "the take with warnings after the failures, marked apart";
+  EXPECT_GT(table.find(">a_walk<"), warned) << "the clean take last";
+  EXPECT_NE(table.find("<td class=\"num\">2</td>", warned), std::string::npos) << "its warnings counted";
   EXPECT_NE(table.find("1,234"), std::string::npos);
   EXPECT_EQ(table.find("notes"), std::string::npos) << "a json without \"take\" is no take";
   size_t rows = 0;
   for (size_t at = table.find("<tr"); at != std::string::npos; at = table.find("<tr", at + 1))
     ++rows;
-  EXPECT_EQ(rows, 4u);
+  EXPECT_EQ(rows, 5u);
 }
 
 TEST(RunReport, FolderWithoutTakesGivesAnEmptyReportThatSaysSo) {
