@@ -13,8 +13,9 @@
 //     over the take (a few frames of a foot sunk through the floor do not set the floor), and
 //   - it is nearly still: its 3D speed, the central difference over a thirtieth of a second each
 //     side (at least one frame), is below 0.5 leg length a second.
-// Then runs shorter than 0.04 s (and one-frame runs at any rate) are flickers: gaps in a plant
-// are filled first, then short plants dropped.
+// Then runs shorter than 0.12 s (and one-frame runs at any rate) are flickers: gaps in a plant
+// are filled first, then short plants dropped. A one-frame glitch of a marker makes a gap of
+// three frames (the speed spans it); a real swing or a running foot's contact lasts longer.
 //
 // The plug-in's detector sees, per foot, the foot joint's height (y) and its forward position (z)
 // at every frame (contact_detector.h); it uses one threshold for both its speed and its height
@@ -38,7 +39,7 @@ inline constexpr double kFloorPercentile = 0.05;
 inline constexpr double kPlantedHeightLegs = 0.1;
 inline constexpr double kPlantedSpeedLegs = 0.5;  // leg lengths a second
 inline constexpr double kSpeedHalfSpanSeconds = 1.0 / 30;
-inline constexpr double kFlickerSeconds = 0.04;
+inline constexpr double kFlickerSeconds = 0.12;
 inline constexpr double kThresholdMin = 0.05;
 inline constexpr double kThresholdMax = 0.6;
 inline constexpr double kThresholdStep = 0.025;

@@ -13,7 +13,7 @@
 // unwrapped, as a magnitude in degrees. Facing is anatomical: the ground direction at right
 // angles to the line between the hips (the thighs of the two legs, stance.h), that is
 // (left hip - right hip) x up. It is unwrapped frame by frame, so fast spins count, and the
-// start and the end are each the mean over half a second (the first and the last), so hip sway
+// start and the end are each the mean over 0.75 s (the first and the last), so hip sway
 // within a stride and a one-frame T-pose do not count. When the hips stand less than 0.05 leg
 // length apart (median), the top joint's rotation gives the facing: its +z axis seen from
 // above, or its +y axis when +z points nearly straight up or down.
@@ -49,7 +49,7 @@ namespace knrconvert {
 
 inline constexpr double kTravelSamplesPerSecond = 4.0;
 inline constexpr double kHipsApartLegs = 0.05;
-inline constexpr double kHeadingWindowSeconds = 0.5;
+inline constexpr double kHeadingWindowSeconds = 0.75;
 inline constexpr double kSpeedWindowSeconds = 1.0;
 inline constexpr double kMinGroundSpeedLegs = 0.5;  // leg lengths a second
 inline constexpr double kMinStretchSeconds = 1.0;
