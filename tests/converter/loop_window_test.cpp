@@ -3,17 +3,48 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <functional>
 
 namespace knrconvert {
 namespace {
+
+constexpr double kDt = 1.0 / 30;
+constexpr double kTau = 2 * M_PI;
+
+// A take at 30 fps whose joint j sits at rel(f, j) in the COG's frame; the COG (joint 0) goes
+// along z at `speed` units a second, turned by heading(f) (radians about +y).
+PoseSeries Take(
+    int frames, int joints, const std::function<Vec3f(int, int)>& rel, double speed = 0,
+    const std::function<double(int)>& heading = [](int) { return 0.0; }) {
+  PoseSeries s;
+  s.frameTime = kDt;
+  s.frames = frames;
+  for (int j = 0; j < joints; ++j)
+    s.names.push_back("j" + std::to_string(j)), s.parents.push_back(j - 1);
+  for (int f = 0; f < frames; ++f) {
+    const double h = heading(f), c = std::cos(h), n = std::sin(h), z = f * kDt * speed;
+    s.topRotation.push_back({0, float(std::sin(h / 2)), 0, float(std::cos(h / 2))});
+    for (int j = 0; j < joints; ++j) {
+      const Vec3f p = j == 0 ? Vec3f{} : rel(f, j);
+      s.positions.push_back({float(c * p.x + n * p.z), p.y, float(-n * p.x + c * p.z + z)});
+    }
+  }
+  return s;
+}
+
+// Feet on ellipses with a period of 30 frames, half a period apart; joint 3 drifts sideways
+// while the body travels (frames 60..239), so every cycle there has the same seam, 0.006.
+Vec3f Walker(int f, int j) {
+  if (j == 3) return {float(0.0002 * std::clamp(f, 60, 239)), 0.6f, 0};
+  const double a = kTau * f / 30 + (j == 2 ? M_PI : 0);
+  return {j == 1 ? 0.2f : -0.2f, float(-0.9 + 0.1 * std::sin(a)), float(0.3 * std::cos(a))};
+}
 
 TEST(LoopWindow, ContactIntervalsFromSteppedKeys) {
   struct Case {
     std::vector<ContactKeyValue> keys;
     std::vector<Interval> intervals;
   } cases[] = {
-      {{}, {}},
-      {{{0, 0}}, {}},
       {{{0, 1}}, {{0, 100}}},  // planted to the end
       {{{0, 1}, {10, 0}, {20, 1}, {30, 0}}, {{0, 9}, {20, 29}}},
       {{{5, 0}, {12, 1}, {12.0001, 1}, {40, 0}}, {{12, 39}}},  // a repeated 1 does not restart
@@ -22,49 +53,148 @@ TEST(LoopWindow, ContactIntervalsFromSteppedKeys) {
   for (const Case& c : cases) EXPECT_EQ(ContactIntervals(c.keys, 0, 100), c.intervals);
 }
 
-TEST(LoopWindow, AngleJumpWrapsAround) {
-  const double cases[][3] = {{10, 20, 10},   {20, 10, 10},  {179, -179, 2},
-                             {-170, 190, 0}, {0, 540, 180}, {0, 720.5, 0.5}};
-  for (const auto& c : cases) EXPECT_NEAR(AngleJump(c[0], c[1]), c[2], 1e-9) << c[0] << " " << c[1];
+TEST(LoopWindow, GaitCycleInsideASteadyStretch) {
+  // The heading turns through 180 degrees at frame 150, mid-walk: no seam comes of it.
+  const PoseSeries take = Take(300, 4, Walker, 1, [](int f) { return M_PI + 0.02 * (f - 150); });
+  const RelativePoses rel = RelativeToCog(take);
+  std::vector<Interval> left, right;
+  for (int f = 0; f < 300; f += 30) left.push_back({f, f + 10}), right.push_back({f + 15, f + 25});
+  left.insert(left.begin() + 6, {{156, 156}, {159, 159}});  // a flicker: a 3-frame "cycle"
+  const std::vector<Interval> steady = {{60, 239}};
+
+  const auto all = LocomotionWindows(rel, {left, right}, steady, 0);
+  ASSERT_FALSE(all.empty());
+  for (const LoopWindow& w : all) {  // blend frames included, never across the start or stop
+    EXPECT_GE(w.start - w.smooth, 60) << w.start;
+    EXPECT_LE(w.end, 239) << w.end;
+    EXPECT_GE(w.end - w.start, 15) << w.start;
+  }
+  const LoopChoice choice = ChooseLoopWindows(take, rel, true, {left, right}, steady, 0, 299);
+  ASSERT_EQ(choice.windows.size(), 3u);
+  const LoopWindow& w = choice.windows[0];
+  EXPECT_NEAR(w.start, 135, 3);  // of equal seams the middle one (float ties within the slack)
+  EXPECT_EQ(w.end - w.start, 30);
+  EXPECT_EQ(w.foot, 1);
+  EXPECT_EQ(w.smooth, 7);
+  EXPECT_TRUE(w.loco);
+  EXPECT_NEAR(w.seam.distance, 0.006, 1e-5);
+  EXPECT_EQ(w.seam.joint, 3);
+
+  // Contacts 3 frames late on one foot: the ends slide to the true period.
+  const auto late = LocomotionWindows(rel, {{{90, 100}, {123, 130}}}, steady, 0);
+  ASSERT_EQ(late.size(), 1u);
+  EXPECT_EQ(late[0].end - late[0].start, 30);
+
+  // A hop splits the travel: no cycle fits, and the take loops as Basic.
+  const LoopChoice hop = ChooseLoopWindows(take, rel, true, {{{100, 110}, {130, 140}}},
+                                           {{60, 120}, {125, 239}}, 0, 299);
+  ASSERT_FALSE(hop.windows.empty());
+  EXPECT_FALSE(hop.windows[0].loco);
+  EXPECT_FALSE(hop.note.empty());
 }
 
-TEST(LoopWindow, ChoosesTheGaitCycleWithTheSmallestSeam) {
-  // Channel 0 drifts by a degree a frame except between 100 and 140, where it holds still:
-  // the cycle 100..140 joins up; channel 1 is a steady sine of period 40.
-  const ChannelEval eval = [](size_t c, double f) {
-    if (c == 1) return 30 * std::sin(f * 2 * M_PI / 40);
-    return f < 100 ? f : f < 140 ? 100.0 : f - 40;
+TEST(LoopWindow, BasicTakesLoopTheCalmestStretch) {
+  // Over frames 0..89 then 90..180, joint 1: a fast circle / still; a slow drift / a slower
+  // circle that closes; still, while the whole body turns / stands.
+  auto circle = [](int f, double period, double radius) {
+    const double a = kTau * f / period;
+    return Vec3f{float(radius * std::cos(a)), float(radius * std::sin(a)), 0};
   };
-  const std::vector<std::vector<Interval>> contacts = {
-      {{0, 10}, {20, 30}, {60, 70}, {100, 110}, {140, 150}, {180, 190}},  // left
-      {{40, 50}, {80, 90}, {120, 130}, {160, 170}},                       // right
+  struct Case {
+    std::function<Vec3f(int)> joint;
+    std::function<double(int)> heading;
+  } cases[] = {
+      {[&](int f) { return circle(std::min(f, 90), 15, 0.5); }, [](int) { return 0.0; }},
+      {[&](int f) {
+         return f < 90 ? Vec3f{0.01f * f, 0, 0} : circle(f, 30, 0.0955);
+       },
+       [](int) { return 0.0; }},
+      {[](int) {
+         return Vec3f{1, 0, 0};
+       },
+       [](int f) { return 0.02 * std::min(f, 90); }},
   };
-  LoopWindow w = ChooseLoopWindow(contacts, 0, 200, 30, 2, eval);
-  EXPECT_EQ(w.start, 100);
-  EXPECT_EQ(w.end, 140);
-  EXPECT_EQ(w.foot, 0);
-  EXPECT_TRUE(w.loco);
-  EXPECT_NEAR(w.seamBefore.value, 0, 1e-9);
-  EXPECT_EQ(w.smooth, 10);
+  for (const Case& c : cases) {
+    const PoseSeries take = Take(
+        181, 2, [&](int f, int) { return c.joint(f); }, 0, c.heading);
+    const auto windows = CalmWindows(take, RelativeToCog(take), 0, 180);
+    ASSERT_FALSE(windows.empty());
+    EXPECT_GE(windows[0].start, 90);
+    EXPECT_FALSE(windows[0].loco);
+  }
+}
 
-  // The cycle 0..20 is too short and too early; of the others the right foot's 40..80 has the
-  // smallest seam once channel 0 holds still over it.
-  const ChannelEval still = [](size_t c, double f) {
-    return c == 0 ? (f < 40 || f > 80 ? f : 0.0) : 0.0;
+TEST(LoopWindow, BasicWindowLengths) {
+  struct Case {
+    int frames;
+    int busyUntil;  // joint 1 circles fast before this frame, then holds still
+    int start, end;
+  } cases[] = {
+      {301, 0, 0, 120},  // still for 10 s: the longest window, 4 s
+      {76, 0, 0, 75},    // 2.5 s: the whole take
+      {25, 12, 0, 24},   // under 1 s: the whole take, busy or not
+      {3, 0, 0, 2},      // the fewest frames that loop
+      {2, 0, -1, -1},    // cannot loop
   };
-  w = ChooseLoopWindow(contacts, 0, 200, 30, 2, still);
-  EXPECT_EQ(w.start, 40);
-  EXPECT_EQ(w.end, 80);
-  EXPECT_EQ(w.foot, 1);
+  for (const Case& c : cases) {
+    const PoseSeries take = Take(c.frames, 2, [&](int f, int) {
+      const double a = kTau * std::min(f, c.busyUntil) / 6;
+      return Vec3f{float(std::cos(a)), float(std::sin(a)), 0};
+    });
+    const LoopChoice choice =
+        ChooseLoopWindows(take, RelativeToCog(take), false, {}, {}, 0, c.frames - 1);
+    if (c.start < 0) {
+      EXPECT_TRUE(choice.windows.empty());
+      EXPECT_FALSE(choice.note.empty());
+      continue;
+    }
+    ASSERT_FALSE(choice.windows.empty()) << c.frames;
+    EXPECT_EQ(choice.windows[0].start, c.start) << c.frames;
+    EXPECT_EQ(choice.windows[0].end, c.end) << c.frames;
+  }
+}
 
-  // No cycle at all (a Basic take, or a foot that planted once): the whole take, not loco.
-  w = ChooseLoopWindow({{{0, 50}}}, 0, 200, 30, 2, eval);
-  EXPECT_EQ(w.start, 0);
-  EXPECT_EQ(w.end, 200);
-  EXPECT_EQ(w.foot, -1);
-  EXPECT_FALSE(w.loco);
-  EXPECT_NEAR(w.seamBefore.value, 160, 1e-9);
-  EXPECT_EQ(w.seamBefore.channel, 0);
+// Poses of joint 1 along x, joint 0 the COG at the origin.
+RelativePoses AlongX(const std::vector<double>& x) {
+  RelativePoses p{kDt, static_cast<int>(x.size()), 2, {}};
+  for (double v : x) p.positions.insert(p.positions.end(), {Vec3f{}, Vec3f{float(v), 0, 0}});
+  return p;
+}
+
+TEST(LoopWindow, MeasurePopsAgainstTheSourceWindow) {
+  const RelativePoses moving = AlongX({0, .1, .2, .3, .4, .5}), still = AlongX({1, 1, 1, 1});
+  struct Case {
+    const RelativePoses& source;
+    std::vector<double> loop;
+    bool pop;
+    int frame;  // of the largest step
+  } cases[] = {
+      {moving, {0, .1, .2, .3, .2, .1}, false, -1},  // steps of 0.1, as in the source
+      {moving, {0, .1, .24, .3, .2, .1}, false, 1},  // 1.4 times the source's
+      {moving, {0, .1, .26, .3, .2, .1}, true, 1},   // 1.6 times
+      {moving, {0, .1, .2, .3, .2, .16}, true, 5},   // across the wrap
+      {still, {1, 1.0005, 1, 1.0005}, false, -1},    // float noise on a still pose
+      {still, {1, 1.004, 1, 1.004}, true, -1},       // a twitch a viewer sees
+  };
+  for (const Case& c : cases) {
+    const PopMeasure m = MeasurePops(AlongX(c.loop), c.source, 0, c.source.frames - 1);
+    EXPECT_EQ(m.pop, c.pop) << c.loop[2] << " " << c.loop.back();
+    EXPECT_EQ(m.joint, 1);
+    if (c.frame >= 0) {
+      EXPECT_EQ(m.frame, c.frame);
+    }
+  }
+}
+
+TEST(LoopWindow, SeamCurvesPlayTheWindowTwice) {
+  const RelativePoses source = AlongX({0, .1, .2, .3, .4}), loop = AlongX({0, .1, .2, .1});
+  const SeamCurve curve = SeamCurves(source, 1, 4, loop);
+  EXPECT_EQ(curve.joint, 1);
+  ASSERT_EQ(curve.before.size(), 8u);
+  ASSERT_EQ(curve.after.size(), 8u);
+  EXPECT_NEAR(curve.before[3], 0.3, 1e-6);  // the seam, then back to the start
+  EXPECT_NEAR(curve.before[4], 0, 1e-6);
+  EXPECT_NEAR(curve.after[3], 0.1, 1e-6);
 }
 
 }  // namespace
