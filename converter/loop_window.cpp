@@ -241,7 +241,9 @@ std::vector<LoopWindow> CalmWindows(const PoseSeries& series, const RelativePose
         if (Better(w, best)) best = w;
       }
     }
-    kept.push_back(best);
+    if (std::none_of(kept.begin(), kept.end(),
+                     [&](const LoopWindow& k) { return overlapping(k, best); }))
+      kept.push_back(best);
   }
   std::sort(kept.begin(), kept.end(), Better);
   return kept;
