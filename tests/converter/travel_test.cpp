@@ -2,49 +2,108 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include "synthetic_walk.h"
 
 namespace knrconvert {
 namespace {
 
-using Zyra::MATH::CTransformation;
+using testing::Build;
+using testing::Plan;
 
-// A body at (x, z) with yaw `yaw` degrees (about +y) and pitch `pitch` degrees (about +x).
-CTransformation Body(double x, double z, double yaw, double pitch = 0) {
-  CTransformation t;
-  t.SetTranslationFromValues(x, 90, z);
-  t.SetRotationFromXYZAnglesValues(pitch * M_PI / 180, yaw * M_PI / 180, 0);
-  return t;
+constexpr BodyJoints kBody = {0, 3, 6};
+
+Plan Moves(std::vector<std::pair<double, double>> moves, double fps = 30, double unit = 1) {
+  Plan plan;
+  plan.moves = std::move(moves);
+  plan.fps = fps;
+  plan.unit = unit;
+  return plan;
 }
 
-TEST(Travel, DistanceAndHeadingChange) {
-  std::vector<CTransformation> line, circle, spin, lying;
-  for (int i = 0; i <= 10; ++i) line.push_back(Body(0, i * 10.0, 0));
-  for (int i = 0; i <= 36; ++i) {
-    const double a = i * 10.0;  // once round a circle of radius 100, turning as it goes
-    circle.push_back(Body(100 * std::cos(a * M_PI / 180), -100 * std::sin(a * M_PI / 180), -a));
-  }
-  for (int i = 0; i <= 9; ++i) spin.push_back(Body(0, 0, i * -10.0));
-  // Lying on the back (forward axis straight up) and turning: the up axis gives the heading.
-  for (int i = 0; i <= 4; ++i) lying.push_back(Body(0, 0, i * 10.0, -90));
+TEST(Travel, KindAndDistance) {
+  Plan sway = Moves({{2, 0}, {0.5, 0.3}, {2, 0}, {0.5, 0.3}, {2, 0}});  // two small shuffles
+  sway.sway = 10;
+  Plan jump = Moves({{3, 0}});
+  jump.jumpAt = 1;
+  std::vector<std::pair<double, double>> hops;  // forward jumps, a second's pause between
+  for (int i = 0; i < 6; ++i) hops.insert(hops.end(), {{0.4, 2.0}, {1.0, 0}});
   const struct {
     const char* name;
-    const std::vector<CTransformation>& samples;
-    double distance, heading;
+    Plan plan;
+    bool locomotion;
   } cases[] = {
-      {"line", line, 100, 0},
-      {"circle", circle, 36 * 2 * 100 * std::sin(5 * M_PI / 180), 360},
-      {"spin in place", spin, 0, 90},
-      {"lying", lying, 0, 40},
-      {"one sample", {line[0]}, 0, 0},
+      {"walk", Moves({{4, 1.2}}), true},
+      {"walk at 120 fps", Moves({{4, 1.2}}, 120), true},
+      {"walk in cm", Moves({{4, 1.2}}, 30, 100), true},
+      {"slow walk, 0.6 leg a second", Moves({{6, 0.5}}), true},
+      {"drift, 0.35 leg a second", Moves({{10, 0.3}}), false},
+      {"short walk, under two legs", Moves({{1.2, 1.2}}), false},
+      {"dash of 0.67 s", Moves({{0.67, 4}}), true},
+      {"forward jumps", Moves(hops), true},
+      {"standing, sway and shuffles", sway, false},
+      {"jump in place", jump, false},
   };
   for (const auto& c : cases) {
-    const Travel travel = MeasureTravel(c.samples);
-    EXPECT_NEAR(travel.distance, c.distance, 1e-6) << c.name;
-    EXPECT_NEAR(travel.headingChange, c.heading, 1e-6) << c.name;
+    const auto take = Build(c.plan);
+    const Travel travel = MeasureTravel(take.pose, kBody);
+    EXPECT_EQ(travel.locomotion, c.locomotion) << c.name;
+    const auto& p = take.pose.At(take.pose.frames - 1, 0);
+    EXPECT_NEAR(travel.distance, std::hypot(p.x, p.z), 0.02 * c.plan.unit) << c.name;
   }
-  EXPECT_TRUE(Travels({181, 0}, 90));
-  EXPECT_FALSE(Travels({179, 720}, 90));  // turning on the spot is no walk
+}
+
+TEST(Travel, HeadingChange) {
+  Plan turn = Moves({{6, 1.2}});
+  turn.turn = 100;
+  turn.sway = 10;  // starts and ends near sway peaks of opposite sides: the bare ends say 80
+  Plan noHips = turn;
+  noHips.hipWidth = 0;  // the top joint's rotation decides
+  Plan straight = Moves({{4, 1.2}});
+  straight.sway = 10;
+  const struct {
+    const char* name;
+    Plan plan;
+    double heading;
+  } cases[] = {{"turn left 100", turn, 100}, {"no hips", noHips, 100}, {"straight", straight, 0}};
+  for (const auto& c : cases)
+    EXPECT_NEAR(MeasureTravel(Build(c.plan).pose, kBody).headingChange, c.heading, 5) << c.name;
+}
+
+TEST(Travel, SteadyStretchLeavesOutStartAndStop) {
+  for (double fps : {30.0, 120.0}) {
+    const Travel travel = MeasureTravel(Build(Moves({{3, 0}, {5, 1.2}, {2, 0}}, fps)).pose, kBody);
+    ASSERT_EQ(travel.steadyStretches.size(), 1u) << fps;
+    const double first = travel.steadyStretches[0].first / fps,
+                 last = travel.steadyStretches[0].second / fps;
+    EXPECT_GT(first, 3.3) << fps;  // walking starts at 3 s, full speed at 3.4 s
+    EXPECT_LT(first, 4.0) << fps;
+    EXPECT_GT(last, 7.5) << fps;  // slows from 8 s
+    EXPECT_LT(last, 8.2) << fps;
+  }
+}
+
+TEST(Travel, Warnings) {
+  Plan march = Moves({{6, 0}});
+  march.march = true;
+  Plan marchBob = march;
+  marchBob.bob = 0.05;
+  const struct {
+    const char* name;
+    Plan plan;
+    size_t warnings;
+    const char* text;
+  } cases[] = {
+      {"walk", Moves({{4, 1.2}}), 0, ""},
+      {"marching, COG still", march, 2, "never moves"},
+      {"marching, COG bobs", marchBob, 1, "steps but the body does not travel"},
+  };
+  for (const auto& c : cases) {
+    const Travel travel = MeasureTravel(Build(c.plan).pose, kBody);
+    ASSERT_EQ(travel.warnings.size(), c.warnings) << c.name;
+    if (c.warnings) {
+      EXPECT_NE(travel.warnings.back().find(c.text), std::string::npos) << c.name;
+    }
+  }
 }
 
 }  // namespace

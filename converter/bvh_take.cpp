@@ -1,0 +1,430 @@
+// Reading, writing and forward kinematics of BVH takes (rules in bvh_take.h).
+#include "bvh_take.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <memory>
+#include <string_view>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace knrconvert {
+namespace {
+
+constexpr int kMaxChannels = 6;
+constexpr size_t kSplitBytes = 1 << 20;   // motion text above this is read on two threads
+constexpr size_t kSplitWork = 1 << 16;    // frames x joints above this go on two threads
+constexpr size_t kMaxFloatChars = 16;     // "-1.17549435e-38" and a separator
+constexpr size_t kQuotedChars = 40;       // longest token quoted in an error
+constexpr size_t kWriteBlock = 2 << 20;   // motion text formatted per thread between writes
+
+constexpr const char* kChannelNames[] = {"Xposition", "Yposition", "Zposition",
+                                         "Xrotation", "Yrotation", "Zrotation"};
+
+bool IsSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+
+// Parses all of `text` as a finite number (a leading '+' allowed).
+template <class T>
+bool ParseNumber(const char* b, const char* e, T& value, const char** stop = nullptr) {
+  if (b < e && *b == '+' && e - b > 1 && b[1] != '-') ++b;
+  const auto [ptr, ec] = std::from_chars(b, e, value);
+  if (stop) *stop = ptr;
+  return ec == std::errc() && ptr != b && (stop || ptr == e) && std::isfinite(double(value));
+}
+
+// The hierarchy and motion header, token by token.
+class Reader {
+ public:
+  Reader(const std::string& file, const char* begin, const char* end)
+      : file_(file), begin_(begin), p_(begin), end_(end) {}
+
+  std::string_view Next() {
+    while (p_ < end_ && IsSpace(*p_)) ++p_;
+    token_ = p_;
+    while (p_ < end_ && !IsSpace(*p_)) ++p_;
+    return {token_, static_cast<size_t>(p_ - token_)};
+  }
+  bool Expect(std::string_view word) {
+    const std::string_view t = Next();
+    return t == word || Fail("expected '" + std::string(word) + "', found " + Quote(t));
+  }
+  template <class T>
+  bool Number(T& value, const char* what) {
+    const std::string_view t = Next();
+    return ParseNumber(t.data(), t.data() + t.size(), value) ||
+           Fail(std::string("bad ") + what + " " + Quote(t));
+  }
+  // Records `what` at the current token's line; always false.
+  bool Fail(const std::string& what) { return FailAt(token_, what); }
+  bool FailAt(const char* at, const std::string& what) {
+    const long line = 1 + std::count(begin_, at, '\n');
+    error = file_ + ":" + std::to_string(line) + ": " + what;
+    return false;
+  }
+  static std::string Quote(std::string_view t) {
+    if (t.empty()) return "the end of the file";
+    return "'" + std::string(t.substr(0, kQuotedChars)) + "'";
+  }
+  const char* Pos() const { return p_; }
+  const char* End() const { return end_; }
+
+  std::string error;
+
+ private:
+  const std::string& file_;
+  const char *begin_, *p_, *end_, *token_ = nullptr;
+};
+
+bool ParseHierarchy(Reader& in, BvhTake& take) {
+  std::vector<int> open;  // joints whose '}' is still to come
+  auto startJoint = [&](int parent) {
+    const std::string_view name = in.Next();
+    if (name.empty() || name == "{") return in.Fail("a joint without a name");
+    take.joints.push_back({});
+    take.joints.back().name = std::string(name);
+    take.joints.back().parent = parent;
+    open.push_back(static_cast<int>(take.joints.size()) - 1);
+    return in.Expect("{");
+  };
+  if (!in.Expect("HIERARCHY") || !in.Expect("ROOT") || !startJoint(-1)) return false;
+  while (!open.empty()) {
+    BvhJoint& joint = take.joints[open.back()];
+    const std::string_view t = in.Next();
+    if (t == "OFFSET") {
+      for (double& v : joint.offset)
+        if (!in.Number(v, "offset")) return false;
+    } else if (t == "CHANNELS") {
+      int n = 0;
+      if (!in.Number(n, "channel count")) return false;
+      if (n < 0 || n > kMaxChannels) return in.Fail("a joint with " + std::to_string(n) + " channels");
+      joint.channels.clear();
+      for (int i = 0; i < n; ++i) {
+        const std::string_view c = in.Next();
+        const auto* found = std::find(std::begin(kChannelNames), std::end(kChannelNames), c);
+        if (found == std::end(kChannelNames)) return in.Fail("unknown channel " + in.Quote(c));
+        joint.channels.push_back(static_cast<BvhChannel>(found - std::begin(kChannelNames)));
+      }
+    } else if (t == "JOINT") {
+      if (!startJoint(open.back())) return false;
+    } else if (t == "End") {
+      if (!in.Expect("Site") || !in.Expect("{") || !in.Expect("OFFSET")) return false;
+      for (double& v : joint.endSite)
+        if (!in.Number(v, "offset")) return false;
+      if (!in.Expect("}")) return false;
+      joint.hasEndSite = true;
+    } else if (t == "}") {
+      open.pop_back();
+    } else {
+      return in.Fail("unexpected " + in.Quote(t) + " in joint " + joint.name);
+    }
+  }
+  const std::string_view t = in.Next();
+  if (t == "ROOT") return in.Fail("a second ROOT");
+  if (t != "MOTION") return in.Fail("expected 'MOTION', found " + in.Quote(t));
+  take.AssignColumns();
+  return take.columns > 0 || in.Fail("no channels");
+}
+
+// Frame rows in [p, end): at most maxRows rows of `columns` values into out.
+struct Rows {
+  size_t rows = 0;
+  const char* errorAt = nullptr;  // where the row that failed starts or its bad value
+  std::string error;
+};
+
+Rows ParseRows(const char* p, const char* end, int columns, size_t maxRows, float* out) {
+  Rows r;
+  while (p < end && r.rows < maxRows) {
+    const char* line = p;
+    int n = 0;
+    float* row = out + r.rows * columns;
+    for (;;) {
+      while (p < end && (*p == ' ' || *p == '\t' || *p == '\r')) ++p;
+      if (p == end || *p == '\n') break;
+      const char* stop = nullptr;
+      if (n == columns || !ParseNumber(p, end, row[n], &stop) || (stop < end && !IsSpace(*stop))) {
+        r.errorAt = p;
+        r.error = n == columns ? "more than " + std::to_string(columns) + " values in a frame"
+                               : "bad number " + Reader::Quote({p, static_cast<size_t>(
+                                     std::find_if(p, end, IsSpace) - p)});
+        return r;
+      }
+      p = stop;
+      ++n;
+    }
+    if (p < end) ++p;  // the '\n'
+    if (n == 0) continue;
+    if (n != columns) {
+      r.errorAt = line;
+      r.error = std::to_string(n) + " values in a frame of " + std::to_string(columns);
+      return r;
+    }
+    ++r.rows;
+  }
+  return r;
+}
+
+bool ParseMotion(Reader& in, BvhTake& take) {
+  long long frames = 0;
+  if (!in.Expect("Frames:") || !in.Number(frames, "frame count")) return false;
+  if (frames <= 0) return in.Fail("no frames");
+  const char* framesAt = in.Pos();
+  if (!in.Expect("Frame") || !in.Expect("Time:") || !in.Number(take.frameTime, "frame time"))
+    return false;
+  if (take.frameTime <= 0) return in.Fail("a frame time that is not positive");
+  const char *begin = in.Pos(), *end = in.End();
+  const size_t cols = static_cast<size_t>(take.columns);
+  if (static_cast<unsigned long long>(frames) > (end - begin + 1) / (2 * cols))
+    return in.FailAt(framesAt, "Frames: " + std::to_string(frames) + " is more than the file holds");
+  take.frames = static_cast<int>(frames);
+  ResizeFresh(take.values, static_cast<size_t>(frames) * cols);
+
+  const char* mid = end;
+  if (static_cast<size_t>(end - begin) > kSplitBytes) {
+    mid = std::find(begin + (end - begin) / 2, end, '\n');
+    if (mid < end) ++mid;
+  }
+  const size_t tailRows = std::min<size_t>(frames, (end - mid + 1) / (2 * cols - 1) + 1);
+  std::vector<float> tail;
+  if (mid < end) ResizeFresh(tail, tailRows * cols);
+  Rows second;
+  std::thread worker;
+  if (mid < end)
+    worker = std::thread([&] { second = ParseRows(mid, end, take.columns, tailRows, tail.data()); });
+  const Rows first = ParseRows(begin, mid, take.columns, frames, take.values.data());
+  if (worker.joinable()) worker.join();
+
+  if (first.rows >= static_cast<size_t>(frames)) return true;
+  if (first.errorAt) return in.FailAt(first.errorAt, first.error);
+  const size_t need = frames - first.rows;
+  if (second.rows >= need) {
+    std::copy_n(tail.begin(), need * cols, take.values.begin() + first.rows * cols);
+    return true;
+  }
+  if (second.errorAt) return in.FailAt(second.errorAt, second.error);
+  return in.FailAt(end, "the take ends after " + std::to_string(first.rows + second.rows) +
+                            " of " + std::to_string(frames) + " frames");
+}
+
+size_t AppendDouble(char* out, double v) {
+  return static_cast<size_t>(std::to_chars(out, out + 32, v).ptr - out);
+}
+
+void AppendTriple(std::string& s, const char* word, const double v[3]) {
+  char buf[32];
+  s += word;
+  for (int i = 0; i < 3; ++i) {
+    s += ' ';
+    s.append(buf, AppendDouble(buf, v[i]));
+  }
+  s += '\n';
+}
+
+std::string HierarchyText(const BvhTake& take) {
+  std::string s = "HIERARCHY\n";
+  std::vector<int> open;  // the path from the top joint to the joint last written
+  auto closeLast = [&] {
+    const BvhJoint& j = take.joints[open.back()];
+    const std::string pad(open.size(), '\t');
+    if (j.hasEndSite) {
+      s += pad + "End Site\n" + pad + "{\n" + pad + '\t';
+      AppendTriple(s, "OFFSET", j.endSite);
+      s += pad + "}\n";
+    }
+    open.pop_back();
+    s += std::string(open.size(), '\t') + "}\n";
+  };
+  for (size_t i = 0; i < take.joints.size(); ++i) {
+    const BvhJoint& j = take.joints[i];
+    while (!open.empty() && open.back() != j.parent) closeLast();
+    const std::string pad(open.size(), '\t');
+    s += pad + (j.parent < 0 ? "ROOT " : "JOINT ") + j.name + "\n" + pad + "{\n" + pad + '\t';
+    AppendTriple(s, "OFFSET", j.offset);
+    s += pad + "\tCHANNELS " + std::to_string(j.channels.size());
+    for (const BvhChannel c : j.channels) s += std::string(" ") + ChannelName(c);
+    s += '\n';
+    open.push_back(static_cast<int>(i));
+  }
+  while (!open.empty()) closeLast();
+  return s;
+}
+
+// The text of frames [begin, end) into out; returns its length.
+size_t MotionText(const BvhTake& take, int begin, int end, char* out) {
+  char* p = out;
+  for (int f = begin; f < end; ++f) {
+    const float* row = take.Row(f);
+    for (int c = 0; c < take.columns; ++c) {
+      p = std::to_chars(p, p + kMaxFloatChars, row[c]).ptr;
+      *p++ = c + 1 < take.columns ? ' ' : '\n';
+    }
+  }
+  return static_cast<size_t>(p - out);
+}
+
+}  // namespace
+
+const char* ChannelName(BvhChannel c) { return kChannelNames[static_cast<int>(c)]; }
+
+void BvhTake::AssignColumns() {
+  columns = 0;
+  for (BvhJoint& j : joints) {
+    j.column = columns;
+    columns += static_cast<int>(j.channels.size());
+  }
+}
+
+// The whole file, mapped read-only.
+class MappedFile {
+ public:
+  explicit MappedFile(const std::string& file) {
+    const int fd = ::open(file.c_str(), O_RDONLY);
+    if (fd < 0) return;
+    struct stat st;
+    if (::fstat(fd, &st) == 0) {
+      opened_ = true;
+      size_ = static_cast<size_t>(st.st_size);
+      if (size_ > 0) {
+        void* data = ::mmap(nullptr, size_, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
+        opened_ = data != MAP_FAILED;
+        data_ = opened_ ? static_cast<const char*>(data) : nullptr;
+      }
+    }
+    ::close(fd);
+  }
+  ~MappedFile() {
+    if (data_) ::munmap(const_cast<char*>(data_), size_);
+  }
+  bool opened() const { return opened_; }
+  const char* begin() const { return data_; }
+  const char* end() const { return data_ + (data_ ? size_ : 0); }
+
+ private:
+  bool opened_ = false;
+  const char* data_ = nullptr;
+  size_t size_ = 0;
+};
+
+bool ParseBvhTake(const std::filesystem::path& path, BvhTake& take, std::string& error) {
+  take = BvhTake();
+  const std::string file = path.string();
+  const MappedFile text(file);
+  if (!text.opened()) {
+    error = file + ": cannot be read";
+    return false;
+  }
+  Reader in(file, text.begin(), text.end());
+  if (ParseHierarchy(in, take) && ParseMotion(in, take)) return true;
+  error = in.error;
+  take = BvhTake();
+  return false;
+}
+
+bool WriteBvhTake(const BvhTake& take, const std::filesystem::path& path, std::string& error) {
+  std::string head = HierarchyText(take);
+  char buf[32];
+  head += "MOTION\nFrames: " + std::to_string(take.frames) + "\nFrame Time: ";
+  head.append(buf, AppendDouble(buf, take.frameTime));
+  head += '\n';
+
+  const std::string file = path.string();
+  std::FILE* f = std::fopen(file.c_str(), "wb");
+  bool ok = f && std::fwrite(head.data(), 1, head.size(), f) == head.size();
+  // Blocks of frames formatted two at a time, one per thread, into buffers used over and over.
+  const size_t perFrame = static_cast<size_t>(take.columns) * kMaxFloatChars;
+  const int block = static_cast<int>(std::max<size_t>(1, kWriteBlock / perFrame));
+  std::unique_ptr<char[]> a(new char[perFrame * block]), b(new char[perFrame * block]);
+  for (int begin = 0; ok && begin < take.frames; begin += 2 * block) {
+    const int mid = std::min(take.frames, begin + block), end = std::min(take.frames, mid + block);
+    size_t lengthB = 0;
+    std::thread worker;
+    if (end > mid) worker = std::thread([&] { lengthB = MotionText(take, mid, end, b.get()); });
+    const size_t lengthA = MotionText(take, begin, mid, a.get());
+    if (worker.joinable()) worker.join();
+    ok = std::fwrite(a.get(), 1, lengthA, f) == lengthA &&
+         std::fwrite(b.get(), 1, lengthB, f) == lengthB;
+  }
+  if (f) ok = std::fclose(f) == 0 && ok;
+  if (!ok) error = file + ": cannot be written";
+  return ok;
+}
+
+void LocalPose(const BvhJoint& joint, const float* row, double position[3], Mat3& rotation) {
+  std::copy_n(joint.offset, 3, position);
+  rotation = Mat3();
+  const float* v = row + joint.column;
+  for (const BvhChannel c : joint.channels) {
+    if (IsRotation(c))
+      PostRotate(rotation, ChannelAxis(c), *v++);
+    else
+      position[ChannelAxis(c)] = *v++;
+  }
+}
+
+void PrefaultPages(const void* data, size_t bytes) {
+#ifdef MADV_POPULATE_WRITE
+  const size_t page = static_cast<size_t>(::sysconf(_SC_PAGESIZE));
+  const uintptr_t begin = (reinterpret_cast<uintptr_t>(data) + page - 1) / page * page;
+  const uintptr_t end = (reinterpret_cast<uintptr_t>(data) + bytes) / page * page;
+  if (end > begin) ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_POPULATE_WRITE);
+#else
+  (void)data, (void)bytes;
+#endif
+}
+
+void ForFrameRanges(int frames, size_t perFrame, const std::function<void(int, int)>& work) {
+  if (frames < 2 || static_cast<size_t>(frames) * perFrame < kSplitWork) {
+    work(0, frames);
+    return;
+  }
+  std::thread worker([&] { work(0, frames / 2); });
+  work(frames / 2, frames);
+  worker.join();
+}
+
+PoseSeries ComputePoses(const BvhTake& take) {
+  PoseSeries poses;
+  poses.frameTime = take.frameTime;
+  poses.frames = take.frames;
+  for (const BvhJoint& j : take.joints) {
+    poses.names.push_back(j.name);
+    poses.parents.push_back(j.parent);
+  }
+  const size_t joints = take.joints.size();
+  ResizeFresh(poses.positions, static_cast<size_t>(take.frames) * joints);
+  ResizeFresh(poses.topRotation, static_cast<size_t>(take.frames));
+  ForFrameRanges(take.frames, joints, [&](int begin, int end) {
+    std::vector<Mat3> rotation(joints);
+    std::vector<double> position(3 * joints);
+    for (int f = begin; f < end; ++f) {
+      for (size_t j = 0; j < joints; ++j) {
+        const BvhJoint& joint = take.joints[j];
+        double local[3];
+        Mat3 r;
+        LocalPose(joint, take.Row(f), local, r);
+        double* p = &position[3 * j];
+        if (joint.parent < 0) {
+          std::copy_n(local, 3, p);
+          rotation[j] = r;
+        } else {
+          Apply(rotation[joint.parent], local, p);
+          for (int k = 0; k < 3; ++k) p[k] += position[3 * joint.parent + k];
+          rotation[j] = rotation[joint.parent] * r;
+        }
+        poses.positions[f * joints + j] = {float(p[0]), float(p[1]), float(p[2])};
+      }
+      double q[4];
+      ToQuaternion(rotation[0], q);
+      poses.topRotation[f] = {float(q[0]), float(q[1]), float(q[2]), float(q[3])};
+    }
+  });
+  return poses;
+}
+
+}  // namespace knrconvert
