@@ -138,7 +138,7 @@ std::vector<LoopWindow> LocomotionWindows(const RelativePoses& poses,
   // Whether start..end, with its blend frames before, lies in `stretch` and is long enough.
   auto fits = [&](int start, int end, const Interval& stretch) {
     const int from = start - BlendFrames(end - start);
-    return end - start >= minFrames && from >= std::max(firstFrame, stretch.first) &&
+    return end - start >= minFrames && from >= std::max({0, firstFrame, stretch.first}) &&
            end <= std::min(stretch.second, poses.frames - 1);
   };
   for (size_t foot = 0; foot < contacts.size(); ++foot) {
@@ -221,7 +221,8 @@ std::vector<LoopWindow> CalmWindows(const PoseSeries& series, const RelativePose
   }
   std::sort(coarse.begin(), coarse.end(), Better);
 
-  // The best windows that overlap each other by at most half, each refined within a step.
+  // Best first, each refined within a step; a window that overlaps a kept one by more than half
+  // is passed over (asked before refining, to save the work, and after).
   auto overlapping = [](const LoopWindow& a, const LoopWindow& b) {
     const int shared = std::min(a.end, b.end) - std::max(a.start, b.start);
     return 2 * shared > std::min(a.end - a.start, b.end - b.start);

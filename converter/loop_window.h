@@ -35,10 +35,14 @@
 // relative seam and the drift: the largest distance of any joint's global position between the
 // two ends (a body that turned or stepped away pops too). Longer windows spread the same seam
 // over a longer blend and win when equally calm. Starts are searched every kCoarseStepSeconds,
-// then the best windows are refined frame by frame within a step of their start and end (their
-// length kept within the lengths above), so the
-// search costs about frames x joints x lengths / step. Windows kept overlap each other by at
-// most half of the shorter one, so that the next one tried is another stretch.
+// then the best windows are refined frame by frame within a step of their start and end (the
+// length kept within the lengths above), so the search costs about frames x joints x lengths /
+// step. The windows kept overlap each other by at most half of the shorter one, so that the
+// next one tried is another stretch.
+//
+// On equal scores the longer window wins (it repeats less visibly), then the earlier one. At
+// most kLoopTries windows are offered, best first: the caller tries the next one when a made
+// loop pops, and warns when the last one pops too.
 //
 // Blend ("Smooth" of Make Loop): a quarter of the window, at least 1 frame. Locomotion windows
 // blend towards the frames before their start (Loco on); Basic ones towards the start pose.
@@ -48,10 +52,6 @@
 // inside the source window. The loop pops when its largest exceeds kPopFactor times the
 // source's, the source's never taken below kPopFloorShare of the body's reach (the largest
 // relative distance of a joint in the source window), so float noise on a still pose is no pop.
-// On equal scores the longer window wins (it repeats less visibly), then the earlier one.
-//
-// At most kLoopTries windows are offered, best first: the caller tries the next one when a made
-// loop pops, and warns when the last one pops too.
 #pragma once
 
 #include <string>
@@ -118,8 +118,8 @@ int BlendFrames(int length);
 
 struct LoopWindow {
   int start = 0, end = 0;
-  int smooth = 1;
-  bool loco = false;
+  int smooth = 1;     // the blend length, Make Loop's Smooth
+  bool loco = false;  // Make Loop's Loco: blend towards the frames before the start
   int foot = -1;      // the foot whose gait cycle it is; -1 for a Basic window
   SeamMeasure seam;   // before blending
   double drift = 0;   // Basic: the largest global move of a joint between the ends
@@ -160,7 +160,7 @@ PopMeasure MeasurePops(const RelativePoses& loop, const RelativePoses& source, i
 
 // Distance of `joint` from its pose at the window's first frame, over the window played twice
 // (2 * (L + 1) values): `before` on the source start..end, `after` on the made loop 0..L (empty
-// when `loop` has no frames). `joint` -1 takes the seam's joint.
+// when `loop` has fewer frames). `joint` -1 takes the seam's joint.
 struct SeamCurve {
   int joint = -1;
   std::vector<double> before, after;
