@@ -21,6 +21,7 @@
 #include "road_script.h"
 #include "stance.h"
 #include "take_conditioning.h"
+#include "take_trim.h"
 #include "travel.h"
 #include "zyra/action.h"
 #include "zyra/application.h"
@@ -140,7 +141,10 @@ class Road {
       return Fail("the take has " + std::to_string(take.frames) +
                   " frame: there is no motion to make a skill of");
     }
-    const ConditionReport report = ConditionTake(take);
+    ConditionReport report = ConditionTake(take);
+    poses_ = ComputePoses(take);
+    if (DropJumpingEndFrames(take, poses_, report.notes) > 0) report.changed = true;
+    r_.frames = take.frames;
     ConditionRecord record;
     record.changed = report.changed;
     record.notes = report.notes;
@@ -166,7 +170,6 @@ class Road {
       Info("conditioned: " + notes);
     }
     r_.conditioning = record;
-    poses_ = ComputePoses(take);
     havePoses_ = true;
     Phase("condition", start);
     return true;

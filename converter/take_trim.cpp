@@ -1,0 +1,83 @@
+// Jumping end frames of a take (rules in take_trim.h).
+#include "take_trim.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace knrconvert {
+namespace {
+
+double Distance(const Vec3f& a, const Vec3f& b) {
+  const double x = a.x - b.x, y = a.y - b.y, z = a.z - b.z;
+  return std::sqrt(x * x + y * y + z * z);
+}
+
+// The largest move of any joint between frames a and b.
+double Step(const PoseSeries& poses, int a, int b) {
+  double most = 0;
+  for (int j = 0; j < poses.Joints(); ++j) most = std::max(most, Distance(poses.At(a, j), poses.At(b, j)));
+  return most;
+}
+
+double Reach(const PoseSeries& poses, int frame) {
+  double most = 0;
+  for (int j = 0; j < poses.Joints(); ++j) most = std::max(most, Distance(poses.At(frame, j), poses.At(frame, 0)));
+  return most;
+}
+
+// The largest joint move per frame that the take reaches at its kJumpPercentile.
+double UsualLargeStep(const PoseSeries& poses) {
+  std::vector<double> steps;
+  for (int f = 0; f + 1 < poses.frames; ++f) steps.push_back(Step(poses, f, f + 1));
+  if (steps.empty()) return 0;
+  const size_t rank = static_cast<size_t>(kJumpPercentile * static_cast<double>(steps.size() - 1));
+  std::nth_element(steps.begin(), steps.begin() + static_cast<std::ptrdiff_t>(rank), steps.end());
+  return steps[rank];
+}
+
+// Whether the end frame `end` jumps from its neighbour `end + inward`.
+bool Jumps(const PoseSeries& poses, int end, int inward, double usual) {
+  const double jump = Step(poses, end, end + inward);
+  return jump > kJumpFactor * usual && jump > kJumpFloorShare * Reach(poses, end);
+}
+
+void DropFrame(BvhTake& take, PoseSeries& poses, int frame) {
+  const auto columns = static_cast<std::ptrdiff_t>(take.columns);
+  const auto joints = static_cast<std::ptrdiff_t>(poses.Joints());
+  take.values.erase(take.values.begin() + frame * columns, take.values.begin() + (frame + 1) * columns);
+  poses.positions.erase(poses.positions.begin() + frame * joints,
+                        poses.positions.begin() + (frame + 1) * joints);
+  poses.topRotation.erase(poses.topRotation.begin() + frame);
+  --take.frames;
+  --poses.frames;
+}
+
+}  // namespace
+
+int DropJumpingEndFrames(BvhTake& take, PoseSeries& poses, std::vector<std::string>& notes) {
+  const double usual = UsualLargeStep(poses);
+  const int most = std::max(1, static_cast<int>(kMaxDroppedSeconds / poses.frameTime));
+  int first = 0, last = 0;
+  while (first < most && poses.frames > 2 && Jumps(poses, 0, +1, usual)) {
+    DropFrame(take, poses, 0);
+    ++first;
+  }
+  while (last < most && poses.frames > 2 && Jumps(poses, poses.frames - 1, -1, usual)) {
+    DropFrame(take, poses, poses.frames - 1);
+    ++last;
+  }
+  auto say = [&notes](int count, const char* where) {
+    if (count == 0) return;
+    notes.push_back(count == 1 ? std::string("the ") + where +
+                                     " frame dropped: its pose jumps to the next (a calibration "
+                                     "pose)"
+                               : std::string("the ") + std::to_string(count) + " " + where +
+                                     " frames dropped: their poses jump faster than a body "
+                                     "moves (a calibration pose blended in)");
+  };
+  say(first, "first");
+  say(last, "last");
+  return first + last;
+}
+
+}  // namespace knrconvert
