@@ -132,6 +132,11 @@ void SmoothEuler(BvhTake& take, int column) {
   double prev[3] = {take.Row(0)[column], take.Row(0)[column + 1], take.Row(0)[column + 2]};
   for (int f = 1; f < take.frames; ++f) {
     float* v = take.Row(f) + column;
+    if (std::fabs(v[0] - prev[0]) + std::fabs(v[1] - prev[1]) + std::fabs(v[2] - prev[2]) <
+        90) {  // within a quarter turn: the other triple lies at least half a turn away
+      for (int i = 0; i < 3; ++i) prev[i] = v[i] += 0.0f;  // and -0 written as 0
+      continue;
+    }
     const double a[2][3] = {{v[0], v[1], v[2]}, {v[0] + 180.0, 180.0 - v[1], v[2] + 180.0}};
     double best[3] = {0, 0, 0}, bestCost = INFINITY;
     for (const auto& candidate : a) {
@@ -142,7 +147,7 @@ void SmoothEuler(BvhTake& take, int column) {
       }
       if (cost < bestCost) bestCost = cost, std::copy_n(c, 3, best);
     }
-    for (int i = 0; i < 3; ++i) v[i] = static_cast<float>(prev[i] = best[i]);
+    for (int i = 0; i < 3; ++i) v[i] = static_cast<float>(prev[i] = best[i] + 0.0);
   }
 }
 
