@@ -44,8 +44,10 @@ std::map<std::string, std::vector<V>> PluginReading(const BvhTake& t) {
       V local = {joint.offset[0], joint.offset[1], joint.offset[2]}, angle = {0, 0, 0};
       for (size_t c = 0; c < joint.channels.size(); ++c) {
         const int axis = ChannelAxis(joint.channels[c]);
-        if (IsRotation(joint.channels[c])) angle[axis] = t.Row(f)[joint.column + c];
-        else local[axis] = t.Row(joint.parent < 0 ? f : 0)[joint.column + c];
+        if (IsRotation(joint.channels[c]))
+          angle[axis] = t.Row(f)[joint.column + c];
+        else
+          local[axis] = t.Row(joint.parent < 0 ? f : 0)[joint.column + c];
       }
       const M rj = Mul(Mul(Rot(2, angle[2]), Rot(0, angle[0])), Rot(1, angle[1]));
       r[j] = joint.parent < 0 ? rj : Mul(r[joint.parent], rj);
@@ -64,11 +66,15 @@ std::map<std::string, std::vector<V>> PluginReading(const BvhTake& t) {
 // `joints` names parent:name:offset; rotations swing by the frame, positions move around their
 // OFFSET by `sway`.
 BvhTake Body(std::vector<std::string> layout, double sway = 0, bool zUp = false) {
-  struct J { int parent; const char* name; V offset; };
+  struct J {
+    int parent;
+    const char* name;
+    V offset;
+  };
   static const J kJoints[] = {
-      {-1, "Hips", {0, 0, 0}},         {0, "LeftUpLeg", {10, 0, 0}},  {1, "LeftLeg", {0, -40, 0}},
-      {2, "LeftFoot", {0, -40, 0}},    {0, "RightUpLeg", {-10, 0, 0}}, {4, "RightLeg", {0, -40, 0}},
-      {5, "RightFoot", {0, -40, 0}},   {0, "Spine", {0, 20, 0}},       {7, "Head", {0, 40, 0}}};
+      {-1, "Hips", {0, 0, 0}},       {0, "LeftUpLeg", {10, 0, 0}},   {1, "LeftLeg", {0, -40, 0}},
+      {2, "LeftFoot", {0, -40, 0}},  {0, "RightUpLeg", {-10, 0, 0}}, {4, "RightLeg", {0, -40, 0}},
+      {5, "RightFoot", {0, -40, 0}}, {0, "Spine", {0, 20, 0}},       {7, "Head", {0, 40, 0}}};
   BvhTake t;
   for (size_t j = 0; j < std::size(kJoints); ++j) {
     BvhJoint joint;
@@ -80,9 +86,11 @@ BvhTake Body(std::vector<std::string> layout, double sway = 0, bool zUp = false)
     joint.endSite[2] = 8;
     const std::string& l = layout[std::min(j, layout.size() - 1)];
     for (const char c : l) {
-      if (c == 'p') joint.channels.insert(joint.channels.end(), {BvhChannel::kXposition,
-                                          BvhChannel::kYposition, BvhChannel::kZposition});
-      else joint.channels.push_back(static_cast<BvhChannel>(3 + c - 'X'));
+      if (c == 'p')
+        joint.channels.insert(joint.channels.end(), {BvhChannel::kXposition, BvhChannel::kYposition,
+                                                     BvhChannel::kZposition});
+      else
+        joint.channels.push_back(static_cast<BvhChannel>(3 + c - 'X'));
     }
     t.joints.push_back(joint);
   }
@@ -142,7 +150,8 @@ TEST(ConditionTake, PosesSurviveThePluginsReading) {
       {"Y Z X", Body({"pYZX", "YZX"}), kept, "(Y Z X)"},
       {"Z Y X", Body({"pZYX", "ZYX"}), kept, "(Z Y X)"},
       {"Z X Y untouched", Body({"pZXY", "ZXY"}), kept, nullptr},
-      {"mixed", Body({"pZYX", "ZXY", "ZY", "X", "YX", "ZX", "XYZ"}), kept, "on 6 joints (X Y Z, Y X, Z Y, Z Y X)"},
+      {"mixed", Body({"pZYX", "ZXY", "ZY", "X", "YX", "ZX", "XYZ"}), kept,
+       "on 6 joints (X Y Z, Y X, Z Y, Z Y X)"},
       {"static top", folded(Body({"pZXY", "ZXY"}), false), kept, "joint_Root folded into Hips"},
       {"rotating top", folded(Body({"ZYX", "ZXY"}, 0, true), true), kept, "folded"},
       {"added root", added, absolute, "read as added"},
@@ -176,11 +185,12 @@ TEST(ConditionTake, PosesSurviveThePluginsReading) {
         for (int i = 0; i < 3; ++i) worst = std::max(worst, std::fabs(positions[f][i] - want[i]));
       }
     EXPECT_LT(worst, 1e-4 * 100) << said;  // the body is about 100 units tall
-    double jump = 0;  // re-expressed angles run on without whole-turn jumps
+    double jump = 0;                       // re-expressed angles run on without whole-turn jumps
     for (const BvhJoint& j : take.joints)
       for (size_t k = 0; k < j.channels.size(); ++k)
         for (int f = 1; f < take.frames && IsRotation(j.channels[k]); ++f)
-          jump = std::max<double>(jump, std::fabs(take.Row(f)[j.column + k] - take.Row(f - 1)[j.column + k]));
+          jump = std::max<double>(
+              jump, std::fabs(take.Row(f)[j.column + k] - take.Row(f - 1)[j.column + k]));
     EXPECT_LT(jump, 150) << said;
     EXPECT_EQ(read.size(), 9u);
   }
@@ -191,8 +201,11 @@ TEST(ConditionTake, UnitsAndUpAxisFromTheSkeleton) {
     double scale;  // of the 80-unit thigh-to-ankle body
     const char* units;
     double metresPerUnit;
-  } cases[] = {{1, "centimetres", 0.01}, {0.01, "metres", 1},   {10, "millimetres", 0.001},
-               {0.45, "inches", 0.0254},  {0.19, "unknown units", 0.85 / (80 * 0.19)}};
+  } cases[] = {{1, "centimetres", 0.01},
+               {0.01, "metres", 1},
+               {10, "millimetres", 0.001},
+               {0.45, "inches", 0.0254},
+               {0.19, "unknown units", 0.85 / (80 * 0.19)}};
   for (const auto& c : cases) {
     BvhTake take = Body({"pZXY", "ZXY"});
     for (BvhJoint& j : take.joints)
@@ -216,7 +229,8 @@ TEST(ConditionTake, RealTakes) {
     const char* notes;  // expected in the notes, in order
     const char* units;
   } cases[] = {
-      {"bandai1_kick_normal_001.bvh", "joint_Root folded into Hips|20 joints made offsets", "centimetres"},
+      {"bandai1_kick_normal_001.bvh", "joint_Root folded into Hips|20 joints made offsets",
+       "centimetres"},
       {"bandai1_dash_normal_001.bvh", "joint_Root folded into Hips|", "centimetres"},
       {"cmu_02_03_run_iclone.bvh", "RL_BoneRoot folded into CC_Base_Hip|(Z Y X)", "centimetres"},
       {"cmu_02_04_jump_iclone.bvh", "CC_Base_Hip read as added|(Z Y X)", "centimetres"},
@@ -231,8 +245,9 @@ TEST(ConditionTake, RealTakes) {
   for (const auto& c : cases) {
     BvhTake take;
     std::string error, notes;
-    ASSERT_TRUE(ParseBvhTake(std::string(KNR_SHARED_DATA_DIR) + "/bvh/real-world/" + c.file,
-                             take, error)) << error;
+    ASSERT_TRUE(
+        ParseBvhTake(std::string(KNR_SHARED_DATA_DIR) + "/bvh/real-world/" + c.file, take, error))
+        << error;
     const ConditionReport report = ConditionTake(take);
     for (const std::string& n : report.notes) notes += n + "|";
     size_t at = 0;
