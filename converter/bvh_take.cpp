@@ -1,6 +1,11 @@
 // Reading, writing and forward kinematics of BVH takes (rules in bvh_take.h).
 #include "bvh_take.h"
 
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -9,20 +14,15 @@
 #include <string_view>
 #include <thread>
 
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 namespace knrconvert {
 namespace {
 
 constexpr int kMaxChannels = 6;
-constexpr size_t kSplitBytes = 1 << 20;   // motion text above this is read on two threads
-constexpr size_t kSplitWork = 1 << 16;    // frames x joints above this go on two threads
-constexpr size_t kMaxFloatChars = 16;     // "-1.17549435e-38" and a separator
-constexpr size_t kQuotedChars = 40;       // longest token quoted in an error
-constexpr size_t kWriteBlock = 2 << 20;   // motion text formatted per thread between writes
+constexpr size_t kSplitBytes = 1 << 20;  // motion text above this is read on two threads
+constexpr size_t kSplitWork = 1 << 16;   // frames x joints above this go on two threads
+constexpr size_t kMaxFloatChars = 16;    // "-1.17549435e-38" and a separator
+constexpr size_t kQuotedChars = 40;      // longest token quoted in an error
+constexpr size_t kWriteBlock = 2 << 20;  // motion text formatted per thread between writes
 
 constexpr const char* kChannelNames[] = {"Xposition", "Yposition", "Zposition",
                                          "Xrotation", "Yrotation", "Zrotation"};
@@ -102,7 +102,8 @@ bool ParseHierarchy(Reader& in, BvhTake& take) {
     } else if (t == "CHANNELS") {
       int n = 0;
       if (!in.Number(n, "channel count")) return false;
-      if (n < 0 || n > kMaxChannels) return in.Fail("a joint with " + std::to_string(n) + " channels");
+      if (n < 0 || n > kMaxChannels)
+        return in.Fail("a joint with " + std::to_string(n) + " channels");
       joint.channels.clear();
       for (int i = 0; i < n; ++i) {
         const std::string_view c = in.Next();
@@ -150,9 +151,11 @@ Rows ParseRows(const char* p, const char* end, int columns, size_t maxRows, floa
       const char* stop = nullptr;
       if (n == columns || !ParseNumber(p, end, row[n], &stop) || (stop < end && !IsSpace(*stop))) {
         r.errorAt = p;
-        r.error = n == columns ? "more than " + std::to_string(columns) + " values in a frame"
-                               : "bad number " + Reader::Quote({p, static_cast<size_t>(
-                                     std::find_if(p, end, IsSpace) - p)});
+        r.error =
+            n == columns
+                ? "more than " + std::to_string(columns) + " values in a frame"
+                : "bad number " +
+                      Reader::Quote({p, static_cast<size_t>(std::find_if(p, end, IsSpace) - p)});
         return r;
       }
       p = stop;
@@ -181,7 +184,8 @@ bool ParseMotion(Reader& in, BvhTake& take) {
   const char *begin = in.Pos(), *end = in.End();
   const size_t cols = static_cast<size_t>(take.columns);
   if (static_cast<unsigned long long>(frames) > (end - begin + 1) / (2 * cols))
-    return in.FailAt(framesAt, "Frames: " + std::to_string(frames) + " is more than the file holds");
+    return in.FailAt(framesAt,
+                     "Frames: " + std::to_string(frames) + " is more than the file holds");
   take.frames = static_cast<int>(frames);
   ResizeFresh(take.values, static_cast<size_t>(frames) * cols);
 
@@ -196,7 +200,8 @@ bool ParseMotion(Reader& in, BvhTake& take) {
   Rows second;
   std::thread worker;
   if (mid < end)
-    worker = std::thread([&] { second = ParseRows(mid, end, take.columns, tailRows, tail.data()); });
+    worker =
+        std::thread([&] { second = ParseRows(mid, end, take.columns, tailRows, tail.data()); });
   const Rows first = ParseRows(begin, mid, take.columns, frames, take.values.data());
   if (worker.joinable()) worker.join();
 
@@ -208,8 +213,8 @@ bool ParseMotion(Reader& in, BvhTake& take) {
     return true;
   }
   if (second.errorAt) return in.FailAt(second.errorAt, second.error);
-  return in.FailAt(end, "the take ends after " + std::to_string(first.rows + second.rows) +
-                            " of " + std::to_string(frames) + " frames");
+  return in.FailAt(end, "the take ends after " + std::to_string(first.rows + second.rows) + " of " +
+                            std::to_string(frames) + " frames");
 }
 
 size_t AppendDouble(char* out, double v) {

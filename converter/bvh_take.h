@@ -48,25 +48,23 @@ const char* ChannelName(BvhChannel c);
 
 struct BvhJoint {
   std::string name;
-  int parent = -1;          // index of the parent joint; -1 for the top joint
-  double offset[3] = {};    // from the parent joint, in the take's units
+  int parent = -1;                   // index of the parent joint; -1 for the top joint
+  double offset[3] = {};             // from the parent joint, in the take's units
   std::vector<BvhChannel> channels;  // in file order
-  int column = 0;           // the joint's first value in a frame row
-  bool hasEndSite = false;  // an "End Site" below the joint, at endSite from it
+  int column = 0;                    // the joint's first value in a frame row
+  bool hasEndSite = false;           // an "End Site" below the joint, at endSite from it
   double endSite[3] = {};
 };
 
 struct BvhTake {
   std::vector<BvhJoint> joints;  // file order, parents before children, subtrees contiguous
   int frames = 0;
-  double frameTime = 0;  // seconds
-  int columns = 0;       // values per frame
+  double frameTime = 0;       // seconds
+  int columns = 0;            // values per frame
   std::vector<float> values;  // frames x columns, row-major
 
   float* Row(int frame) { return values.data() + static_cast<size_t>(frame) * columns; }
-  const float* Row(int frame) const {
-    return values.data() + static_cast<size_t>(frame) * columns;
-  }
+  const float* Row(int frame) const { return values.data() + static_cast<size_t>(frame) * columns; }
   // Sets every joint's column and `columns` from the channel lists (after editing them).
   void AssignColumns();
 };

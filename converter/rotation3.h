@@ -53,7 +53,7 @@ inline Mat3 AxisRotation(int axis, double degrees) {
 inline void ZxyAngles(const Mat3& r, double out[3]) {
   constexpr double kGimbal = 1e-9;  // cos(x) below this: x is +-90 degrees
   const double sx = std::fmax(-1.0, std::fmin(1.0, r.m[2][1]));
-  const double cx = std::hypot(r.m[2][0], r.m[2][2]);
+  const double cx = std::sqrt(r.m[2][0] * r.m[2][0] + r.m[2][2] * r.m[2][2]);
   out[1] = std::atan2(sx, cx) * kRadToDeg;
   if (cx > kGimbal) {
     out[0] = std::atan2(-r.m[0][1], r.m[1][1]) * kRadToDeg;

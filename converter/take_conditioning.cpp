@@ -117,9 +117,9 @@ Mat3 UpTurn(const BvhTake& take, int top, const Pose& pose, std::string& up) {
   if (head < 0 || head == top) return Mat3();
   double v[3];
   for (int i = 0; i < 3; ++i) v[i] = pose.p[head][i] - pose.p[top][i];
-  const int axis = static_cast<int>(std::max_element(v, v + 3, [](double a, double b) {
-                                      return std::fabs(a) < std::fabs(b);
-                                    }) - v);
+  const int axis = static_cast<int>(
+      std::max_element(v, v + 3, [](double a, double b) { return std::fabs(a) < std::fabs(b); }) -
+      v);
   if (std::fabs(v[axis]) < kUpAxisShare * Length(v) || (axis == 1 && v[1] > 0)) return Mat3();
   up = std::string(v[axis] < 0 ? "-" : "") + "XYZ"[axis];
   if (axis == 0) return AxisRotation(2, v[0] > 0 ? 90 : -90);
@@ -132,6 +132,11 @@ void SmoothEuler(BvhTake& take, int column) {
   double prev[3] = {take.Row(0)[column], take.Row(0)[column + 1], take.Row(0)[column + 2]};
   for (int f = 1; f < take.frames; ++f) {
     float* v = take.Row(f) + column;
+    if (std::fabs(v[0] - prev[0]) + std::fabs(v[1] - prev[1]) + std::fabs(v[2] - prev[2]) <
+        90) {  // within a quarter turn: the other triple lies at least half a turn away
+      for (int i = 0; i < 3; ++i) prev[i] = v[i] += 0.0f;  // and -0 written as 0
+      continue;
+    }
     const double a[2][3] = {{v[0], v[1], v[2]}, {v[0] + 180.0, 180.0 - v[1], v[2] + 180.0}};
     double best[3] = {0, 0, 0}, bestCost = INFINITY;
     for (const auto& candidate : a) {
@@ -142,7 +147,7 @@ void SmoothEuler(BvhTake& take, int column) {
       }
       if (cost < bestCost) bestCost = cost, std::copy_n(c, 3, best);
     }
-    for (int i = 0; i < 3; ++i) v[i] = static_cast<float>(prev[i] = best[i]);
+    for (int i = 0; i < 3; ++i) v[i] = static_cast<float>(prev[i] = best[i] + 0.0);
   }
 }
 
@@ -174,7 +179,8 @@ void InferUnits(const BvhTake& take, const Pose& first, ConditionReport& report)
   const std::pair<const char*, double> units[] = {
       {"metres", 1}, {"centimetres", 0.01}, {"millimetres", 0.001}, {"inches", 0.0254}};
   for (const auto& [name, metres] : units) {
-    if (length > 0 && std::fabs(std::log(report.metresPerUnit / metres)) < std::log(kUnitTolerance)) {
+    if (length > 0 &&
+        std::fabs(std::log(report.metresPerUnit / metres)) < std::log(kUnitTolerance)) {
       report.units = name;
       report.metresPerUnit = metres;
       return;
@@ -196,7 +202,8 @@ ConditionReport ConditionTake(BvhTake& take) {
   for (;;) {
     const int top = chain.back();
     if ((add[top] = PositionsAdd(take, top, add)))
-      report.notes.push_back("position of " + take.joints[top].name + " read as added to its offset");
+      report.notes.push_back("position of " + take.joints[top].name +
+                             " read as added to its offset");
     if (children[top].size() != 1 || children[children[top][0]].size() < 2) break;
     report.notes.push_back("top joint " + take.joints[top].name + " folded into " +
                            take.joints[children[top][0]].name);
@@ -217,7 +224,8 @@ ConditionReport ConditionTake(BvhTake& take) {
     reach[j] = reach[take.joints[j].parent] + Length(take.joints[j].offset);
     size = std::max(size, reach[j] + Length(take.joints[j].endSite));
   }
-  const bool rebuildTop = chain.size() > 1 || up != "Y" || !RotationsReadRight(take.joints[top].channels);
+  const bool rebuildTop =
+      chain.size() > 1 || up != "Y" || !RotationsReadRight(take.joints[top].channels);
   const bool addTop = add[top] && !rebuildTop;
   BvhTake out;
   std::vector<int> index(joints, -1), reexpressed;  // new index; joints given Z X Y angles
