@@ -36,10 +36,11 @@ TEST(Stance, EstimateFollowsTheFeet) {
   const struct {
     const char* name;
     double fps;
-    int unit;                   // index into unitOf
-    int change;                 // 0 none, 1 foot held up, 2 foot slides, 3 floor glitch, 4 flicker
+    int unit;    // index into unitOf
+    int change;  // 0 none, 1 foot held up, 2 foot slides, 3 floor glitch, 4 flicker, 5 roll
   } cases[] = {{"30 fps, m", 30, 0, 0},   {"120 fps, cm", 120, 1, 0}, {"foot held up", 60, 0, 1},
-               {"foot slides", 60, 0, 2}, {"floor glitch", 60, 0, 3}, {"flicker", 30, 0, 4}};
+               {"foot slides", 60, 0, 2}, {"floor glitch", 60, 0, 3}, {"flicker", 30, 0, 4},
+               {"heel to toe", 60, 0, 5}};
   for (const auto& c : cases) {
     Plan plan;
     plan.fps = c.fps;
@@ -47,13 +48,19 @@ TEST(Stance, EstimateFollowsTheFeet) {
     plan.moves = {{4, 1.2}, {3, 0}};
     Take take = Build(plan);
     const float u = float(plan.unit);
-    if (c.change == 1) Edit(take, 5, 6, [&](Vec3f& p, double) { p.y += 0.11f * u; });
+    // Held 0.11 m up from 1 s on: the foot is at its floor on 14% of the frames only.
+    if (c.change == 1) Edit(take, 1, 7.1, [&](Vec3f& p, double) { p.y += 0.11f * u; });
     if (c.change == 2) Edit(take, 5, 6, [&](Vec3f& p, double t) { p.z += float(0.6 * t) * u; });
     if (c.change == 3) {  // 3% of frames sunk 0.3 m through the floor: no plant
       Edit(take, 5, 5.2, [&](Vec3f& p, double) { p.y -= 0.3f * u; });
     }
     const size_t flicker = size_t(5.5 * c.fps);
     if (c.change == 4) take.pose.positions[flicker * 7 + kLeftFoot].y += 0.1f * u;
+    for (int f = 0; c.change == 5 && f < take.pose.frames; ++f) {  // a planted foot rolls
+      const double t = f * take.pose.frameTime;
+      take.pose.positions[size_t(f) * 7 + kLeftFoot].y +=
+          float(0.025 * (1 - std::cos(6.28 * t))) * u;
+    }
     const double leg = LegLength(take.pose, FindLeg(take.pose, kLeftFoot));
     for (int foot : {0, 1}) {
       const Stance stance = EstimateStance(take.pose, foot ? kRightFoot : kLeftFoot, leg);
@@ -77,9 +84,9 @@ TEST(Stance, ChosenThresholdAgreesWhereTheUsualOneDoesNot) {
   for (size_t i = 0; i < feet.size(); ++i) {
     EXPECT_GT(ContactAgreement(choice.feet[i].intervals, take.planted[i]), 0.9) << i;
   }
-  EXPECT_LT(ContactAgreement(PredictContacts(take.pose, kLeftFoot, kUsualThreshold),
-                             take.planted[0]),
-            0.9);
+  EXPECT_LT(
+      ContactAgreement(PredictContacts(take.pose, kLeftFoot, kUsualThreshold), take.planted[0]),
+      0.9);
 
   // Nothing moves: every threshold keys the same, and the usual one stays.
   Plan still;

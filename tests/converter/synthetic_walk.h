@@ -14,11 +14,12 @@
 namespace knrconvert::testing {
 
 struct Plan {
-  double fps = 30, unit = 1;                       // frames a second; length unit per metre
-  std::vector<std::pair<double, double>> moves;    // (seconds, m/s), each ramped 0.4 s from the last
-  double turn = 0, sway = 0;                       // degrees: turned mid-path; hip sway
-  double hipWidth = 0.1, bob = 0, jumpAt = -1;     // m; m of COG bob; second a 0.3 m jump starts
-  bool march = false;                              // feet step on the spot, 1.1 s a cycle
+  double fps = 30, unit = 1;                     // frames a second; length unit per metre
+  std::vector<std::pair<double, double>> moves;  // (seconds, m/s), each ramped 0.4 s from the last
+  double turn = 0, sway = 0;                     // degrees: turned mid-path; hip sway
+  double hipWidth = 0.1, bob = 0, jumpAt = -1;   // m; m of COG bob; second a 0.3 m jump starts
+  double rock = 0;                               // m the COG rocks sideways, 0.8 times a second
+  bool march = false;                            // feet step on the spot, 1.1 s a cycle
 };
 
 struct Take {
@@ -58,16 +59,18 @@ inline Take Build(const Plan& p) {
   PoseSeries& pose = take.pose;
   pose.frameTime = 1 / p.fps;
   pose.frames = static_cast<int>(std::lround(seconds * p.fps)) + 1;
-  pose.names = {"Hips", "LeftThigh", "LeftKnee", "LeftFoot", "RightThigh", "RightKnee", "RightFoot"};
+  pose.names = {"Hips",       "LeftThigh", "LeftKnee", "LeftFoot",
+                "RightThigh", "RightKnee", "RightFoot"};
   pose.parents = {-1, 0, 1, 2, 0, 4, 5};
   take.planted.assign(2, std::vector<bool>(size_t(pose.frames)));
   for (int f = 0; f < pose.frames; ++f) {
     const double t = f / p.fps, d = distance(t);
-    const double cycle = p.march ? t / 1.1 : d / stride, face = yaw(d) + p.sway * kPi / 180 *
-                                                                          std::cos(2 * kPi * cycle);
+    const double cycle = p.march ? t / 1.1 : d / stride,
+                 face = yaw(d) + p.sway * kPi / 180 * std::cos(2 * kPi * cycle);
     const double lift = p.jumpAt >= 0 && t > p.jumpAt && t < p.jumpAt + 0.5
-                            ? 0.3 * std::sin(kPi * (t - p.jumpAt) / 0.5) : 0;
-    Vec3f cog = at(d, 0);
+                            ? 0.3 * std::sin(kPi * (t - p.jumpAt) / 0.5)
+                            : 0;
+    Vec3f cog = at(d, p.rock * std::sin(2 * kPi * 0.8 * t));
     cog.y = float(0.9 + lift + p.bob * std::sin(4 * kPi * cycle));
     std::vector<Vec3f> joints = {cog};
     for (int foot = 0; foot < 2; ++foot) {
@@ -86,12 +89,13 @@ inline Take Build(const Plan& p) {
       const double hip = foot == 0 ? p.hipWidth : -p.hipWidth;
       const Vec3f thigh = {float(cog.x + hip * std::cos(face)), cog.y - 0.05f,
                            float(cog.z - hip * std::sin(face))};
-      const Vec3f knee = {float((thigh.x + pos.x) / 2 + 0.1 * std::sin(face)), (thigh.y + pos.y) / 2,
+      const Vec3f knee = {float((thigh.x + pos.x) / 2 + 0.1 * std::sin(face)),
+                          (thigh.y + pos.y) / 2,
                           float((thigh.z + pos.z) / 2 + 0.1 * std::cos(face))};
       joints.insert(joints.end(), {thigh, knee, pos});
     }
-    for (Vec3f& j : joints) pose.positions.push_back({float(j.x * p.unit), float(j.y * p.unit),
-                                                      float(j.z * p.unit)});
+    for (Vec3f& j : joints)
+      pose.positions.push_back({float(j.x * p.unit), float(j.y * p.unit), float(j.z * p.unit)});
     pose.topRotation.push_back({0, float(std::sin(face / 2)), 0, float(std::cos(face / 2))});
   }
   return take;
