@@ -172,8 +172,19 @@ std::string TakeSection(const TakeReport& take, size_t index) {
   if (take.frame_time) html += Format(" at %.4g s", *take.frame_time);
   if (take.joints) html += " \u00b7 " + Count(*take.joints) + " joints";
   if (!take.cog.empty()) html += " \u00b7 COG " + EscapeHtml(take.cog);
+  if (!take.units.empty()) html += " \u00b7 " + EscapeHtml(take.units);
   if (take.threshold) html += Format(" \u00b7 contact threshold %g", *take.threshold);
+  for (const auto& [foot, share] : take.agreement) {
+    html += " \u00b7 " + EscapeHtml(foot) +
+            Format(" contacts agree with its motion on %.0f%% of frames", 100 * share);
+  }
   html += "</p>\n";
+  if (!take.conditioning.empty()) {
+    html += "<p class=\"conditioning\">Conditioned before import: ";
+    for (size_t i = 0; i < take.conditioning.size(); ++i)
+      html += (i ? "; " : "") + EscapeHtml(take.conditioning[i]);
+    html += "</p>\n";
+  }
   if (!take.seconds.empty()) {
     html += "<p class=\"phases\">";
     for (size_t i = 0; i < take.seconds.size(); ++i) {

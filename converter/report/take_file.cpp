@@ -229,7 +229,8 @@ void ReadFeet(const json& root, TakeReport& take, FieldReader& reader) {
 void ReadSeconds(const json& root, TakeReport& take, FieldReader& reader) {
   const json* seconds = reader.Object(root, "seconds");
   if (seconds == nullptr) return;
-  static const char* const kPhaseOrder[] = {"import", "generate", "skill", "loop", "save"};
+  static const char* const kPhaseOrder[] = {"condition", "import", "analysis", "generate",
+                                            "skill",     "loop",   "save"};
   const auto rank = [](const std::string& phase) {
     const auto* end = std::end(kPhaseOrder);
     return std::find(std::begin(kPhaseOrder), end, phase) - std::begin(kPhaseOrder);
@@ -289,6 +290,17 @@ std::optional<TakeReport> ReadTakeJson(const json& root, const std::string& file
   take.cog = reader.Text(root, "cog");
   take.skill = reader.Text(root, "skill");
   take.threshold = reader.Number(root, "threshold");
+  if (const json* conditioning = reader.Object(root, "conditioning")) {
+    take.units = reader.Text(*conditioning, "units", "conditioning.");
+    if (const json* notes = reader.Array(*conditioning, "notes", "conditioning.")) {
+      for (const json& note : *notes)
+        if (note.is_string()) take.conditioning.push_back(note.get<std::string>());
+    }
+  }
+  if (const json* agreement = reader.Object(root, "contactAgreement")) {
+    for (const auto& [foot, share] : agreement->items())
+      if (share.is_number()) take.agreement.emplace_back(foot, share.get<double>());
+  }
   take.distance = reader.Number(root, "distance");
   take.heading_change = reader.Number(root, "headingChange");
   ReadFeet(root, take, reader);

@@ -49,6 +49,9 @@ struct TakeReport {
   std::string skill;
   std::vector<std::pair<std::string, std::string>> feet;  // joint, how it was found
   std::optional<double> threshold;
+  std::vector<std::string> conditioning;  // what was done to the take before its import
+  std::string units;                      // as inferred from the skeleton
+  std::vector<std::pair<std::string, double>> agreement;  // per foot: contacts vs the feet's motion
   std::optional<double> distance;
   std::optional<double> heading_change;
   std::optional<TakeLoop> loop;

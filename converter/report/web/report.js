@@ -183,11 +183,13 @@
     make(fig, opts, [null, [path.x, path.z]], function (w) { return Math.min(420, Math.max(260, w * 0.7)); }, true);
   }
 
-  // The channel over the loop window played twice, before and after blending; the join (where
+  // How far the joint that jumps most at the wrap is from its pose at the loop's start (relative
+  // to the COG), over the loop window played twice, before and after blending; the join (where
   // the second play starts) is the seam a viewer would see.
   function seamChart(container, seam) {
-    var fig = figure(container, 'Loop seam of ' + (seam.channel || 'the loop channel') +
-      ': before (orange) and after (blue) blending, join dashed', true);
+    var fig = figure(container, 'Loop seam of ' + (seam.channel || 'the loop') +
+      ' (distance from its pose at the loop start): before (orange) and after (blue) blending, ' +
+      'join dashed', true);
     function frameAt(v) {
       var xs = seam.x, lo = 0, hi = xs.length - 1;
       while (lo < hi) {
