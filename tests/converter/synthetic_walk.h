@@ -14,11 +14,11 @@
 namespace knrconvert::testing {
 
 struct Plan {
-  double fps = 30, unit = 1;                     // frames a second; length unit per metre
   std::vector<std::pair<double, double>> moves;  // (seconds, m/s), each ramped 0.4 s from the last
+  double fps = 30, unit = 1;                     // frames a second; length unit per metre
   double turn = 0, sway = 0;                     // degrees: turned mid-path; hip sway
-  double hipWidth = 0.1, bob = 0, jumpAt = -1;   // m; m of COG bob; second a 0.3 m jump starts
-  double rock = 0;                               // m the COG rocks sideways, 0.8 times a second
+  double hipWidth = 0.1, bob = 0, rock = 0;      // m; COG bob; COG rocking sideways at 0.8 Hz
+  double jumpAt = -1;                            // second a 0.3 m jump starts
   bool march = false;                            // feet step on the spot, 1.1 s a cycle
 };
 

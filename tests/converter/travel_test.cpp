@@ -11,66 +11,53 @@ using testing::Build;
 using testing::Plan;
 
 constexpr BodyJoints kBody = {0, 3, 6};
-
-Plan Moves(std::vector<std::pair<double, double>> moves, double fps = 30, double unit = 1) {
-  Plan plan;
-  plan.moves = std::move(moves);
-  plan.fps = fps;
-  plan.unit = unit;
-  return plan;
-}
+using Moves = std::vector<std::pair<double, double>>;
 
 TEST(Travel, KindAndDistance) {
-  Plan sway = Moves({{2, 0}, {0.5, 0.3}, {2, 0}, {0.5, 0.3}, {2, 0}});  // two small shuffles
-  sway.sway = 10;
-  Plan rock = Moves({{6, 0}});  // dancing from side to side
-  rock.rock = 0.15;
-  Plan jump = Moves({{3, 0}});
-  jump.jumpAt = 1;
-  std::vector<std::pair<double, double>> hops;  // forward jumps, a second's pause between
+  Moves hops;  // forward jumps, a second's pause between
   for (int i = 0; i < 6; ++i) hops.insert(hops.end(), {{0.4, 2.0}, {1.0, 0}});
   const struct {
     const char* name;
     Plan plan;
     bool locomotion;
   } cases[] = {
-      {"walk", Moves({{4, 1.2}}), true},
-      {"walk at 120 fps", Moves({{4, 1.2}}, 120), true},
-      {"walk in cm", Moves({{4, 1.2}}, 30, 100), true},
-      {"slow walk, 0.6 leg a second", Moves({{6, 0.5}}), true},
-      {"drift, 0.35 leg a second", Moves({{10, 0.3}}), false},
-      {"short walk, under two legs", Moves({{1.2, 1.2}}), false},
-      {"dash of 0.67 s", Moves({{0.67, 4}}), true},
-      {"forward jumps", Moves(hops), true},
-      {"burst of 1.2 s, 2.5 legs", Moves({{2, 0}, {1.2, 1.8}, {2, 0}}), true},
-      {"standing, sway and shuffles", sway, false},
-      {"rocking side to side", rock, false},
-      {"jump in place", jump, false},
+      {"walk", {{{4, 1.2}}}, true},
+      {"walk at 120 fps in cm", {{{4, 1.2}}, 120, 100}, true},
+      {"slow walk, 0.6 leg a second", {{{6, 0.5}}}, true},
+      {"drift, 0.35 leg a second", {{{10, 0.3}}}, false},
+      {"short walk, under two legs", {{{1.2, 1.2}}}, false},
+      {"burst of 1.2 s, 2.5 legs", {{{2, 0}, {1.2, 1.8}, {2, 0}}}, true},
+      {"dash of 0.67 s", {{{0.67, 4}}}, true},
+      {"forward jumps", {hops}, true},
+      {"standing, sway and shuffles",
+       {.moves = {{2, 0}, {0.5, 0.3}, {2, 0}, {0.5, 0.3}, {2, 0}}, .sway = 10},
+       false},
+      {"rocking side to side", {.moves = {{6, 0}}, .rock = 0.15}, false},
+      {"jump in place", {.moves = {{3, 0}}, .jumpAt = 1}, false},
   };
   for (const auto& c : cases) {
     const auto take = Build(c.plan);
     const Travel travel = MeasureTravel(take.pose, kBody);
     EXPECT_EQ(travel.locomotion, c.locomotion) << c.name;
-    const auto& p = take.pose.At(take.pose.frames - 1, 0);
+    const auto& end = take.pose.At(take.pose.frames - 1, 0);
     if (c.plan.rock == 0) {  // a straight path: its length is where it ends
-      EXPECT_NEAR(travel.distance, std::hypot(p.x, p.z), 0.02 * c.plan.unit) << c.name;
+      EXPECT_NEAR(travel.distance, std::hypot(end.x, end.z), 0.02 * c.plan.unit) << c.name;
     }
   }
 }
 
 TEST(Travel, HeadingChange) {
-  Plan turn = Moves({{6, 1.2}});
-  turn.turn = 100;
-  turn.sway = 10;  // starts and ends near sway peaks of opposite sides: the bare ends say 80
+  // Starts and ends near sway peaks of opposite sides: the bare ends would say 80.
+  const Plan turn = {.moves = {{6, 1.2}}, .turn = 100, .sway = 10};
   Plan noHips = turn;
   noHips.hipWidth = 0;  // the top joint's rotation decides
-  Plan straight = Moves({{4, 1.2}});
-  straight.sway = 10;
   const struct {
     const char* name;
     Plan plan;
     double heading;
-  } cases[] = {{"turn left 100", turn, 100}, {"no hips", noHips, 100}, {"straight", straight, 0}};
+  } cases[] = {{"turn left 100", turn, 100},
+               {"no hips", noHips, 100},
+               {"straight", {.moves = {{4, 1.2}}, .sway = 10}, 0}};
   for (const auto& c : cases) {
     auto take = Build(c.plan);
     if (c.plan.hipWidth > 0) take.pose.topRotation.assign(take.pose.topRotation.size(), Quatf{});
@@ -82,31 +69,29 @@ TEST(Travel, HeadingChange) {
 
 TEST(Travel, SteadyStretchLeavesOutStartAndStop) {
   for (double fps : {30.0, 120.0}) {
-    const Travel travel = MeasureTravel(Build(Moves({{3, 0}, {5, 1.2}, {2, 0}}, fps)).pose, kBody);
+    const Travel travel = MeasureTravel(Build({{{3, 0}, {5, 1.2}, {2, 0}}, fps}).pose, kBody);
     ASSERT_EQ(travel.steadyStretches.size(), 1u) << fps;
-    const double first = travel.steadyStretches[0].first / fps,
-                 last = travel.steadyStretches[0].second / fps;
-    EXPECT_GT(first, 3.3) << fps;  // walking starts at 3 s, full speed at 3.4 s
-    EXPECT_LT(first, 4.0) << fps;
-    EXPECT_GT(last, 7.5) << fps;  // slows from 8 s
-    EXPECT_LT(last, 8.2) << fps;
+    const auto [first, last] = travel.steadyStretches[0];
+    EXPECT_GT(first / fps, 3.3) << fps;  // walking starts at 3 s, full speed at 3.4 s
+    EXPECT_LT(first / fps, 4.0) << fps;
+    EXPECT_GT(last / fps, 7.5) << fps;  // slows from 8 s
+    EXPECT_LT(last / fps, 8.2) << fps;
   }
 }
 
 TEST(Travel, Warnings) {
-  Plan march = Moves({{6, 0}});
-  march.march = true;
-  Plan marchBob = march;
-  marchBob.bob = 0.05;
   const struct {
     const char* name;
     Plan plan;
     size_t warnings;
     const char* text;
   } cases[] = {
-      {"walk", Moves({{4, 1.2}}), 0, ""},
-      {"marching, COG still", march, 2, "never moves"},
-      {"marching, COG bobs", marchBob, 1, "steps but the body does not travel"},
+      {"walk", {{{4, 1.2}}}, 0, ""},
+      {"marching, COG still", {.moves = {{6, 0}}, .march = true}, 2, "never moves"},
+      {"marching, COG bobs",
+       {.moves = {{6, 0}}, .bob = 0.05, .march = true},
+       1,
+       "steps but the body"},
   };
   for (const auto& c : cases) {
     const Travel travel = MeasureTravel(Build(c.plan).pose, kBody);
