@@ -12,7 +12,10 @@
 //   - it is low: less than 0.1 leg length above its own floor, the 5th percentile of its heights
 //     over the take (a few frames of a foot sunk through the floor do not set the floor), and
 //   - it is nearly still: its 3D speed, the central difference over a thirtieth of a second each
-//     side (at least one frame), is below 0.5 leg length a second.
+//     side (at least one frame), is below one leg length a second. The foot joint is the ankle,
+//     which keeps moving while the foot rolls from heel to toe on the ground (a runner's ankle
+//     at about 0.7 leg length a second); a swinging foot moves at two leg lengths a second and
+//     more.
 // Then runs shorter than 0.12 s (and one-frame runs at any rate) are flickers: gaps in a plant
 // are filled first, then short plants dropped. A one-frame glitch of a marker makes a gap of
 // three frames (the speed spans it); a real swing or a running foot's contact lasts longer.
@@ -37,7 +40,7 @@ namespace knrconvert {
 inline constexpr double kApartShare = 0.01;
 inline constexpr double kFloorPercentile = 0.05;
 inline constexpr double kPlantedHeightLegs = 0.1;
-inline constexpr double kPlantedSpeedLegs = 0.5;  // leg lengths a second
+inline constexpr double kPlantedSpeedLegs = 1.0;  // leg lengths a second
 inline constexpr double kSpeedHalfSpanSeconds = 1.0 / 30;
 inline constexpr double kFlickerSeconds = 0.12;
 inline constexpr double kThresholdMin = 0.05;

@@ -268,6 +268,7 @@ TEST_F(KnrconvertRun, RealWorldTakes) {
     const char* cog;
     const char* skill;
     double heading, headingTolerance;  // degrees; a negative tolerance: not checked
+    bool contactsHold = true;  // false: the take's file warns of its contacts instead
   } cases[] = {
       {"cmu_02_01_walk_bvhmatlab", "Hips", "Locomotion", 0, 20},
       {"cmu_02_03_run_iclone", "CC_Base_Hip", "Locomotion", 0, 20},
@@ -276,7 +277,8 @@ TEST_F(KnrconvertRun, RealWorldTakes) {
       {"milad_standing_bvhmatlab", "Hips", "Basic", 35, 30},
       {"cmu_02_01_walk_vreng", "hip", "Locomotion", 0, 20},
       {"cmu_01_01_jumps-turn_poselib", "pelvis", "Locomotion", 0, 30},
-      {"bandai1_dash_normal_001", "Hips", "Locomotion", 0, 20},
+      // One run cycle of 20 frames: too short for the detector to key a lasting contact.
+      {"bandai1_dash_normal_001", "Hips", "Locomotion", 0, 20, false},
       {"bandai1_kick_normal_001", "Hips", "Basic", 1080, 100},
       {"karate_inches_vreng", "Hips", "Basic", 0, -1},
       {"xsens_S02_walk-turn-stand_gaittoolbox", "Hips", "Locomotion", 180, 30},
@@ -299,7 +301,9 @@ TEST_F(KnrconvertRun, RealWorldTakes) {
     if (c.headingTolerance >= 0) {
       EXPECT_NEAR(j["headingChange"].get<double>(), c.heading, c.headingTolerance) << c.take;
     }
-    if (j["skill"] == "Locomotion") {
+    if (j["skill"] == "Locomotion" && !c.contactsHold) {
+      EXPECT_NE(j["warnings"].dump().find("contact"), std::string::npos) << c.take;
+    } else if (j["skill"] == "Locomotion") {
       for (const auto& [foot, agreement] : j["contactAgreement"].items()) {
         EXPECT_GE(agreement.get<double>(), 0.8) << c.take << " " << foot;
         bool planted = false;  // at least one contact that lasts
