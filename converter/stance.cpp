@@ -142,7 +142,8 @@ ContactChoice ChooseContactThreshold(const PoseSeries& pose, const std::vector<i
   const int steps = static_cast<int>(std::lround((kThresholdMax - kThresholdMin) / kThresholdStep));
   for (int s = 0; s <= steps; ++s) {
     ContactChoice choice;
-    choice.threshold = kThresholdMin + s * kThresholdStep;
+    // Rounded to the grid's own digits, so that the page and the take file say "0.225".
+    choice.threshold = std::round((kThresholdMin + s * kThresholdStep) * 1e4) / 1e4;
     double sum = 0;
     for (size_t i = 0; i < feet.size() && i < stances.size(); ++i) {
       FootContacts foot;

@@ -229,7 +229,8 @@ TEST_F(KnrconvertRun, RealTakes) {
   const std::string data = KNR_SHARED_DATA_DIR "/bvh/";
   const RunResult run =
       Convert(data + "01_01.bvh " + data + "Boxing_Toes.bvh " + KNR_EXAMPLES_DIR +
-              "/data/pipeline.bvh --quiet --no-report -o " + (dir_ / "out").string());
+              "/data/pipeline.bvh --quiet --no-report --keep-conditioned -o " +
+              (dir_ / "out").string());
   ASSERT_EQ(run.status, 0) << run.out;
   const struct {
     const char* take;
@@ -248,6 +249,11 @@ TEST_F(KnrconvertRun, RealTakes) {
     EXPECT_EQ(j["joints"], c.joints) << c.take;
     EXPECT_EQ(j["feet"][0]["joint"], c.left) << c.take;
     EXPECT_EQ(j["cog"], "Hips") << c.take;
+    // 01_01 lists Z Y X and starts in a T-pose: conditioned, and kept as asked; the others not.
+    const bool conditioned = std::string(c.take) == "01_01";
+    EXPECT_EQ(j["conditioning"]["changed"], conditioned) << c.take;
+    EXPECT_EQ(fs::exists(dir_ / "out" / (std::string(c.take) + ".conditioned.bvh")), conditioned)
+        << c.take;
     if (j["skill"] == "Locomotion") {
       EXPECT_FALSE(j["contacts"][c.left].empty()) << c.take;
     }
