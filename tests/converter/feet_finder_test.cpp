@@ -8,7 +8,7 @@ namespace {
 // Hips with a spine and two legs (upper leg, foot, optionally a toe) standing at the origin,
 // left leg on +x. Names come from `names`: hips, left up, left foot, left toe, right up, right
 // foot, right toe.
-std::vector<SkeletonJoint> Legs(const std::vector<std::string>& n, bool toes) {
+std::vector<SkeletonJoint> Legs(const std::vector<std::string>& n, bool toes, double footY = 8) {
   std::vector<SkeletonJoint> j;
   auto add = [&](const std::string& name, int parent, double x, double y, double z) {
     SkeletonJoint joint;
@@ -26,8 +26,8 @@ std::vector<SkeletonJoint> Legs(const std::vector<std::string>& n, bool toes) {
     const double x = side == 0 ? 10 : -10;
     const int up = add(n[1 + 3 * side], hips, x, 90, 0);
     const int knee = add("Knee" + std::to_string(side), up, x, 50, 0);
-    const int foot = add(n[2 + 3 * side], knee, x, 8, 0);
-    if (toes) add(n[3 + 3 * side], foot, x, 1, 12);
+    const int foot = add(n[2 + 3 * side], knee, x, footY, 0);
+    if (toes) add(n[3 + 3 * side], foot, x, footY - 7, 12);
   }
   return j;
 }
@@ -74,9 +74,11 @@ TEST(FeetFinder, NamingStylesOfStudios) {
 }
 
 TEST(FeetFinder, ShapeWhenNamesSayNothing) {
-  // Toes or not, the foot is the joint where the shin ends, and left lies on +x.
-  for (bool toes : {true, false}) {
-    const auto joints = Legs({"Bone0", "Bone1", "Bone2", "Bone3", "Bone4", "Bone5", "Bone6"}, toes);
+  // Toes or not, knees straight or bent (a shin dropping three quarters of the thigh's drop), the
+  // foot is the joint where the shin ends, and left lies on +x.
+  for (const auto& [toes, footY] : {std::pair{true, 8.0}, {false, 8.0}, {true, 20.0}}) {
+    const auto joints =
+        Legs({"Bone0", "Bone1", "Bone2", "Bone3", "Bone4", "Bone5", "Bone6"}, toes, footY);
     const FoundFeet found = FindFeet(joints);
     ASSERT_TRUE(found.error.empty()) << found.error;
     EXPECT_EQ(joints[found.left.index].name, "Bone2");
