@@ -6,6 +6,7 @@
 #include <cctype>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <thread>
 
@@ -33,6 +34,13 @@ void MeantLocal(const BvhJoint& joint, const float* row, bool add, double p[3], 
   if (add)
     for (const BvhChannel c : joint.channels)
       if (!IsRotation(c)) p[ChannelAxis(c)] += joint.offset[ChannelAxis(c)];
+}
+
+// The joint's position relative to its parent in the frame `row` (LocalPose without the turn).
+void LocalPosition(const BvhJoint& joint, const float* row, double p[3]) {
+  std::copy_n(joint.offset, 3, p);
+  for (size_t c = 0; c < joint.channels.size(); ++c)
+    if (!IsRotation(joint.channels[c])) p[ChannelAxis(joint.channels[c])] = row[joint.column + c];
 }
 
 // Global transforms of every joint in one frame.
@@ -190,7 +198,7 @@ void InferUnits(const BvhTake& take, const Pose& first, ConditionReport& report)
 
 }  // namespace
 
-ConditionReport ConditionTake(BvhTake& take) {
+ConditionReport ConditionTake(BvhTake& take, PoseSeries* poses) {
   ConditionReport report;
   const int joints = static_cast<int>(take.joints.size());
   std::vector<std::vector<int>> children(joints);
@@ -256,10 +264,9 @@ ConditionReport ConditionTake(BvhTake& take) {
       if (std::count_if(old.channels.begin(), old.channels.end(), IsRotation) <
           static_cast<long>(old.channels.size())) {
         double moved = 0, p0[3], p[3];
-        Mat3 r;
-        MeantLocal(old, take.Row(0), false, p0, r);
+        LocalPosition(old, take.Row(0), p0);
         for (int f = 1; f < take.frames; ++f) {
-          MeantLocal(old, take.Row(f), false, p, r);
+          LocalPosition(old, take.Row(f), p);
           moved = std::max(moved, std::hypot(p[0] - p0[0], p[1] - p0[1], p[2] - p0[2]));
         }
         std::copy_n(p0, 3, joint.offset);
@@ -287,38 +294,67 @@ ConditionReport ConditionTake(BvhTake& take) {
   }
   InferUnits(take, first, report);
   report.changed = !report.notes.empty() || !report.warnings.empty();
-  if (!report.changed) return report;
+  if (!report.changed) {
+    if (poses) *poses = ComputePoses(take);
+    return report;
+  }
 
-  // The frames, rebuilt.
+  // The frames, rebuilt in place when the row keeps its width (each row is read whole before
+  // it is written), else into fresh memory; the poses are composed in the same pass from the
+  // rotations the angles are taken from.
   out.AssignColumns();
   out.frames = take.frames;
   out.frameTime = take.frameTime;
-  ResizeFresh(out.values, static_cast<size_t>(out.frames) * out.columns);
+  const bool inPlace = out.columns == take.columns;
+  if (inPlace)
+    out.values = std::move(take.values);
+  else
+    ResizeFresh(out.values, static_cast<size_t>(out.frames) * out.columns);
+  const int outJoints = static_cast<int>(out.joints.size());
+  if (poses) {
+    *poses = PoseSeries();
+    poses->frameTime = out.frameTime;
+    poses->frames = out.frames;
+    for (const BvhJoint& j : out.joints) {
+      poses->names.push_back(j.name);
+      poses->parents.push_back(j.parent);
+    }
+    ResizeFresh(poses->positions, static_cast<size_t>(out.frames) * outJoints);
+    ResizeFresh(poses->topRotation, static_cast<size_t>(out.frames));
+  }
   ForFrameRanges(take.frames, joints, [&](int begin, int end) {
+    std::vector<float> copy(inPlace ? take.columns : 0);
+    std::vector<Mat3> globalR(outJoints);
+    std::vector<Vec> globalP(outJoints);
     for (int f = begin; f < end; ++f) {
-      const float* row = take.Row(f);
       float* to = out.Row(f);
+      const float* row =
+          inPlace ? static_cast<const float*>(std::memcpy(copy.data(), to, copy.size() * 4))
+                  : take.Row(f);
       for (int j = top; j < joints; ++j) {
         const BvhJoint& old = take.joints[j];
         const BvhJoint& joint = out.joints[index[j]];
         double p[3], angles[3];
         Mat3 r;
         if (j == top && rebuildTop) {
-          Mat3 world = turn, local;
+          Mat3 local;
           double at[3] = {0, 0, 0}, step[3];
+          r = turn;
           for (const int k : chain) {
             MeantLocal(take.joints[k], row, add[k], p, local);
-            Apply(world, p, step);
+            Apply(r, p, step);
             for (int i = 0; i < 3; ++i) at[i] += step[i];
-            world = world * local;
+            r = r * local;
           }
-          ZxyAngles(world, angles);
+          ZxyAngles(r, angles);
           for (int i = 0; i < 3; ++i) to[i] = static_cast<float>(at[i]);
           for (int i = 0; i < 3; ++i) to[3 + i] = static_cast<float>(angles[i]);
+          for (int i = 0; i < 3; ++i) p[i] = to[i];
         } else if (!fine[j]) {
           MeantLocal(old, row, false, p, r);
           ZxyAngles(r, angles);
           for (int i = 0; i < 3; ++i) to[joint.column + i] = static_cast<float>(angles[i]);
+          std::copy_n(joint.offset, 3, p);
         } else {
           float* v = to + joint.column;
           for (size_t c = 0; c < old.channels.size(); ++c) {
@@ -329,7 +365,25 @@ ConditionReport ConditionTake(BvhTake& take) {
             else if (j == top || IsRotation(ch))
               *v++ = static_cast<float>(value);
           }
+          if (poses) LocalPose(joint, to, p, r);
         }
+        if (!poses) continue;
+        const int n = index[j];
+        if (joint.parent < 0) {
+          std::copy_n(p, 3, globalP[n].data());
+          globalR[n] = r;
+        } else {
+          Apply(globalR[joint.parent], p, globalP[n].data());
+          for (int k = 0; k < 3; ++k) globalP[n][k] += globalP[joint.parent][k];
+          globalR[n] = globalR[joint.parent] * r;
+        }
+        poses->positions[static_cast<size_t>(f) * outJoints + n] = {
+            float(globalP[n][0]), float(globalP[n][1]), float(globalP[n][2])};
+      }
+      if (poses) {
+        double q[4];
+        ToQuaternion(globalR[0], q);
+        poses->topRotation[f] = {float(q[0]), float(q[1]), float(q[2]), float(q[3])};
       }
     }
   });
