@@ -10,6 +10,8 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
+#include <limits>
 #include <memory>
 #include <string_view>
 #include <thread>
@@ -36,6 +38,45 @@ bool ParseNumber(const char* b, const char* e, T& value, const char** stop = nul
   const auto [ptr, ec] = std::from_chars(b, e, value);
   if (stop) *stop = ptr;
   return ec == std::errc() && ptr != b && (stop || ptr == e) && std::isfinite(double(value));
+}
+
+// A plain decimal ("-12.345", "7", ".5", at most 19 digits, no exponent) ending at a separator:
+// its digits are an integer below 2^53 and 10^k (k <= 22) is a double, so one division gives the
+// double nearest to the text, and the float nearest to that double is the float nearest to the
+// text unless the double lies exactly halfway between two floats (rounding twice could then go
+// the wrong way). Returns false, for from_chars to decide, on anything else, on those halfway
+// doubles and outside the normal float range.
+bool ParseFloatFast(const char* p, const char* end, float& value, const char** stop) {
+  static constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                      1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
+                                      1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+  constexpr int kMaxDigits = 19;  // below 10^19 < 2^64
+  constexpr uint64_t kExact = uint64_t(1) << 53;
+  constexpr uint64_t kLowBits = (uint64_t(1) << 29) - 1;  // double mantissa bits below a float's
+  constexpr uint64_t kHalfway = uint64_t(1) << 28;
+  const bool negative = p < end && *p == '-';
+  p += negative;
+  uint64_t m = 0;
+  int digits = 0, fraction = 0;
+  for (; p < end && static_cast<unsigned>(*p - '0') < 10; ++p, ++digits) m = m * 10 + (*p - '0');
+  if (p < end && *p == '.')
+    for (++p; p < end && static_cast<unsigned>(*p - '0') < 10; ++p, ++digits, ++fraction)
+      m = m * 10 + (*p - '0');
+  if (digits == 0 || digits > kMaxDigits || m > kExact || fraction > 22 ||
+      (p < end && !IsSpace(*p)))
+    return false;
+  const double d = static_cast<double>(m) / kPow10[fraction];
+  if (m != 0) {
+    uint64_t bits;
+    std::memcpy(&bits, &d, sizeof bits);
+    if (d < std::numeric_limits<float>::min() || d > std::numeric_limits<float>::max() ||
+        (bits & kLowBits) == kHalfway)
+      return false;
+  }
+  const float f = static_cast<float>(d);
+  value = negative ? -f : f;
+  *stop = p;
+  return true;
 }
 
 // The hierarchy and motion header, token by token.
@@ -149,6 +190,11 @@ Rows ParseRows(const char* p, const char* end, int columns, size_t maxRows, floa
       while (p < end && (*p == ' ' || *p == '\t' || *p == '\r')) ++p;
       if (p == end || *p == '\n') break;
       const char* stop = nullptr;
+      if (n < columns && ParseFloatFast(p, end, row[n], &stop)) {
+        p = stop;
+        ++n;
+        continue;
+      }
       if (n == columns || !ParseNumber(p, end, row[n], &stop) || (stop < end && !IsSpace(*stop))) {
         r.errorAt = p;
         r.error =
@@ -189,29 +235,35 @@ bool ParseMotion(Reader& in, BvhTake& take) {
   take.frames = static_cast<int>(frames);
   ResizeFresh(take.values, static_cast<size_t>(frames) * cols);
 
+  // Two threads: the second reads the frames after the middle line straight into their rows,
+  // counted as the lines before it (all but a blank rest of the "Frame Time:" line); when blank
+  // lines make that count too high, the second half is read again after the first.
   const char* mid = end;
   if (static_cast<size_t>(end - begin) > kSplitBytes) {
     mid = std::find(begin + (end - begin) / 2, end, '\n');
     if (mid < end) ++mid;
   }
-  const size_t tailRows = std::min<size_t>(frames, (end - mid + 1) / (2 * cols - 1) + 1);
-  std::vector<float> tail;
-  if (mid < end) ResizeFresh(tail, tailRows * cols);
+  const size_t wanted = static_cast<size_t>(frames);
+  size_t guess = 0;
   Rows second;
   std::thread worker;
   if (mid < end)
-    worker =
-        std::thread([&] { second = ParseRows(mid, end, take.columns, tailRows, tail.data()); });
-  const Rows first = ParseRows(begin, mid, take.columns, frames, take.values.data());
+    worker = std::thread([&] {
+      const char* lineEnd = std::find(begin, mid, '\n');
+      guess = static_cast<size_t>(std::count(lineEnd, mid, '\n')) -
+              std::all_of(begin, lineEnd, IsSpace);
+      if (guess < wanted)
+        second = ParseRows(mid, end, take.columns, wanted - guess, take.values.data() + guess * cols);
+    });
+  const Rows first = ParseRows(begin, mid, take.columns, wanted, take.values.data());
   if (worker.joinable()) worker.join();
 
-  if (first.rows >= static_cast<size_t>(frames)) return true;
+  if (first.rows >= wanted) return true;
   if (first.errorAt) return in.FailAt(first.errorAt, first.error);
-  const size_t need = frames - first.rows;
-  if (second.rows >= need) {
-    std::copy_n(tail.begin(), need * cols, take.values.begin() + first.rows * cols);
-    return true;
-  }
+  if (mid == end || first.rows != guess || guess >= wanted)
+    second = ParseRows(mid, end, take.columns, wanted - first.rows,
+                       take.values.data() + first.rows * cols);
+  if (second.rows >= wanted - first.rows) return true;
   if (second.errorAt) return in.FailAt(second.errorAt, second.error);
   return in.FailAt(end, "the take ends after " + std::to_string(first.rows + second.rows) + " of " +
                             std::to_string(frames) + " frames");
