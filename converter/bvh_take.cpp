@@ -8,11 +8,13 @@
 
 #include <algorithm>
 #include <charconv>
+#include <condition_variable>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <mutex>
 #include <string_view>
 #include <thread>
 
@@ -393,19 +395,33 @@ bool WriteBvhTake(const BvhTake& take, const std::filesystem::path& path, std::s
   const std::string file = path.string();
   std::FILE* f = std::fopen(file.c_str(), "wb");
   bool ok = f && std::fwrite(head.data(), 1, head.size(), f) == head.size();
-  // Blocks of frames formatted two at a time, one per thread, into buffers used over and over.
+  // Two threads take turns: each formats every other block of frames into a buffer of its own
+  // and writes it once the block before it is written, so that one writes while the other
+  // formats.
   const size_t perFrame = static_cast<size_t>(take.columns) * kMaxFloatChars;
   const int block = static_cast<int>(std::max<size_t>(1, kWriteBlock / perFrame));
-  std::unique_ptr<char[]> a(new char[perFrame * block]), b(new char[perFrame * block]);
-  for (int begin = 0; ok && begin < take.frames; begin += 2 * block) {
-    const int mid = std::min(take.frames, begin + block), end = std::min(take.frames, mid + block);
-    size_t lengthB = 0;
+  const int blocks = (take.frames + block - 1) / block;
+  std::mutex mutex;
+  std::condition_variable turn;
+  int written = 0;  // blocks written so far
+  auto writeBlocks = [&](int first) {
+    std::unique_ptr<char[]> text(new char[perFrame * block]);
+    for (int i = first; i < blocks; i += 2) {
+      const size_t length =
+          MotionText(take, i * block, std::min(take.frames, (i + 1) * block), text.get());
+      std::unique_lock<std::mutex> lock(mutex);
+      turn.wait(lock, [&] { return written == i || !ok; });
+      if (!ok) return;
+      ok = std::fwrite(text.get(), 1, length, f) == length;
+      ++written;
+      turn.notify_all();
+    }
+  };
+  if (ok) {
     std::thread worker;
-    if (end > mid) worker = std::thread([&] { lengthB = MotionText(take, mid, end, b.get()); });
-    const size_t lengthA = MotionText(take, begin, mid, a.get());
+    if (blocks > 1) worker = std::thread(writeBlocks, 1);
+    writeBlocks(0);
     if (worker.joinable()) worker.join();
-    ok = std::fwrite(a.get(), 1, lengthA, f) == lengthA &&
-         std::fwrite(b.get(), 1, lengthB, f) == lengthB;
   }
   if (f) ok = std::fclose(f) == 0 && ok;
   if (!ok) error = file + ": cannot be written";
