@@ -445,7 +445,12 @@ void PrefaultPages(const void* data, size_t bytes) {
   const size_t page = static_cast<size_t>(::sysconf(_SC_PAGESIZE));
   const uintptr_t begin = (reinterpret_cast<uintptr_t>(data) + page - 1) / page * page;
   const uintptr_t end = (reinterpret_cast<uintptr_t>(data) + bytes) / page * page;
-  if (end > begin) ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_POPULATE_WRITE);
+  if (end <= begin) return;
+#ifdef MADV_HUGEPAGE
+  // Large pages: a tenth of the cost of mapping and first touching small ones on a VM.
+  ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+#endif
+  ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_POPULATE_WRITE);
 #else
   (void)data, (void)bytes;
 #endif

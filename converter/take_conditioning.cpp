@@ -15,6 +15,8 @@ namespace {
 
 using Vec = std::array<double, 3>;
 
+constexpr int kSmoothBlock = 256;  // frames smoothed for every joint in turn
+
 double Length(const double v[3]) { return std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]); }
 
 std::string Lower(std::string s) {
@@ -135,10 +137,10 @@ Mat3 UpTurn(const BvhTake& take, int top, const Pose& pose, std::string& up) {
   return AxisRotation(2, 180);
 }
 
-// Step 5's smoothing of the Z X Y angles at columns [column, column + 3) over all frames.
-void SmoothEuler(BvhTake& take, int column) {
-  double prev[3] = {take.Row(0)[column], take.Row(0)[column + 1], take.Row(0)[column + 2]};
-  for (int f = 1; f < take.frames; ++f) {
+// Step 5's smoothing of the Z X Y angles at columns [column, column + 3) over frames [begin, end),
+// `prev` holding the previous frame's angles.
+void SmoothEuler(BvhTake& take, int column, int begin, int end, double prev[3]) {
+  for (int f = begin; f < end; ++f) {
     float* v = take.Row(f) + column;
     if (std::fabs(v[0] - prev[0]) + std::fabs(v[1] - prev[1]) + std::fabs(v[2] - prev[2]) <
         90) {  // within a quarter turn: the other triple lies at least half a turn away
@@ -387,12 +389,20 @@ ConditionReport ConditionTake(BvhTake& take, PoseSeries* poses) {
       }
     }
   });
-  // Smoothing runs along the frames; the joints are shared between two threads.
+  // Smoothing runs along the frames, a block of frames at a time (that stays in the cache) for
+  // every joint; the joints are shared between two threads.
   auto smooth = [&](size_t begin, size_t end) {
+    std::vector<int> columns;
+    std::vector<std::array<double, 3>> prev;
     for (size_t i = begin; i < end; ++i) {
       const BvhJoint& joint = out.joints[reexpressed[i]];
-      SmoothEuler(out, joint.column + static_cast<int>(joint.channels.size()) - 3);
+      columns.push_back(joint.column + static_cast<int>(joint.channels.size()) - 3);
+      const float* v = out.Row(0) + columns.back();
+      prev.push_back({v[0], v[1], v[2]});
     }
+    for (int f = 1; f < out.frames; f += kSmoothBlock)
+      for (size_t i = 0; i < columns.size(); ++i)
+        SmoothEuler(out, columns[i], f, std::min(out.frames, f + kSmoothBlock), prev[i].data());
   };
   std::thread worker(smooth, 0, reexpressed.size() / 2);
   smooth(reexpressed.size() / 2, reexpressed.size());
