@@ -175,6 +175,16 @@ bool ParseHierarchy(Reader& in, BvhTake& take) {
   return take.columns > 0 || in.Fail("no channels");
 }
 
+// The '\n' in [p, end), by memchr (some ten times std::count's pace at -O2).
+size_t CountLines(const char* p, const char* end) {
+  size_t lines = 0;
+  while ((p = static_cast<const char*>(std::memchr(p, '\n', static_cast<size_t>(end - p))))) {
+    ++lines;
+    if (++p == end) break;
+  }
+  return lines;
+}
+
 // Frame rows in [p, end): at most maxRows rows of `columns` values into out.
 struct Rows {
   size_t rows = 0;
@@ -252,8 +262,7 @@ bool ParseMotion(Reader& in, BvhTake& take) {
   if (mid < end)
     worker = std::thread([&] {
       const char* lineEnd = std::find(begin, mid, '\n');
-      guess = static_cast<size_t>(std::count(lineEnd, mid, '\n')) -
-              std::all_of(begin, lineEnd, IsSpace);
+      guess = CountLines(lineEnd, mid) - std::all_of(begin, lineEnd, IsSpace);
       if (guess < wanted)
         second = ParseRows(mid, end, take.columns, wanted - guess, take.values.data() + guess * cols);
     });
