@@ -23,8 +23,8 @@ constexpr const char* kBigTake = "/tmp/zyra_bvh_bench_90220.bvh";
 constexpr const char* kOutput = "/tmp/take_conditioning_cost_out.bvh";
 
 constexpr int kSteps = 6;  // parse, condition, poses, trim, write, all five
-constexpr const char* kStepNames[kSteps] = {"parse", "condition", "poses", "trim", "write",
-                                            "all five"};
+constexpr const char* kStepNames[kSteps] = {"parse", "condition", "poses",
+                                            "trim",  "write",     "all five"};
 
 // Wall and process CPU seconds since the clock was made.
 struct Clock {
@@ -81,7 +81,8 @@ int main(int argc, char** argv) {
     }
     lap(4);
     w[5] = all.Wall(), c[5] = all.Cpu();
-    for (int i = 0; i < kSteps; ++i) wall[i] = std::min(wall[i], w[i]), cpu[i] = std::min(cpu[i], c[i]);
+    for (int i = 0; i < kSteps; ++i)
+      wall[i] = std::min(wall[i], w[i]), cpu[i] = std::min(cpu[i], c[i]);
     outMb = std::filesystem::file_size(output) / 1e6;
     if (r == 0)
       for (const std::string& note : report.notes) std::printf("note: %s\n", note.c_str());

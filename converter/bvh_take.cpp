@@ -8,8 +8,8 @@
 
 #include <algorithm>
 #include <charconv>
-#include <condition_variable>
 #include <cmath>
+#include <condition_variable>
 #include <cstdio>
 #include <cstring>
 #include <limits>
@@ -264,7 +264,8 @@ bool ParseMotion(Reader& in, BvhTake& take) {
       const char* lineEnd = std::find(begin, mid, '\n');
       guess = CountLines(lineEnd, mid) - std::all_of(begin, lineEnd, IsSpace);
       if (guess < wanted)
-        second = ParseRows(mid, end, take.columns, wanted - guess, take.values.data() + guess * cols);
+        second =
+            ParseRows(mid, end, take.columns, wanted - guess, take.values.data() + guess * cols);
     });
   const Rows first = ParseRows(begin, mid, take.columns, wanted, take.values.data());
   if (worker.joinable()) worker.join();
@@ -435,18 +436,6 @@ bool WriteBvhTake(const BvhTake& take, const std::filesystem::path& path, std::s
   if (f) ok = std::fclose(f) == 0 && ok;
   if (!ok) error = file + ": cannot be written";
   return ok;
-}
-
-void LocalPose(const BvhJoint& joint, const float* row, double position[3], Mat3& rotation) {
-  std::copy_n(joint.offset, 3, position);
-  rotation = Mat3();
-  const float* v = row + joint.column;
-  for (const BvhChannel c : joint.channels) {
-    if (IsRotation(c))
-      PostRotate(rotation, ChannelAxis(c), *v++);
-    else
-      position[ChannelAxis(c)] = *v++;
-  }
 }
 
 void PrefaultPages(const void* data, size_t bytes) {

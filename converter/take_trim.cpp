@@ -49,7 +49,8 @@ bool Jumps(const PoseSeries& poses, int end, int inward, double usual) {
 void DropFrame(BvhTake& take, PoseSeries& poses, int frame) {
   const auto columns = static_cast<std::ptrdiff_t>(take.columns);
   const auto joints = static_cast<std::ptrdiff_t>(poses.Joints());
-  take.values.erase(take.values.begin() + frame * columns, take.values.begin() + (frame + 1) * columns);
+  take.values.erase(take.values.begin() + frame * columns,
+                    take.values.begin() + (frame + 1) * columns);
   poses.positions.erase(poses.positions.begin() + frame * joints,
                         poses.positions.begin() + (frame + 1) * joints);
   poses.topRotation.erase(poses.topRotation.begin() + frame);
