@@ -9,8 +9,12 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <condition_variable>
 #include <cstdio>
+#include <cstring>
+#include <limits>
 #include <memory>
+#include <mutex>
 #include <string_view>
 #include <thread>
 
@@ -36,6 +40,45 @@ bool ParseNumber(const char* b, const char* e, T& value, const char** stop = nul
   const auto [ptr, ec] = std::from_chars(b, e, value);
   if (stop) *stop = ptr;
   return ec == std::errc() && ptr != b && (stop || ptr == e) && std::isfinite(double(value));
+}
+
+// A plain decimal ("-12.345", "7", ".5", at most 19 digits, no exponent) ending at a separator:
+// its digits are an integer below 2^53 and 10^k (k <= 22) is a double, so one division gives the
+// double nearest to the text, and the float nearest to that double is the float nearest to the
+// text unless the double lies exactly halfway between two floats (rounding twice could then go
+// the wrong way). Returns false, for from_chars to decide, on anything else, on those halfway
+// doubles and outside the normal float range.
+bool ParseFloatFast(const char* p, const char* end, float& value, const char** stop) {
+  static constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                      1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
+                                      1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+  constexpr int kMaxDigits = 19;  // below 10^19 < 2^64
+  constexpr uint64_t kExact = uint64_t(1) << 53;
+  constexpr uint64_t kLowBits = (uint64_t(1) << 29) - 1;  // double mantissa bits below a float's
+  constexpr uint64_t kHalfway = uint64_t(1) << 28;
+  const bool negative = p < end && *p == '-';
+  p += negative;
+  uint64_t m = 0;
+  int digits = 0, fraction = 0;
+  for (; p < end && static_cast<unsigned>(*p - '0') < 10; ++p, ++digits) m = m * 10 + (*p - '0');
+  if (p < end && *p == '.')
+    for (++p; p < end && static_cast<unsigned>(*p - '0') < 10; ++p, ++digits, ++fraction)
+      m = m * 10 + (*p - '0');
+  if (digits == 0 || digits > kMaxDigits || m > kExact || fraction > 22 ||
+      (p < end && !IsSpace(*p)))
+    return false;
+  const double d = static_cast<double>(m) / kPow10[fraction];
+  if (m != 0) {
+    uint64_t bits;
+    std::memcpy(&bits, &d, sizeof bits);
+    if (d < std::numeric_limits<float>::min() || d > std::numeric_limits<float>::max() ||
+        (bits & kLowBits) == kHalfway)
+      return false;
+  }
+  const float f = static_cast<float>(d);
+  value = negative ? -f : f;
+  *stop = p;
+  return true;
 }
 
 // The hierarchy and motion header, token by token.
@@ -132,6 +175,16 @@ bool ParseHierarchy(Reader& in, BvhTake& take) {
   return take.columns > 0 || in.Fail("no channels");
 }
 
+// The '\n' in [p, end), by memchr (some ten times std::count's pace at -O2).
+size_t CountLines(const char* p, const char* end) {
+  size_t lines = 0;
+  while ((p = static_cast<const char*>(std::memchr(p, '\n', static_cast<size_t>(end - p))))) {
+    ++lines;
+    if (++p == end) break;
+  }
+  return lines;
+}
+
 // Frame rows in [p, end): at most maxRows rows of `columns` values into out.
 struct Rows {
   size_t rows = 0;
@@ -149,6 +202,11 @@ Rows ParseRows(const char* p, const char* end, int columns, size_t maxRows, floa
       while (p < end && (*p == ' ' || *p == '\t' || *p == '\r')) ++p;
       if (p == end || *p == '\n') break;
       const char* stop = nullptr;
+      if (n < columns && ParseFloatFast(p, end, row[n], &stop)) {
+        p = stop;
+        ++n;
+        continue;
+      }
       if (n == columns || !ParseNumber(p, end, row[n], &stop) || (stop < end && !IsSpace(*stop))) {
         r.errorAt = p;
         r.error =
@@ -189,29 +247,35 @@ bool ParseMotion(Reader& in, BvhTake& take) {
   take.frames = static_cast<int>(frames);
   ResizeFresh(take.values, static_cast<size_t>(frames) * cols);
 
+  // Two threads: the second reads the frames after the middle line straight into their rows,
+  // counted as the lines before it (all but a blank rest of the "Frame Time:" line); when blank
+  // lines make that count too high, the second half is read again after the first.
   const char* mid = end;
   if (static_cast<size_t>(end - begin) > kSplitBytes) {
     mid = std::find(begin + (end - begin) / 2, end, '\n');
     if (mid < end) ++mid;
   }
-  const size_t tailRows = std::min<size_t>(frames, (end - mid + 1) / (2 * cols - 1) + 1);
-  std::vector<float> tail;
-  if (mid < end) ResizeFresh(tail, tailRows * cols);
+  const size_t wanted = static_cast<size_t>(frames);
+  size_t guess = 0;
   Rows second;
   std::thread worker;
   if (mid < end)
-    worker =
-        std::thread([&] { second = ParseRows(mid, end, take.columns, tailRows, tail.data()); });
-  const Rows first = ParseRows(begin, mid, take.columns, frames, take.values.data());
+    worker = std::thread([&] {
+      const char* lineEnd = std::find(begin, mid, '\n');
+      guess = CountLines(lineEnd, mid) - std::all_of(begin, lineEnd, IsSpace);
+      if (guess < wanted)
+        second =
+            ParseRows(mid, end, take.columns, wanted - guess, take.values.data() + guess * cols);
+    });
+  const Rows first = ParseRows(begin, mid, take.columns, wanted, take.values.data());
   if (worker.joinable()) worker.join();
 
-  if (first.rows >= static_cast<size_t>(frames)) return true;
+  if (first.rows >= wanted) return true;
   if (first.errorAt) return in.FailAt(first.errorAt, first.error);
-  const size_t need = frames - first.rows;
-  if (second.rows >= need) {
-    std::copy_n(tail.begin(), need * cols, take.values.begin() + first.rows * cols);
-    return true;
-  }
+  if (mid == end || first.rows != guess || guess >= wanted)
+    second = ParseRows(mid, end, take.columns, wanted - first.rows,
+                       take.values.data() + first.rows * cols);
+  if (second.rows >= wanted - first.rows) return true;
   if (second.errorAt) return in.FailAt(second.errorAt, second.error);
   return in.FailAt(end, "the take ends after " + std::to_string(first.rows + second.rows) + " of " +
                             std::to_string(frames) + " frames");
@@ -341,35 +405,37 @@ bool WriteBvhTake(const BvhTake& take, const std::filesystem::path& path, std::s
   const std::string file = path.string();
   std::FILE* f = std::fopen(file.c_str(), "wb");
   bool ok = f && std::fwrite(head.data(), 1, head.size(), f) == head.size();
-  // Blocks of frames formatted two at a time, one per thread, into buffers used over and over.
+  // Two threads take turns: each formats every other block of frames into a buffer of its own
+  // and writes it once the block before it is written, so that one writes while the other
+  // formats.
   const size_t perFrame = static_cast<size_t>(take.columns) * kMaxFloatChars;
   const int block = static_cast<int>(std::max<size_t>(1, kWriteBlock / perFrame));
-  std::unique_ptr<char[]> a(new char[perFrame * block]), b(new char[perFrame * block]);
-  for (int begin = 0; ok && begin < take.frames; begin += 2 * block) {
-    const int mid = std::min(take.frames, begin + block), end = std::min(take.frames, mid + block);
-    size_t lengthB = 0;
+  const int blocks = (take.frames + block - 1) / block;
+  std::mutex mutex;
+  std::condition_variable turn;
+  int written = 0;  // blocks written so far
+  auto writeBlocks = [&](int first) {
+    std::unique_ptr<char[]> text(new char[perFrame * block]);
+    for (int i = first; i < blocks; i += 2) {
+      const size_t length =
+          MotionText(take, i * block, std::min(take.frames, (i + 1) * block), text.get());
+      std::unique_lock<std::mutex> lock(mutex);
+      turn.wait(lock, [&] { return written == i || !ok; });
+      if (!ok) return;
+      ok = std::fwrite(text.get(), 1, length, f) == length;
+      ++written;
+      turn.notify_all();
+    }
+  };
+  if (ok) {
     std::thread worker;
-    if (end > mid) worker = std::thread([&] { lengthB = MotionText(take, mid, end, b.get()); });
-    const size_t lengthA = MotionText(take, begin, mid, a.get());
+    if (blocks > 1) worker = std::thread(writeBlocks, 1);
+    writeBlocks(0);
     if (worker.joinable()) worker.join();
-    ok = std::fwrite(a.get(), 1, lengthA, f) == lengthA &&
-         std::fwrite(b.get(), 1, lengthB, f) == lengthB;
   }
   if (f) ok = std::fclose(f) == 0 && ok;
   if (!ok) error = file + ": cannot be written";
   return ok;
-}
-
-void LocalPose(const BvhJoint& joint, const float* row, double position[3], Mat3& rotation) {
-  std::copy_n(joint.offset, 3, position);
-  rotation = Mat3();
-  const float* v = row + joint.column;
-  for (const BvhChannel c : joint.channels) {
-    if (IsRotation(c))
-      PostRotate(rotation, ChannelAxis(c), *v++);
-    else
-      position[ChannelAxis(c)] = *v++;
-  }
 }
 
 void PrefaultPages(const void* data, size_t bytes) {
@@ -377,7 +443,12 @@ void PrefaultPages(const void* data, size_t bytes) {
   const size_t page = static_cast<size_t>(::sysconf(_SC_PAGESIZE));
   const uintptr_t begin = (reinterpret_cast<uintptr_t>(data) + page - 1) / page * page;
   const uintptr_t end = (reinterpret_cast<uintptr_t>(data) + bytes) / page * page;
-  if (end > begin) ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_POPULATE_WRITE);
+  if (end <= begin) return;
+#ifdef MADV_HUGEPAGE
+  // Large pages: a tenth of the cost of mapping and first touching small ones on a VM.
+  ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+#endif
+  ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_POPULATE_WRITE);
 #else
   (void)data, (void)bytes;
 #endif

@@ -77,14 +77,25 @@ bool WriteBvhTake(const BvhTake& take, const std::filesystem::path& path, std::s
 
 // The joint's transform relative to its parent in the frame `row`: position channels replacing
 // OFFSET components, rotation channels multiplied in the order listed.
-void LocalPose(const BvhJoint& joint, const float* row, double position[3], Mat3& rotation);
+inline void LocalPose(const BvhJoint& joint, const float* row, double position[3], Mat3& rotation) {
+  std::copy_n(joint.offset, 3, position);
+  rotation = Mat3();
+  const float* v = row + joint.column;
+  for (const BvhChannel c : joint.channels) {
+    if (IsRotation(c))
+      PostRotate(rotation, ChannelAxis(c), *v++);
+    else
+      position[ChannelAxis(c)] = *v++;
+  }
+}
 
 // Calls work(begin, end) over frame ranges covering [0, frames): on two threads when the work
 // (frames x `perFrame` units, one unit about a joint's kinematics) is large enough to gain.
 void ForFrameRanges(int frames, size_t perFrame, const std::function<void(int, int)>& work);
 
-// Takes the memory of [data, data + bytes) from the system in one go: on a virtual machine a
-// first touch page by page costs more than reading a long take.
+// Takes the memory of [data, data + bytes) from the system in one go, in large pages where the
+// system has them: on a virtual machine a first touch page by page costs more than reading a
+// long take.
 void PrefaultPages(const void* data, size_t bytes);
 
 // v.resize(n) for a large fresh vector, its pages taken in one go.

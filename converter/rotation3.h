@@ -52,7 +52,7 @@ inline Mat3 AxisRotation(int axis, double degrees) {
 // Z X Y Euler angles of r, in degrees: out = {z, x, y}.
 inline void ZxyAngles(const Mat3& r, double out[3]) {
   constexpr double kGimbal = 1e-9;  // cos(x) below this: x is +-90 degrees
-  const double sx = std::fmax(-1.0, std::fmin(1.0, r.m[2][1]));
+  const double sx = r.m[2][1] < -1.0 ? -1.0 : r.m[2][1] > 1.0 ? 1.0 : r.m[2][1];
   const double cx = std::sqrt(r.m[2][0] * r.m[2][0] + r.m[2][2] * r.m[2][2]);
   out[1] = std::atan2(sx, cx) * kRadToDeg;
   if (cx > kGimbal) {

@@ -6,6 +6,7 @@
 #include <cctype>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <thread>
 
@@ -13,6 +14,8 @@ namespace knrconvert {
 namespace {
 
 using Vec = std::array<double, 3>;
+
+constexpr int kSmoothBlock = 256;  // frames smoothed for every joint in turn
 
 double Length(const double v[3]) { return std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]); }
 
@@ -33,6 +36,13 @@ void MeantLocal(const BvhJoint& joint, const float* row, bool add, double p[3], 
   if (add)
     for (const BvhChannel c : joint.channels)
       if (!IsRotation(c)) p[ChannelAxis(c)] += joint.offset[ChannelAxis(c)];
+}
+
+// The joint's position relative to its parent in the frame `row` (LocalPose without the turn).
+void LocalPosition(const BvhJoint& joint, const float* row, double p[3]) {
+  std::copy_n(joint.offset, 3, p);
+  for (size_t c = 0; c < joint.channels.size(); ++c)
+    if (!IsRotation(joint.channels[c])) p[ChannelAxis(joint.channels[c])] = row[joint.column + c];
 }
 
 // Global transforms of every joint in one frame.
@@ -127,10 +137,10 @@ Mat3 UpTurn(const BvhTake& take, int top, const Pose& pose, std::string& up) {
   return AxisRotation(2, 180);
 }
 
-// Step 5's smoothing of the Z X Y angles at columns [column, column + 3) over all frames.
-void SmoothEuler(BvhTake& take, int column) {
-  double prev[3] = {take.Row(0)[column], take.Row(0)[column + 1], take.Row(0)[column + 2]};
-  for (int f = 1; f < take.frames; ++f) {
+// Step 5's smoothing of the Z X Y angles at columns [column, column + 3) over frames [begin, end),
+// `prev` holding the previous frame's angles.
+void SmoothEuler(BvhTake& take, int column, int begin, int end, double prev[3]) {
+  for (int f = begin; f < end; ++f) {
     float* v = take.Row(f) + column;
     if (std::fabs(v[0] - prev[0]) + std::fabs(v[1] - prev[1]) + std::fabs(v[2] - prev[2]) <
         90) {  // within a quarter turn: the other triple lies at least half a turn away
@@ -190,7 +200,7 @@ void InferUnits(const BvhTake& take, const Pose& first, ConditionReport& report)
 
 }  // namespace
 
-ConditionReport ConditionTake(BvhTake& take) {
+ConditionReport ConditionTake(BvhTake& take, PoseSeries* poses) {
   ConditionReport report;
   const int joints = static_cast<int>(take.joints.size());
   std::vector<std::vector<int>> children(joints);
@@ -256,10 +266,9 @@ ConditionReport ConditionTake(BvhTake& take) {
       if (std::count_if(old.channels.begin(), old.channels.end(), IsRotation) <
           static_cast<long>(old.channels.size())) {
         double moved = 0, p0[3], p[3];
-        Mat3 r;
-        MeantLocal(old, take.Row(0), false, p0, r);
+        LocalPosition(old, take.Row(0), p0);
         for (int f = 1; f < take.frames; ++f) {
-          MeantLocal(old, take.Row(f), false, p, r);
+          LocalPosition(old, take.Row(f), p);
           moved = std::max(moved, std::hypot(p[0] - p0[0], p[1] - p0[1], p[2] - p0[2]));
         }
         std::copy_n(p0, 3, joint.offset);
@@ -287,38 +296,67 @@ ConditionReport ConditionTake(BvhTake& take) {
   }
   InferUnits(take, first, report);
   report.changed = !report.notes.empty() || !report.warnings.empty();
-  if (!report.changed) return report;
+  if (!report.changed) {
+    if (poses) *poses = ComputePoses(take);
+    return report;
+  }
 
-  // The frames, rebuilt.
+  // The frames, rebuilt in place when the row keeps its width (each row is read whole before
+  // it is written), else into fresh memory; the poses are composed in the same pass from the
+  // rotations the angles are taken from.
   out.AssignColumns();
   out.frames = take.frames;
   out.frameTime = take.frameTime;
-  ResizeFresh(out.values, static_cast<size_t>(out.frames) * out.columns);
+  const bool inPlace = out.columns == take.columns;
+  if (inPlace)
+    out.values = std::move(take.values);
+  else
+    ResizeFresh(out.values, static_cast<size_t>(out.frames) * out.columns);
+  const int outJoints = static_cast<int>(out.joints.size());
+  if (poses) {
+    *poses = PoseSeries();
+    poses->frameTime = out.frameTime;
+    poses->frames = out.frames;
+    for (const BvhJoint& j : out.joints) {
+      poses->names.push_back(j.name);
+      poses->parents.push_back(j.parent);
+    }
+    ResizeFresh(poses->positions, static_cast<size_t>(out.frames) * outJoints);
+    ResizeFresh(poses->topRotation, static_cast<size_t>(out.frames));
+  }
   ForFrameRanges(take.frames, joints, [&](int begin, int end) {
+    std::vector<float> copy(inPlace ? take.columns : 0);
+    std::vector<Mat3> globalR(outJoints);
+    std::vector<Vec> globalP(outJoints);
     for (int f = begin; f < end; ++f) {
-      const float* row = take.Row(f);
       float* to = out.Row(f);
+      const float* row =
+          inPlace ? static_cast<const float*>(std::memcpy(copy.data(), to, copy.size() * 4))
+                  : take.Row(f);
       for (int j = top; j < joints; ++j) {
         const BvhJoint& old = take.joints[j];
         const BvhJoint& joint = out.joints[index[j]];
         double p[3], angles[3];
         Mat3 r;
         if (j == top && rebuildTop) {
-          Mat3 world = turn, local;
+          Mat3 local;
           double at[3] = {0, 0, 0}, step[3];
+          r = turn;
           for (const int k : chain) {
             MeantLocal(take.joints[k], row, add[k], p, local);
-            Apply(world, p, step);
+            Apply(r, p, step);
             for (int i = 0; i < 3; ++i) at[i] += step[i];
-            world = world * local;
+            r = r * local;
           }
-          ZxyAngles(world, angles);
+          ZxyAngles(r, angles);
           for (int i = 0; i < 3; ++i) to[i] = static_cast<float>(at[i]);
           for (int i = 0; i < 3; ++i) to[3 + i] = static_cast<float>(angles[i]);
+          for (int i = 0; i < 3; ++i) p[i] = to[i];
         } else if (!fine[j]) {
           MeantLocal(old, row, false, p, r);
           ZxyAngles(r, angles);
           for (int i = 0; i < 3; ++i) to[joint.column + i] = static_cast<float>(angles[i]);
+          std::copy_n(joint.offset, 3, p);
         } else {
           float* v = to + joint.column;
           for (size_t c = 0; c < old.channels.size(); ++c) {
@@ -329,16 +367,42 @@ ConditionReport ConditionTake(BvhTake& take) {
             else if (j == top || IsRotation(ch))
               *v++ = static_cast<float>(value);
           }
+          if (poses) LocalPose(joint, to, p, r);
         }
+        if (!poses) continue;
+        const int n = index[j];
+        if (joint.parent < 0) {
+          std::copy_n(p, 3, globalP[n].data());
+          globalR[n] = r;
+        } else {
+          Apply(globalR[joint.parent], p, globalP[n].data());
+          for (int k = 0; k < 3; ++k) globalP[n][k] += globalP[joint.parent][k];
+          globalR[n] = globalR[joint.parent] * r;
+        }
+        poses->positions[static_cast<size_t>(f) * outJoints + n] = {
+            float(globalP[n][0]), float(globalP[n][1]), float(globalP[n][2])};
+      }
+      if (poses) {
+        double q[4];
+        ToQuaternion(globalR[0], q);
+        poses->topRotation[f] = {float(q[0]), float(q[1]), float(q[2]), float(q[3])};
       }
     }
   });
-  // Smoothing runs along the frames; the joints are shared between two threads.
+  // Smoothing runs along the frames, a block of frames at a time (that stays in the cache) for
+  // every joint; the joints are shared between two threads.
   auto smooth = [&](size_t begin, size_t end) {
+    std::vector<int> columns;
+    std::vector<std::array<double, 3>> prev;
     for (size_t i = begin; i < end; ++i) {
       const BvhJoint& joint = out.joints[reexpressed[i]];
-      SmoothEuler(out, joint.column + static_cast<int>(joint.channels.size()) - 3);
+      columns.push_back(joint.column + static_cast<int>(joint.channels.size()) - 3);
+      const float* v = out.Row(0) + columns.back();
+      prev.push_back({v[0], v[1], v[2]});
     }
+    for (int f = 1; f < out.frames; f += kSmoothBlock)
+      for (size_t i = 0; i < columns.size(); ++i)
+        SmoothEuler(out, columns[i], f, std::min(out.frames, f + kSmoothBlock), prev[i].data());
   };
   std::thread worker(smooth, 0, reexpressed.size() / 2);
   smooth(reexpressed.size() / 2, reexpressed.size());

@@ -67,7 +67,9 @@ struct ConditionReport {
   double metresPerUnit = 0;
 };
 
-// Rewrites `take` in place for the plug-in's reader (steps above) and reports what it did.
-ConditionReport ConditionTake(BvhTake& take);
+// Rewrites `take` in place for the plug-in's reader (steps above) and reports what it did. With
+// `poses`, also sets *poses to ComputePoses of the result, composed while the frames are rebuilt
+// from the rotations the new angles are taken from (equal within float rounding).
+ConditionReport ConditionTake(BvhTake& take, PoseSeries* poses = nullptr);
 
 }  // namespace knrconvert

@@ -141,8 +141,7 @@ class Road {
       return Fail("the take has " + std::to_string(take.frames) +
                   " frame: there is no motion to make a skill of");
     }
-    ConditionReport report = ConditionTake(take);
-    poses_ = ComputePoses(take);
+    ConditionReport report = ConditionTake(take, &poses_);
     if (DropJumpingEndFrames(take, poses_, report.notes) > 0) report.changed = true;
     r_.frames = take.frames;
     ConditionRecord record;

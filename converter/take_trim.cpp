@@ -7,29 +7,34 @@
 namespace knrconvert {
 namespace {
 
-double Distance(const Vec3f& a, const Vec3f& b) {
+double SquaredDistance(const Vec3f& a, const Vec3f& b) {
   const double x = a.x - b.x, y = a.y - b.y, z = a.z - b.z;
-  return std::sqrt(x * x + y * y + z * z);
+  return x * x + y * y + z * z;
 }
 
-// The largest move of any joint between frames a and b.
+// The largest move of any joint between frames a and b (the root of the largest square: the
+// same double as the largest root, a correctly rounded root being monotonic).
 double Step(const PoseSeries& poses, int a, int b) {
   double most = 0;
-  for (int j = 0; j < poses.Joints(); ++j) most = std::max(most, Distance(poses.At(a, j), poses.At(b, j)));
-  return most;
+  for (int j = 0; j < poses.Joints(); ++j)
+    most = std::max(most, SquaredDistance(poses.At(a, j), poses.At(b, j)));
+  return std::sqrt(most);
 }
 
 double Reach(const PoseSeries& poses, int frame) {
   double most = 0;
-  for (int j = 0; j < poses.Joints(); ++j) most = std::max(most, Distance(poses.At(frame, j), poses.At(frame, 0)));
-  return most;
+  for (int j = 0; j < poses.Joints(); ++j)
+    most = std::max(most, SquaredDistance(poses.At(frame, j), poses.At(frame, 0)));
+  return std::sqrt(most);
 }
 
 // The largest joint move per frame that the take reaches at its kJumpPercentile.
 double UsualLargeStep(const PoseSeries& poses) {
-  std::vector<double> steps;
-  for (int f = 0; f + 1 < poses.frames; ++f) steps.push_back(Step(poses, f, f + 1));
-  if (steps.empty()) return 0;
+  if (poses.frames < 2) return 0;
+  std::vector<double> steps(static_cast<size_t>(poses.frames - 1));
+  ForFrameRanges(poses.frames - 1, static_cast<size_t>(poses.Joints()), [&](int begin, int end) {
+    for (int f = begin; f < end; ++f) steps[f] = Step(poses, f, f + 1);
+  });
   const size_t rank = static_cast<size_t>(kJumpPercentile * static_cast<double>(steps.size() - 1));
   std::nth_element(steps.begin(), steps.begin() + static_cast<std::ptrdiff_t>(rank), steps.end());
   return steps[rank];
@@ -44,7 +49,8 @@ bool Jumps(const PoseSeries& poses, int end, int inward, double usual) {
 void DropFrame(BvhTake& take, PoseSeries& poses, int frame) {
   const auto columns = static_cast<std::ptrdiff_t>(take.columns);
   const auto joints = static_cast<std::ptrdiff_t>(poses.Joints());
-  take.values.erase(take.values.begin() + frame * columns, take.values.begin() + (frame + 1) * columns);
+  take.values.erase(take.values.begin() + frame * columns,
+                    take.values.begin() + (frame + 1) * columns);
   poses.positions.erase(poses.positions.begin() + frame * joints,
                         poses.positions.begin() + (frame + 1) * joints);
   poses.topRotation.erase(poses.topRotation.begin() + frame);

@@ -165,7 +165,14 @@ TEST(ConditionTake, PosesSurviveThePluginsReading) {
     SCOPED_TRACE(c.name);
     BvhTake source = c.take, take = c.take;
     if (c.truth) source = c.truth(source);
-    const ConditionReport report = ConditionTake(take);
+    PoseSeries poses;  // composed while conditioning: those of the result
+    const ConditionReport report = ConditionTake(take, &poses);
+    const PoseSeries result = ComputePoses(take);
+    ASSERT_EQ(poses.positions.size(), result.positions.size());
+    for (size_t i = 0; i < poses.positions.size(); ++i) {
+      const Vec3f &a = poses.positions[i], &b = result.positions[i];
+      ASSERT_NEAR(std::hypot(a.x - b.x, a.y - b.y, a.z - b.z), 0, 1e-5 * 100) << i;
+    }
     std::string said;
     for (const std::string& s : report.notes) said += s + "; ";
     for (const std::string& s : report.warnings) said += s + "; ";
