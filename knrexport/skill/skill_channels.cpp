@@ -1,7 +1,9 @@
 // The fcurve work that every skill converter shares.
 #include "knrexport/skill/skill_channels.h"
 
+#include <algorithm>
 #include <cmath>
+#include <vector>
 
 #include "knrexport/scene/host_calls.h"
 #include "knrexport/scene/pose_storage.h"
@@ -107,25 +109,30 @@ namespace {
 constexpr double kDegToRad = 3.14159265358979323846 / 180.0;
 
 // A node's local transform read straight from its nine channel curves: a channel whose curve
-// has no keys shows its static value, as the host's own evaluation does.
+// has no keys shows its static value, as the host's own evaluation does. The curves are
+// evaluated over the whole range at once when the sampler is made.
 class LocalSampler {
  public:
-  LocalSampler(X3DObject& node, int frame) {
+  LocalSampler(X3DObject& node, int start, int end) : start_(start) {
+    const int frames = std::max(end - start, 1);
     for (int c = 0; c < 9; ++c) {
       Parameter parameter = node.GetParameter(kLocalParameters[c]);
       FCurve curve = parameter.IsValid() ? FCurve(parameter.GetSource()) : FCurve();
       if (curve.GetKeyCount() > 0) {
-        curves_[c] = curve;
+        samples_[c].resize(static_cast<size_t>(frames));
+        curve.EvalFrames(start, frames, samples_[c].data());
         animated_ = true;
       } else {
-        values_[c] = parameter.IsValid() ? parameter.GetValue(CTime(frame)).AsDouble() : (c >= 6 ? 1.0 : 0.0);
+        values_[c] = parameter.IsValid() ? parameter.GetValue(CTime(start)).AsDouble() : (c >= 6 ? 1.0 : 0.0);
       }
     }
   }
   bool Animated() const { return animated_; }
+  // The transform at `frame`, start <= frame < end.
   MATH::CTransformation At(int frame) const {
+    const size_t i = static_cast<size_t>(frame - start_);
     double v[9];
-    for (int c = 0; c < 9; ++c) v[c] = curves_[c].IsValid() ? curves_[c].Eval(CTime(frame)) : values_[c];
+    for (int c = 0; c < 9; ++c) v[c] = samples_[c].empty() ? values_[c] : samples_[c][i];
     MATH::CTransformation t;
     t.SetTranslationFromValues(v[0], v[1], v[2])
         .SetRotationFromXYZAnglesValues(v[3] * kDegToRad, v[4] * kDegToRad, v[5] * kDegToRad)
@@ -134,7 +141,8 @@ class LocalSampler {
   }
 
  private:
-  FCurve curves_[9];
+  int start_;
+  std::vector<double> samples_[9];
   double values_[9] = {};
   bool animated_ = false;
 };
@@ -145,7 +153,7 @@ void SampleLocal(X3DObject& node, int start, int end, std::vector<DrvTransform>&
   out.clear();
   if (end <= start) return;
   out.resize(static_cast<size_t>(end - start));
-  const LocalSampler local(node, start);
+  const LocalSampler local(node, start, end);
   for (int f = start; f < end; ++f) DrvTransform_Set(out[static_cast<size_t>(f - start)], local.At(f));
 }
 
@@ -199,7 +207,7 @@ void SampleGlobal(X3DObject& node, int start, int end, std::vector<MATH::CTransf
   for (X3DObject& o : chain) {
     const std::vector<MATH::CTransformation>* kept = cache ? cache->Find(o.GetRef(), start, end) : nullptr;
     if (!kept) {
-      LocalSampler local(o, start);
+      LocalSampler local(o, start, end);
       if (!local.Animated()) {
         if (links.empty()) {
           base = MATH::CTransformation::Compose(base, local.At(start));

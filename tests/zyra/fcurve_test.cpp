@@ -351,6 +351,12 @@ TEST(FCurveHandle, ChecksItsArgumentsAndFollowsItsCurve) {
   EXPECT_EQ(curve.GetKeyInterpolation(1), 2);
   EXPECT_EQ(curve.GetKeyIndex(CTime(10)), 1);
   EXPECT_DOUBLE_EQ(posy.GetValue(CTime(5)).AsDouble(), curve.Eval(CTime(5)));
+  {  // A range of frames, before, inside and after the keys, as Eval gives each.
+    double values[14];
+    ASSERT_TRUE(curve.EvalFrames(-2, 14, values));
+    for (int i = 0; i < 14; ++i) EXPECT_EQ(values[i], curve.Eval(CTime(i - 2))) << i;
+    EXPECT_FALSE(FCurve().EvalFrames(0, 1, values));
+  }
   {  // Refusals leave the curve as it was.
     EXPECT_EQ(curve.AddKey(CTime(std::nan("")), CValue(1.0)).GetCode(), CStatus::InvalidArgument);
     EXPECT_EQ(curve.AddKey(CTime(3), CValue(L"tall")).GetCode(), CStatus::InvalidArgument);

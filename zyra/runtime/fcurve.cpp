@@ -156,6 +156,13 @@ double FCurve::Eval(const CTime& time) const {
   return curve ? curve->Evaluate(FrameOf(time)) : 0.0;
 }
 
+bool FCurve::EvalFrames(double first, int count, double* out) const {
+  auto curve = CurveOf(ref_);
+  if (!curve) return false;
+  for (int i = 0; i < count; ++i) out[i] = curve->Evaluate(first + i);
+  return true;
+}
+
 int FCurve::GetInterpolation() const {
   auto curve = CurveOf(ref_);
   return curve ? curve->interpolation : 0;

@@ -53,6 +53,10 @@ class ZYRA_API FCurve : public ProjectItem {
   // The value at `time` (CTime::Current(): the current frame); 0 for an invalid handle or a curve
   // without keys.
   double Eval(const CTime& time = CTime::Current()) const;
+  // The values at the frames first, first + 1, ..., first + count - 1, into out[0 .. count - 1]:
+  // Eval at each of them, in one call (a sampler of a long take pays for the handle once). False,
+  // and `out` untouched, for an invalid handle.
+  bool EvalFrames(double first, int count, double* out) const;
 
   // Curve interpolation: 1 constant, 2 linear, 3 cubic. Other codes fail with InvalidArgument.
   int GetInterpolation() const;
