@@ -92,8 +92,9 @@ RelativePoses SampleRelativePoses(const Zyra::X3DObject& cog, int first, int las
           static_cast<float>(x), static_cast<float>(y), static_cast<float>(z)};
     }
     const Zyra::MATH::CQuaternion q = sampler.Global(slots[0]).GetRotationQuaternion();
-    cogRotation[static_cast<size_t>(f)] = {static_cast<float>(q.GetX()), static_cast<float>(q.GetY()),
-                                           static_cast<float>(q.GetZ()), static_cast<float>(q.GetW())};
+    cogRotation[static_cast<size_t>(f)] = {
+        static_cast<float>(q.GetX()), static_cast<float>(q.GetY()), static_cast<float>(q.GetZ()),
+        static_cast<float>(q.GetW())};
   }
   return RelativeToCog(frameTime, joints, positions, cogRotation, 0);
 }

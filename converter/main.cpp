@@ -160,8 +160,9 @@ int Main(int argc, char** argv) {
   app.add_option("--scale", options.convert.scale, "BVH scale, 0.0001 to 1 (default 1)")
       ->check(CLI::Range(0.0001, 1.0))
       ->type_name("S");
-  app.add_flag("--optimize", options.convert.optimize,
-               "Generate a pruned actor (Generate's Optimize) instead of the take's whole skeleton");
+  app.add_flag(
+      "--optimize", options.convert.optimize,
+      "Generate a pruned actor (Generate's Optimize) instead of the take's whole skeleton");
   app.add_flag("--keep-conditioned", options.convert.keepConditioned,
                "Keep the conditioned take that the import read as DIR/<take>.conditioned.bvh");
   app.add_flag("--quiet", options.quiet, "No progress bars, only the per-take lines and errors");

@@ -55,12 +55,9 @@ bool WriteTakeRecord(const TakeRecord& r, const std::filesystem::path& dir, std:
   if (r.hipHeight) j["hipHeight"] = *r.hipHeight;
   if (r.legLength) j["legLength"] = *r.legLength;
   if (r.loop) {
-    j["loop"] = {{"start", r.loop->start},
-                 {"end", r.loop->end},
-                 {"seamBefore", r.loop->seamBefore},
-                 {"seamAfter", r.loop->seamAfter},
-                 {"loopStep", r.loop->loopStep},
-                 {"sourceStep", r.loop->sourceStep},
+    j["loop"] = {{"start", r.loop->start},           {"end", r.loop->end},
+                 {"seamBefore", r.loop->seamBefore}, {"seamAfter", r.loop->seamAfter},
+                 {"loopStep", r.loop->loopStep},     {"sourceStep", r.loop->sourceStep},
                  {"rejected", r.loop->rejected}};
     if (!r.loop->foot.empty()) j["loop"]["foot"] = r.loop->foot;
   }
@@ -109,8 +106,7 @@ bool WriteTakeRecord(const TakeRecord& r, const std::filesystem::path& dir, std:
   const std::filesystem::path target = dir / (r.take + ".json");
   const Zyra::CStatus status = Zyra::rt::WriteFileReplacing(target.string(), j.dump() + "\n");
   if (!status.Succeeded()) {
-    error = "cannot write \"" + target.string() + "\": " +
-            Zyra::ToUtf8(status.GetMessage().Wide());
+    error = "cannot write \"" + target.string() + "\": " + Zyra::ToUtf8(status.GetMessage().Wide());
     return false;
   }
   return true;

@@ -70,8 +70,8 @@ class Road {
     host.NewScene();
     host.ClearLog();
     host.ui() = rt::UiState{};
-    bool ok = Condition() && Import() && Analyse() && (travels_ || KeyRootAtRest()) &&
-              Generate() && Skill() && Loop() && Save();
+    bool ok = Condition() && Import() && Analyse() && (travels_ || KeyRootAtRest()) && Generate() &&
+              Skill() && Loop() && Save();
     r_.seconds.emplace_back("total", Seconds(start));
     CollectWarnings();
     r_.ok = ok;
@@ -295,12 +295,11 @@ class Road {
       r_.threshold = threshold_;
     }
     char text[160];
-    std::snprintf(text, sizeof text,
-                  "%s: travels %.3g (%.2g leg lengths), heading change %.0f degrees%s",
-                  r_.skill.c_str(), travel_.distance,
-                  travel_.legLength > 0 ? travel_.distance / travel_.legLength : 0.0,
-                  travel_.headingChange,
-                  travels_ ? (", contact threshold " + Num(threshold_)).c_str() : "");
+    std::snprintf(
+        text, sizeof text, "%s: travels %.3g (%.2g leg lengths), heading change %.0f degrees%s",
+        r_.skill.c_str(), travel_.distance,
+        travel_.legLength > 0 ? travel_.distance / travel_.legLength : 0.0, travel_.headingChange,
+        travels_ ? (", contact threshold " + Num(threshold_)).c_str() : "");
     Info(text);
     Phase("analysis", start);
     return true;
@@ -387,7 +386,8 @@ class Road {
       auto it = curves.find(foot + ".RTKEffector.Contact");
       if (it != curves.end()) {
         for (long k = 0; k < it->second.GetKeyCount(); ++k) {
-          keys.push_back({it->second.GetKeyTime(k).GetTime(), it->second.GetKeyValue(k).AsDouble()});
+          keys.push_back(
+              {it->second.GetKeyTime(k).GetTime(), it->second.GetKeyValue(k).AsDouble()});
         }
       }
       contacts_.push_back(ContactIntervals(keys, first_, last_));
@@ -431,7 +431,8 @@ class Road {
       const Vec3f& cog = poses_.At(f, body_.cog);
       r_.pathX.push_back(cog.x);
       r_.pathZ.push_back(cog.z);
-      for (size_t i = 0; i < feet_.size(); ++i) r_.heel[feet_[i]].push_back(poses_.At(f, feet[i]).y);
+      for (size_t i = 0; i < feet_.size(); ++i)
+        r_.heel[feet_[i]].push_back(poses_.At(f, feet[i]).y);
     }
     const double threshold = travels_ ? threshold_ : options_.threshold.value_or(kUsualThreshold);
     for (const auto& [foot, series] : r_.heel) {
@@ -459,8 +460,8 @@ class Road {
       if (b <= a) continue;
       std::ostringstream s;
       s << "SelectObj " << Quote(generated_ + "." + cog_) << "\n"
-        << "Answer Page \"Loop Skill\" Source=0 Start=" << a << " End=" << b
-        << " Smooth=" << std::max(1, static_cast<int>(std::lround(window.smooth * framesPerTakeFrame_)))
+        << "Answer Page \"Loop Skill\" Source=0 Start=" << a << " End=" << b << " Smooth="
+        << std::max(1, static_cast<int>(std::lround(window.smooth * framesPerTakeFrame_)))
         << " Loco=" << (window.loco ? "true" : "false") << " press=Process\n"
         << "KnrMakeLoop\n";
       if (!Script("loop", s.str())) return false;
@@ -475,11 +476,13 @@ class Road {
       if (pops.pop && !last) back = "DeleteObj " + Quote(loopPath) + "\n" + back;
       if (!Script("loop", back)) return false;
       char text[200];
-      std::snprintf(text, sizeof text,
-                    "loop window %d..%d%s: largest one-frame move %.3g (source %.3g)%s", a, b,
-                    window.foot >= 0 ? (" (gait cycle of " + feet_[static_cast<size_t>(window.foot)] + ")").c_str()
-                                     : " (calmest stretch)",
-                    pops.loopStep, pops.sourceStep, pops.pop ? ": pops" : "");
+      std::snprintf(
+          text, sizeof text, "loop window %d..%d%s: largest one-frame move %.3g (source %.3g)%s", a,
+          b,
+          window.foot >= 0
+              ? (" (gait cycle of " + feet_[static_cast<size_t>(window.foot)] + ")").c_str()
+              : " (calmest stretch)",
+          pops.loopStep, pops.sourceStep, pops.pop ? ": pops" : "");
       Info(text);
       if (pops.pop && !last) continue;
       LoopRecord record;

@@ -53,9 +53,9 @@ namespace knrconvert {
 
 struct ConvertOptions {
   std::optional<double> threshold;  // a fixed foot-contact threshold; unset: chosen per take
-  double scale = 1.0;            // BVH length scale
-  bool optimize = false;         // Generate prunes the skeleton (its "Optimize" option)
-  bool keepConditioned = false;  // the conditioned take stays beside the outputs
+  double scale = 1.0;               // BVH length scale
+  bool optimize = false;            // Generate prunes the skeleton (its "Optimize" option)
+  bool keepConditioned = false;     // the conditioned take stays beside the outputs
 };
 
 // The take's name: its file name without the ".bvh" extension.

@@ -1,6 +1,8 @@
 // libFuzzer harness of the converter's own take reader and what it does to a take: any bytes as
 // a BVH file, read; a take that reads is conditioned, its poses composed, its jumping end frames
 // dropped and the result written. Nothing may crash, hang or read out of bounds.
+#include "bvh_take.h"
+
 #include <unistd.h>
 
 #include <cstdint>
@@ -8,7 +10,6 @@
 #include <string>
 #include <vector>
 
-#include "bvh_take.h"
 #include "take_conditioning.h"
 #include "take_trim.h"
 

@@ -141,7 +141,9 @@ std::string SeamCell(const TakeReport& take) {
 bool Warned(const TakeReport& take) { return !take.failed && !take.warnings.empty(); }
 
 std::string TableRow(const TakeReport& take, size_t index) {
-  std::string row = take.failed ? "<tr class=\"failed\">" : Warned(take) ? "<tr class=\"warned\">" : "<tr>";
+  std::string row = take.failed    ? "<tr class=\"failed\">"
+                    : Warned(take) ? "<tr class=\"warned\">"
+                                   : "<tr>";
   row += "<td class=\"name\"><a href=\"#take-" + std::to_string(index) + "\">" +
          EscapeHtml(take.name) + "</a></td>";
   row += "<td class=\"status\">" + EscapeHtml(take.status);
@@ -154,8 +156,8 @@ std::string TableRow(const TakeReport& take, size_t index) {
   row += "<td class=\"num\">" + Or(take.heading_change, "%.1f\u00b0") + "</td>";
   row += "<td>" + LoopCell(take) + "</td>";
   row += "<td class=\"num\">" + SeamCell(take) + "</td>";
-  row += "<td class=\"num\">" + (Warned(take) ? Count(static_cast<double>(take.warnings.size())) : "") +
-         "</td>";
+  row += "<td class=\"num\">" +
+         (Warned(take) ? Count(static_cast<double>(take.warnings.size())) : "") + "</td>";
   row += "<td class=\"num\">" + Or(take.total_seconds, "%.2f s") + "</td>";
   return row + "</tr>\n";
 }
@@ -163,7 +165,9 @@ std::string TableRow(const TakeReport& take, size_t index) {
 std::string TakeSection(const TakeReport& take, size_t index) {
   const std::string id = std::to_string(index);
   std::string html = "<section class=\"take" +
-                     std::string(take.failed ? " failed" : Warned(take) ? " warned" : "") +
+                     std::string(take.failed    ? " failed"
+                                 : Warned(take) ? " warned"
+                                                : "") +
                      "\" id=\"take-" + id + "\">\n<h2>" + EscapeHtml(take.name) +
                      " <span class=\"badge\">" + EscapeHtml(take.status) + "</span></h2>\n";
   if (take.failed) html += "<p class=\"reason\">" + EscapeHtml(take.reason) + "</p>\n";
@@ -215,12 +219,11 @@ std::string Body(const std::filesystem::path& dir, const std::vector<TakeReport>
   html += "<p class=\"summary\">" + Count(static_cast<double>(takes.size())) +
           (takes.size() == 1 ? " take: " : " takes: ") +
           Count(static_cast<double>(takes.size() - failed)) + " converted, " + "<span class=\"" +
-          (failed ? "failed" : "") + "\">" + Count(static_cast<double>(failed)) +
-          " failed</span>";
+          (failed ? "failed" : "") + "\">" + Count(static_cast<double>(failed)) + " failed</span>";
   const auto warned = std::count_if(takes.begin(), takes.end(), Warned);
   if (warned > 0) {
-    html += ", <span class=\"warned\">" + Count(static_cast<double>(warned)) +
-            " with warnings</span>";
+    html +=
+        ", <span class=\"warned\">" + Count(static_cast<double>(warned)) + " with warnings</span>";
   }
   html += "</p></header>\n";
   html +=

@@ -9,7 +9,8 @@ namespace {
 constexpr float kFltMax = std::numeric_limits<float>::max();
 
 // The heights when only they can tell where the contact is.
-void HeightFallbacks(const std::vector<float>& height, float heightLimit, int start, int end, ContactKeys& out) {
+void HeightFallbacks(const std::vector<float>& height, float heightLimit, int start, int end,
+                     ContactKeys& out) {
   const int n = end - start;
   auto key = [&out](int frame, int value) { out.keys.push_back({frame, value}); };
   out.found = true;
@@ -45,8 +46,8 @@ void HeightFallbacks(const std::vector<float>& height, float heightLimit, int st
 
 }  // namespace
 
-ContactKeys DetectContacts(const std::vector<float>& height, const std::vector<float>& speed2, float threshold,
-                           int start, int end) {
+ContactKeys DetectContacts(const std::vector<float>& height, const std::vector<float>& speed2,
+                           float threshold, int start, int end) {
   const int n = end - start;
   float low = kFltMax, high = -kFltMax, fastest = 0.0f;
   for (int i = 0; i < n; ++i) {
@@ -59,8 +60,14 @@ ContactKeys DetectContacts(const std::vector<float>& height, const std::vector<f
 
   ContactKeys out;
   out.contactFrame = start - 1;
-  auto contact = [&](int i) { return speed2[static_cast<size_t>(i)] < speedLimit && height[static_cast<size_t>(i)] < heightLimit; };
-  auto liftOff = [&](int j) { return speed2[static_cast<size_t>(j)] > speedLimit && height[static_cast<size_t>(j)] > heightLimit; };
+  auto contact = [&](int i) {
+    return speed2[static_cast<size_t>(i)] < speedLimit &&
+           height[static_cast<size_t>(i)] < heightLimit;
+  };
+  auto liftOff = [&](int j) {
+    return speed2[static_cast<size_t>(j)] > speedLimit &&
+           height[static_cast<size_t>(j)] > heightLimit;
+  };
   int i = 0;
   while (i < n - 1) {
     if (!contact(i)) {

@@ -28,8 +28,8 @@ constexpr double kLeg = 80, kSpread = 20,
 // one on the odd steps. A standing leg turns about x so that its foot stays where it landed (the
 // hips ride at the height that keeps it on the ground); the swinging leg turns forward and out
 // (about z), which lifts its foot. The feet turn slowly about their own y axis (a third of a
-// degree a frame), swinging their toes round, so that no cycle ends where it began. `names`: hips, left leg, left foot, right
-// leg, right foot.
+// degree a frame), swinging their toes round, so that no cycle ends where it began. `names`: hips,
+// left leg, left foot, right leg, right foot.
 std::string WalkBvh(const std::vector<std::string>& n) {
   std::ostringstream s;
   auto leg = [&](const std::string& up, const std::string& foot, double x) {
@@ -227,17 +227,16 @@ TEST_F(KnrconvertRun, BrokenTakeAmongGoodOnes) {
 // (whose actor root gets keys first: without them the conversion refuses the take).
 TEST_F(KnrconvertRun, RealTakes) {
   const std::string data = KNR_SHARED_DATA_DIR "/bvh/";
-  const RunResult run =
-      Convert(data + "01_01.bvh " + data + "Boxing_Toes.bvh " + KNR_EXAMPLES_DIR +
-              "/data/pipeline.bvh --quiet --no-report --keep-conditioned -o " +
-              (dir_ / "out").string());
+  const RunResult run = Convert(data + "01_01.bvh " + data + "Boxing_Toes.bvh " + KNR_EXAMPLES_DIR +
+                                "/data/pipeline.bvh --quiet --no-report --keep-conditioned -o " +
+                                (dir_ / "out").string());
   ASSERT_EQ(run.status, 0) << run.out;
   const struct {
     const char* take;
     int frames, joints;
     const char* left;
     const char* skill;
-  } cases[] = {{"01_01", 2751, 31, "LeftFoot", "Locomotion"},  // its T-pose frame dropped
+  } cases[] = {{"01_01", 2751, 31, "LeftFoot", "Locomotion"},    // its T-pose frame dropped
                {"Boxing_Toes", 3069, 21, "LeftAnkle", "Basic"},  // footwork about one spot
                {"pipeline", 300, 21, "LeftAnkle", "Basic"}};
   for (const auto& c : cases) {
@@ -274,7 +273,7 @@ TEST_F(KnrconvertRun, RealWorldTakes) {
     const char* cog;
     const char* skill;
     double heading, headingTolerance;  // degrees; a negative tolerance: not checked
-    bool contactsHold = true;  // false: the take's file warns of its contacts instead
+    bool contactsHold = true;          // false: the take's file warns of its contacts instead
   } cases[] = {
       {"cmu_02_01_walk_bvhmatlab", "Hips", "Locomotion", 0, 20},
       {"cmu_02_03_run_iclone", "CC_Base_Hip", "Locomotion", 0, 20},
@@ -325,8 +324,8 @@ TEST_F(KnrconvertRun, RealWorldTakes) {
 }
 
 TEST_F(KnrconvertRun, BadUsage) {
-  const std::string cases[] = {"", "--bogus x.bvh", "x.bvh -o", "--threshold 2 x.bvh",
-                               "--scale 0 x.bvh", "--scale 2 x.bvh"};
+  const std::string cases[] = {
+      "", "--bogus x.bvh", "x.bvh -o", "--threshold 2 x.bvh", "--scale 0 x.bvh", "--scale 2 x.bvh"};
   for (const std::string& args : cases) EXPECT_EQ(Convert(args).status, 2) << args;
   EXPECT_EQ(Convert("--help").status, 0);
 }
