@@ -4,8 +4,9 @@
 #
 #   scripts/convert-library.sh SRC -o DIR [-j N] [--threshold X] [--scale S]
 #
-# Each take runs as `knrconvert --no-report --quiet TAKE -o DIR`. A line is printed as each take
-# ends, numbered in the order they end ("[ 12/100] walk01: Locomotion, ..."); a take that fails
+# Takes run in batches of up to 8, each batch as `knrconvert --no-report --quiet TAKE ... -o DIR`
+# (a process for every take would spend a quarter of the time starting). A line is printed as
+# each take ends, numbered in the order they end ("[ 12/100] walk01: Locomotion, ..."); a take that fails
 # does not stop the others. When all have ended, `knrconvert --report-only -o DIR` writes
 # DIR/report.html from every take file in DIR (a folder reused across runs keeps the takes of
 # earlier runs in its report).
@@ -122,25 +123,36 @@ for file in "${files[@]}"; do
   takes+=("$links/$candidate.${base##*.}")
 done
 
-# One take in its own process: prints one record, the converter's exit status (normalised to
-# 0 or 1, so that xargs neither stops at a crash nor at status 255), a tab, and its line; further
-# lines of the same take are marked "+". One printf, so that records of processes that end at
-# the same time do not mix.
+# A batch of takes in one converter process (a process's start and first touch of its memory
+# cost about a quarter of a one-minute take): the converter prints a line per take as it ends,
+# and each is passed on at once as one record, 1 when the line says the take failed, else 0, a
+# tab, and the line (one printf, so that records of processes that end at the same time do not
+# mix). A take of the batch without a line (the converter crashed or was killed) gets a failure
+# line naming it. Arguments: the converter's options, "--", the takes.
 # shellcheck disable=SC2317  # run by xargs, through bash -c
-convert_one() {
-  local take="${!#}" name text status=0
-  name="${take##*/}"
-  name="${name%.*}"
-  text="$("$KNRCONVERT_BIN" --no-report --quiet "${@:1:$#-1}" "$take" -o "$KNRCONVERT_OUT")" ||
-    status=1
-  if [ -z "$text" ]; then
-    if [ "$status" -eq 0 ]; then
-      text="$name: converted"
+convert_batch() {
+  local options=() line name take status=0
+  while [ $# -gt 0 ] && [ "$1" != "--" ]; do options+=("$1"); shift; done
+  shift
+  declare -A seen=()
+  while IFS= read -r line; do
+    name="${line%%: *}"
+    seen["$name"]=1
+    if [[ "$line" == *": FAILED: "* ]]; then
+      status=1
+      printf '1\t%s\n' "$line"
     else
-      text="$name: FAILED: the converter stopped without a message ($take)"
+      printf '0\t%s\n' "$line"
     fi
-  fi
-  printf '%s\t%s\n' "$status" "${text//$'\n'/$'\n+\t'}"
+  done < <("$KNRCONVERT_BIN" --no-report --quiet ${options[@]+"${options[@]}"} "$@" \
+             -o "$KNRCONVERT_OUT")
+  for take in "$@"; do
+    name="${take##*/}"
+    name="${name%.*}"
+    [ -z "${seen["$name"]:-}" ] || continue
+    status=1
+    printf '1\t%s: FAILED: the converter stopped without a message (%s)\n' "$name" "$take"
+  done
   return "$status"
 }
 # Numbers the records as they come, then prints how many failed.
@@ -159,13 +171,17 @@ number_lines() {
   done
   echo "$done of $total takes done, $failed failed."
 }
-export -f convert_one
+export -f convert_batch
 export KNRCONVERT_BIN="$converter" KNRCONVERT_OUT="$out_abs"
 
 echo "Converting $total takes from $src into $out, $jobs at a time..."
 set +e
+# Batches of up to 8 takes, no more than an even share of the library per process.
+batch=$(( (total + jobs - 1) / jobs ))
+[ "$batch" -le 8 ] || batch=8
 printf '%s\0' "${takes[@]}" |
-  xargs -0 -n 1 -P "$jobs" bash -c 'convert_one "$@"' convert_one ${options[@]+"${options[@]}"} |
+  xargs -0 -n "$batch" -P "$jobs" bash -c 'convert_batch "$@"' convert_batch \
+    ${options[@]+"${options[@]}"} -- |
   number_lines
 status=${PIPESTATUS[1]}
 set -e
