@@ -4,7 +4,7 @@
 #
 #   scripts/convert-library.sh SRC -o DIR [-j N] [--threshold X] [--scale S]
 #
-# Takes run in batches of up to 8, each batch as `knrconvert --no-report --quiet TAKE ... -o DIR`
+# Takes run in batches of up to 16, each batch as `knrconvert --no-report --quiet TAKE ... -o DIR`
 # (a process for every take would spend a quarter of the time starting). A line is printed as
 # each take ends, numbered in the order they end ("[ 12/100] walk01: Locomotion, ..."); a take that fails
 # does not stop the others. When all have ended, `knrconvert --report-only -o DIR` writes
@@ -135,6 +135,10 @@ convert_batch() {
   while [ $# -gt 0 ] && [ "$1" != "--" ]; do options+=("$1"); shift; done
   shift
   declare -A seen=()
+  # The loop runs in this shell (not a subshell), so `seen` and `status` outlive it, and the
+  # converter is a waited-for child (its CPU time counts as this process's children's).
+  shopt -s lastpipe
+  "$KNRCONVERT_BIN" --no-report --quiet ${options[@]+"${options[@]}"} "$@" -o "$KNRCONVERT_OUT" |
   while IFS= read -r line; do
     name="${line%%: *}"
     seen["$name"]=1
@@ -144,8 +148,7 @@ convert_batch() {
     else
       printf '0\t%s\n' "$line"
     fi
-  done < <("$KNRCONVERT_BIN" --no-report --quiet ${options[@]+"${options[@]}"} "$@" \
-             -o "$KNRCONVERT_OUT")
+  done
   for take in "$@"; do
     name="${take##*/}"
     name="${name%.*}"
@@ -176,9 +179,9 @@ export KNRCONVERT_BIN="$converter" KNRCONVERT_OUT="$out_abs"
 
 echo "Converting $total takes from $src into $out, $jobs at a time..."
 set +e
-# Batches of up to 8 takes, no more than an even share of the library per process.
+# Batches of up to 16 takes, no more than an even share of the library per process.
 batch=$(( (total + jobs - 1) / jobs ))
-[ "$batch" -le 8 ] || batch=8
+[ "$batch" -le 16 ] || batch=16
 printf '%s\0' "${takes[@]}" |
   xargs -0 -n "$batch" -P "$jobs" bash -c 'convert_batch "$@"' convert_batch \
     ${options[@]+"${options[@]}"} -- |
