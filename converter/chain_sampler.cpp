@@ -64,8 +64,8 @@ void ChainSampler::At(double frame) {
   }
 }
 
-RelativePoses SampleRelativePoses(const Zyra::X3DObject& cog, int first, int last,
-                                  double frameTime) {
+RelativePoses SampleRelativePoses(const Zyra::X3DObject& cog, int first, int last, double frameTime,
+                                  std::vector<std::string>* names) {
   ChainSampler sampler;
   std::vector<int> slots;
   std::vector<Zyra::X3DObject> stack = {cog};
@@ -73,6 +73,7 @@ RelativePoses SampleRelativePoses(const Zyra::X3DObject& cog, int first, int las
     const Zyra::X3DObject object = stack.back();
     stack.pop_back();
     slots.push_back(sampler.Add(object));
+    if (names) names->push_back(Zyra::ToUtf8(object.GetName().Wide()));
     const Zyra::CRefArray children = object.GetChildren();
     for (long i = children.GetCount() - 1; i >= 0; --i) {
       Zyra::X3DObject child(children[i]);

@@ -45,9 +45,10 @@ class ChainSampler {
   Zyra::MATH::CTransformation top_;
 };
 
-// The pose relative to `cog` of `cog` and every object below it (`cog` is joint 0), as the
-// action applied to its model now plays it, at frames first..last.
-RelativePoses SampleRelativePoses(const Zyra::X3DObject& cog, int first, int last,
-                                  double frameTime);
+// The pose relative to `cog` of `cog` and every object below it (`cog` is joint 0, the others
+// depth first), as the action applied to its model now plays it, at frames first..last. `names`,
+// when given, receives the objects' names in the same order.
+RelativePoses SampleRelativePoses(const Zyra::X3DObject& cog, int first, int last, double frameTime,
+                                  std::vector<std::string>* names = nullptr);
 
 }  // namespace knrconvert

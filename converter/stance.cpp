@@ -135,6 +135,26 @@ double ContactAgreement(const std::vector<Interval>& intervals, const Stance& st
   return static_cast<double>(same) / static_cast<double>(stance.size());
 }
 
+std::vector<Interval> PlantedIntervals(const Stance& stance) {
+  std::vector<Interval> runs;
+  for (size_t f = 0; f < stance.size(); ++f) {
+    if (!stance[f]) continue;
+    if (!runs.empty() && runs.back().second == static_cast<int>(f) - 1) {
+      runs.back().second = static_cast<int>(f);
+    } else {
+      runs.emplace_back(static_cast<int>(f), static_cast<int>(f));
+    }
+  }
+  return runs;
+}
+
+std::vector<int> OneFrameContacts(const std::vector<Interval>& intervals) {
+  std::vector<int> frames;
+  for (const Interval& in : intervals)
+    if (in.first == in.second) frames.push_back(in.first);
+  return frames;
+}
+
 ContactChoice ChooseContactThreshold(const PoseSeries& pose, const std::vector<int>& feet,
                                      const std::vector<Stance>& stances) {
   ContactChoice best;
@@ -162,11 +182,10 @@ ContactChoice ChooseContactThreshold(const PoseSeries& pose, const std::vector<i
     first = false;
   }
   for (size_t i = 0; i < best.feet.size(); ++i) {
-    for (const Interval& in : best.feet[i].intervals) {
-      if (in.first != in.second) continue;
+    for (const int frame : OneFrameContacts(best.feet[i].intervals)) {
       best.warnings.push_back("a one-frame contact of the foot " +
                               pose.names[static_cast<size_t>(feet[i])] + " at frame " +
-                              std::to_string(in.first) + " (threshold " +
+                              std::to_string(frame) + " (threshold " +
                               std::to_string(best.threshold).substr(0, 5) + ")");
     }
   }

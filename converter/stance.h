@@ -74,6 +74,13 @@ std::vector<Interval> PredictContacts(const PoseSeries& pose, int foot, double t
 // The share of frames (0..1) where `intervals` and `stance` say the same.
 double ContactAgreement(const std::vector<Interval>& intervals, const Stance& stance);
 
+// The planted runs of `stance` as [first, last] intervals.
+std::vector<Interval> PlantedIntervals(const Stance& stance);
+
+// The frames of the contacts in `intervals` that last a single frame (a foot keyed planted for
+// one frame is a flicker a person should look at).
+std::vector<int> OneFrameContacts(const std::vector<Interval>& intervals);
+
 struct FootContacts {
   std::vector<Interval> intervals;  // what the plug-in will key at the chosen threshold
   double agreement = 0;             // with the stance estimate

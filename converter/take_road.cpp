@@ -8,7 +8,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
 #include <map>
 #include <sstream>
@@ -135,7 +134,7 @@ class Road {
     importPath_ = bvh_;
     BvhTake take;
     if (!ParseBvhTake(bvh_, take, readError_)) return true;  // the import says what is wrong
-    r_.frames = take.frames;
+    r_.frames = take.frames;  // the frames kept, once the ends are trimmed below
     r_.frameTime = take.frameTime;
     if (take.frames < kMinFrames) {
       return Fail("the take has " + std::to_string(take.frames) +
@@ -366,7 +365,7 @@ class Road {
       // A Basic skill keys no contacts: the file lists where the estimate has each foot planted.
       for (size_t i = 0; i < feet_.size(); ++i) {
         std::vector<Interval> planted;
-        for (const Interval& run : Runs(travel_.stances[i]))
+        for (const Interval& run : PlantedIntervals(travel_.stances[i]))
           planted.emplace_back(SceneFrame(run.first), SceneFrame(run.second));
         r_.contacts[feet_[i]] = planted;
       }
@@ -397,27 +396,10 @@ class Road {
       takeContacts_.push_back(inTake);
       r_.contactAgreement[foot] = ContactAgreement(inTake, travel_.stances[i]);
       if (contacts_.back().empty()) Warn("no contact found for the foot " + foot);
-      for (const auto& [a, b] : contacts_.back()) {
-        if (a == b) {
-          Warn("a one-frame contact of " + foot + " at frame " + std::to_string(a));
-          break;
-        }
-      }
+      const std::vector<int> flickers = OneFrameContacts(contacts_.back());
+      if (!flickers.empty())
+        Warn("a one-frame contact of " + foot + " at frame " + std::to_string(flickers.front()));
     }
-  }
-
-  // Planted runs of a stance, as [first, last] take frames.
-  static std::vector<Interval> Runs(const Stance& stance) {
-    std::vector<Interval> runs;
-    for (size_t f = 0; f < stance.size(); ++f) {
-      if (!stance[f]) continue;
-      if (!runs.empty() && runs.back().second == static_cast<int>(f) - 1) {
-        runs.back().second = static_cast<int>(f);
-      } else {
-        runs.emplace_back(static_cast<int>(f), static_cast<int>(f));
-      }
-    }
-    return runs;
   }
 
   // Heel heights and the COG's ground path at every frame, from the poses (see take_road.h).
@@ -467,7 +449,8 @@ class Road {
       if (!Script("loop", s.str())) return false;
       const std::string loopPath = generated_ + ".Sources.Take_loop";
       X3DObject cog = Find(generated_ + "." + cog_);
-      const RelativePoses source = SampleRelativePoses(cog, a, b, frameTime);
+      std::vector<std::string> joints;
+      const RelativePoses source = SampleRelativePoses(cog, a, b, frameTime, &joints);
       if (!Script("loop", "ApplyAction " + Quote(loopPath) + "\n")) return false;
       const RelativePoses loop = SampleRelativePoses(cog, 0, b - a, frameTime);
       const PopMeasure pops = MeasurePops(loop, source, 0, b - a);
@@ -505,7 +488,7 @@ class Road {
       }
       const SeamCurve curve = SeamCurves(source, 0, b - a, loop);
       SeamPlot plot;
-      plot.channel = curve.joint >= 0 ? JointName(cog, curve.joint) : "";
+      plot.channel = curve.joint >= 0 ? joints[static_cast<size_t>(curve.joint)] : "";
       for (size_t k = 0; k < curve.before.size(); ++k) {
         plot.frames.push_back(static_cast<double>(k));
         plot.before.push_back(curve.before[k]);
@@ -516,22 +499,6 @@ class Road {
     }
     Phase("loop", start);
     return true;
-  }
-
-  // The name of joint `index` in SampleRelativePoses' order below `cog`.
-  static std::string JointName(const X3DObject& cog, int index) {
-    std::vector<X3DObject> stack = {cog};
-    for (int i = 0; !stack.empty(); ++i) {
-      const X3DObject object = stack.back();
-      stack.pop_back();
-      if (i == index) return ToUtf8(object.GetName().Wide());
-      const Zyra::CRefArray children = object.GetChildren();
-      for (long c = children.GetCount() - 1; c >= 0; --c) {
-        X3DObject child(children[c]);
-        if (child.IsValid()) stack.push_back(child);
-      }
-    }
-    return "";
   }
 
   bool Save() {

@@ -3,6 +3,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
+
+#include "stance.h"
 
 namespace knrconvert {
 namespace {
@@ -35,9 +38,7 @@ double UsualLargeStep(const PoseSeries& poses) {
   ForFrameRanges(poses.frames - 1, static_cast<size_t>(poses.Joints()), [&](int begin, int end) {
     for (int f = begin; f < end; ++f) steps[f] = Step(poses, f, f + 1);
   });
-  const size_t rank = static_cast<size_t>(kJumpPercentile * static_cast<double>(steps.size() - 1));
-  std::nth_element(steps.begin(), steps.begin() + static_cast<std::ptrdiff_t>(rank), steps.end());
-  return steps[rank];
+  return Percentile(std::move(steps), kJumpPercentile);
 }
 
 // Whether the end frame `end` jumps from its neighbour `end + inward`.
