@@ -1,0 +1,674 @@
+// glTF 2.0 export of a model (rules in gltf_export.h) and the host command ExportGLTF.
+#include "gltf_export.h"
+
+#include <tiny_gltf.h>
+
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <map>
+#include <set>
+#include <sstream>
+
+#include "atomic_file.h"
+#include "host.h"
+
+namespace Zyra::rt {
+
+namespace {
+
+constexpr double kPi = 3.14159265358979323846;
+constexpr double kDegToRad = kPi / 180.0;
+
+// The local state's channels in order: translation, rotation (degrees, XYZ), scaling.
+constexpr int kChannelCount = 9;
+const wchar_t* const kChannelNames[kChannelCount] = {L"posx", L"posy", L"posz", L"rotx", L"roty",
+                                                     L"rotz", L"sclx", L"scly", L"sclz"};
+constexpr double kChannelDefaults[kChannelCount] = {0, 0, 0, 0, 0, 0, 1, 1, 1};
+const wchar_t* const kHomeNames[kChannelCount] = {L"px", L"py", L"pz", L"rx", L"ry",
+                                                  L"rz", L"sx", L"sy", L"sz"};
+const char* const kPathNames[3] = {"translation", "rotation", "scale"};
+const char* const kSkillKinds[4] = {"Default", "Basic", "Locomotion", "Raw"};
+constexpr int kLocomotionKind = 2;
+
+// The figure: bones as boxes this wide (half-width as a share of the bone's length, with a floor
+// so that short bones stay visible), joints without bones as cubes.
+constexpr double kBoneHalfWidth = 0.05;
+constexpr double kMinHalfWidth = 0.002;   // metres
+constexpr double kJointCubeHalf = 0.025;  // metres
+constexpr size_t kMaxJoints = 65535;      // JOINTS_0 is written as unsigned short
+
+// A 4x4 matrix, column-major as glTF stores it.
+using Mat4 = std::array<double, 16>;
+
+Mat4 MatrixOf(const MATH::CVector3& t, const MATH::CQuaternion& q, const MATH::CVector3& s) {
+  const double x = q.GetX(), y = q.GetY(), z = q.GetZ(), w = q.GetW();
+  const double r[9] = {1 - 2 * (y * y + z * z), 2 * (x * y + z * w),     2 * (x * z - y * w),
+                       2 * (x * y - z * w),     1 - 2 * (x * x + z * z), 2 * (y * z + x * w),
+                       2 * (x * z + y * w),     2 * (y * z - x * w),     1 - 2 * (x * x + y * y)};
+  const double sc[3] = {s.GetX(), s.GetY(), s.GetZ()};
+  Mat4 m{};
+  for (int c = 0; c < 3; ++c)
+    for (int row = 0; row < 3; ++row) m[c * 4 + row] = r[c * 3 + row] * sc[c];
+  m[12] = t.GetX();
+  m[13] = t.GetY();
+  m[14] = t.GetZ();
+  m[15] = 1;
+  return m;
+}
+
+Mat4 Multiply(const Mat4& a, const Mat4& b) {
+  Mat4 m{};
+  for (int c = 0; c < 4; ++c)
+    for (int row = 0; row < 4; ++row)
+      for (int k = 0; k < 4; ++k) m[c * 4 + row] += a[k * 4 + row] * b[c * 4 + k];
+  return m;
+}
+
+// The inverse of an affine matrix; the identity when it cannot be inverted (a zero scaling).
+Mat4 InverseAffine(const Mat4& m) {
+  auto at = [&](int row, int c) { return m[c * 4 + row]; };
+  const double c00 = at(1, 1) * at(2, 2) - at(1, 2) * at(2, 1);
+  const double c01 = at(1, 2) * at(2, 0) - at(1, 0) * at(2, 2);
+  const double c02 = at(1, 0) * at(2, 1) - at(1, 1) * at(2, 0);
+  const double det = at(0, 0) * c00 + at(0, 1) * c01 + at(0, 2) * c02;
+  Mat4 inv{};
+  if (!(std::fabs(det) > 1e-300)) {
+    for (int i = 0; i < 4; ++i) inv[i * 5] = 1;
+    return inv;
+  }
+  const double d = 1.0 / det;
+  double r[3][3] = {
+      {c00 * d, (at(0, 2) * at(2, 1) - at(0, 1) * at(2, 2)) * d,
+       (at(0, 1) * at(1, 2) - at(0, 2) * at(1, 1)) * d},
+      {c01 * d, (at(0, 0) * at(2, 2) - at(0, 2) * at(2, 0)) * d,
+       (at(0, 2) * at(1, 0) - at(0, 0) * at(1, 2)) * d},
+      {c02 * d, (at(0, 1) * at(2, 0) - at(0, 0) * at(2, 1)) * d,
+       (at(0, 0) * at(1, 1) - at(0, 1) * at(1, 0)) * d},
+  };
+  for (int row = 0; row < 3; ++row) {
+    for (int c = 0; c < 3; ++c) inv[c * 4 + row] = r[row][c];
+    inv[12 + row] = -(r[row][0] * m[12] + r[row][1] * m[13] + r[row][2] * m[14]);
+  }
+  inv[15] = 1;
+  return inv;
+}
+
+// Where one channel's value comes from while a source plays.
+struct ChannelSource {
+  const FCurveObject* curve = nullptr;  // null: constant
+  double constant = 0;
+  double At(double frame) const { return curve ? curve->Evaluate(frame) : constant; }
+};
+
+struct Node {
+  std::shared_ptr<X3D> object;
+  int parent = -1;
+  const Parameter* params[kChannelCount] = {};
+  MATH::CTransformation restGlobal;  // scene units
+  MATH::CTransformation rest;        // local (the model node: global), scene units
+  int joint = -1;                    // index among the skin's joints; -1 for none
+  bool sphere = false;               // a collision sphere: no bone ends there
+};
+
+bool IsJointClass(siClassID id) {
+  return id != siCameraID && id != siLightID && id != siCameraInterestID && id != siLightInterestID;
+}
+
+// The node's recorded home pose (global), when it has one.
+bool HomePose(const X3D& object, double now, MATH::CTransformation& out) {
+  const Property* tag = object.FindProperty(L"RTKHomePose");
+  if (!tag) return false;
+  double v[kChannelCount];
+  for (int c = 0; c < kChannelCount; ++c) {
+    const Parameter* p = tag->FindParam(kHomeNames[c]);
+    if (!p) return false;
+    v[c] = p->Evaluate(now).AsDouble();
+  }
+  out.SetTranslationFromValues(v[0], v[1], v[2])
+      .SetRotationFromXYZAnglesValues(v[3], v[4], v[5])
+      .SetScalingFromValues(v[6], v[7], v[8]);
+  return true;
+}
+
+void Collect(const std::shared_ptr<X3D>& object, int parent, std::vector<Node>& nodes) {
+  Node node;
+  node.object = object;
+  node.parent = parent;
+  for (int c = 0; c < kChannelCount; ++c)
+    node.params[c] = object->local ? object->local->FindParam(kChannelNames[c]) : nullptr;
+  node.sphere = object->FindProperty(L"RTKSphere") != nullptr;
+  nodes.push_back(node);
+  const int index = static_cast<int>(nodes.size()) - 1;
+  for (const auto& child : object->children) Collect(child, index, nodes);
+}
+
+MATH::CTransformation FromChannels(const double v[kChannelCount]) {
+  MATH::CTransformation t;
+  t.SetTranslationFromValues(v[0], v[1], v[2])
+      .SetRotationFromXYZAnglesValues(v[3] * kDegToRad, v[4] * kDegToRad, v[5] * kDegToRad)
+      .SetScalingFromValues(v[6], v[7], v[8]);
+  return t;
+}
+
+// The three or four floats of one path of `t`, lengths in metres.
+void PathValues(const MATH::CTransformation& t, int path, double metres, float out[4]) {
+  if (path == 0) {
+    const MATH::CVector3 v = t.GetTranslation();
+    out[0] = static_cast<float>(v.GetX() * metres);
+    out[1] = static_cast<float>(v.GetY() * metres);
+    out[2] = static_cast<float>(v.GetZ() * metres);
+  } else if (path == 1) {
+    const MATH::CQuaternion q = t.GetRotationQuaternion();
+    out[0] = static_cast<float>(q.GetX());
+    out[1] = static_cast<float>(q.GetY());
+    out[2] = static_cast<float>(q.GetZ());
+    out[3] = static_cast<float>(q.GetW());
+  } else {
+    const MATH::CVector3 v = t.GetScaling();
+    out[0] = static_cast<float>(v.GetX());
+    out[1] = static_cast<float>(v.GetY());
+    out[2] = static_cast<float>(v.GetZ());
+  }
+}
+
+// Appends data to the one buffer (4-byte aligned) and makes a view and an accessor over it.
+class Writer {
+ public:
+  explicit Writer(tinygltf::Model& model) : m_(model) { m_.buffers.resize(1); }
+
+  int Add(const void* bytes, size_t length, int componentType, int type, size_t count,
+          int target = 0, std::vector<double> min = {}, std::vector<double> max = {}) {
+    auto& data = m_.buffers[0].data;
+    while (data.size() % 4 != 0) data.push_back(0);
+    tinygltf::BufferView view;
+    view.buffer = 0;
+    view.byteOffset = data.size();
+    view.byteLength = length;
+    view.target = target;
+    const auto* p = static_cast<const unsigned char*>(bytes);
+    data.insert(data.end(), p, p + length);
+    m_.bufferViews.push_back(view);
+    tinygltf::Accessor accessor;
+    accessor.bufferView = static_cast<int>(m_.bufferViews.size()) - 1;
+    accessor.componentType = componentType;
+    accessor.type = type;
+    accessor.count = count;
+    accessor.minValues = std::move(min);
+    accessor.maxValues = std::move(max);
+    m_.accessors.push_back(accessor);
+    return static_cast<int>(m_.accessors.size()) - 1;
+  }
+
+  int Floats(const std::vector<float>& v, int type, int components) {
+    return Add(v.data(), v.size() * sizeof(float), TINYGLTF_COMPONENT_TYPE_FLOAT, type,
+               v.size() / static_cast<size_t>(components));
+  }
+
+ private:
+  tinygltf::Model& m_;
+};
+
+// The exporter's state for one call.
+class Exporter {
+ public:
+  Exporter(const ModelObject& model, const GltfExportOptions& options)
+      : model_(model), options_(options), now_(Host::Get().CurrentFrame()), writer_(out_) {}
+
+  CStatus Build() {
+    // The exporter only reads the scene; Node holds the handles the scene graph gives out.
+    Collect(std::const_pointer_cast<X3D>(
+                std::static_pointer_cast<const X3D>(model_.shared_from_this())),
+            -1, nodes_);
+    auto parent = model_.Parent();
+    if (parent) modelParent_ = parent->GlobalTransform(now_);
+    RestPose();
+    size_t joints = 0;
+    for (Node& node : nodes_) {
+      if (IsJointClass(node.object->classId)) node.joint = static_cast<int>(joints++);
+    }
+    if (joints > kMaxJoints) {
+      return CStatus(CStatus::Fail, model_.FullName() + L" has " + std::to_wstring(joints) +
+                                        L" objects; a glTF skin takes at most 65535 joints.");
+    }
+    out_.asset.version = "2.0";
+    out_.asset.generator = "Zyra glTF export";
+    for (const Node& node : nodes_) AddNode(node);
+    Figure();
+    for (const auto& source : options_.sources) Animation(*source);
+    tinygltf::Scene scene;
+    scene.nodes = {0, figureNode_};
+    out_.scenes.push_back(scene);
+    out_.defaultScene = 0;
+    return CStatus::OK;
+  }
+
+  const tinygltf::Model& Result() const { return out_; }
+
+ private:
+  void RestPose() {
+    for (Node& node : nodes_) {
+      MATH::CTransformation home;
+      const bool tagged = HomePose(*node.object, now_, home);
+      if (node.parent < 0) {
+        node.restGlobal = tagged ? home : node.object->GlobalTransform(now_);
+        node.rest = node.restGlobal;
+        continue;
+      }
+      const Node& parent = nodes_[static_cast<size_t>(node.parent)];
+      if (!tagged)
+        home = MATH::CTransformation::Compose(parent.restGlobal, node.object->LocalTransform(now_));
+      node.restGlobal = home;
+      node.rest = MATH::CTransformation::LocalFrom(parent.restGlobal, home);
+    }
+  }
+
+  void AddNode(const Node& node) {
+    tinygltf::Node n;
+    n.name = ToUtf8(node.object->name);
+    float v[4];
+    PathValues(node.rest, 0, options_.metresPerUnit, v);
+    n.translation = {v[0], v[1], v[2]};
+    PathValues(node.rest, 1, 1, v);
+    n.rotation = {v[0], v[1], v[2], v[3]};
+    PathValues(node.rest, 2, 1, v);
+    n.scale = {v[0], v[1], v[2]};
+    out_.nodes.push_back(n);
+    const int index = static_cast<int>(out_.nodes.size()) - 1;
+    if (node.parent >= 0) out_.nodes[static_cast<size_t>(node.parent)].children.push_back(index);
+    // The global matrix as a viewer composes it, for the bind pose.
+    const Mat4 local = MatrixOf(node.rest.GetTranslation() * options_.metresPerUnit,
+                                node.rest.GetRotationQuaternion(), node.rest.GetScaling());
+    globals_.push_back(
+        node.parent < 0 ? local : Multiply(globals_[static_cast<size_t>(node.parent)], local));
+  }
+
+  // A box from `a` to `b` (metres), weighted to `joint`; a cube of half-size `half` about `a`
+  // when `b` is null.
+  void Box(const double a[3], const double* b, double half, int joint) {
+    double axis[3][3];  // u, v, d: a right-handed frame
+    double ends[2][3];
+    if (b) {
+      double d[3] = {b[0] - a[0], b[1] - a[1], b[2] - a[2]};
+      const double length = std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]);
+      if (!(length > 1e-9)) return;
+      for (double& x : d) x /= length;
+      half = std::max(kBoneHalfWidth * length, kMinHalfWidth);
+      // u: perpendicular to d, from the world axis least aligned with it.
+      const double helper[3] = {std::fabs(d[0]) < 0.9 ? 1.0 : 0.0, std::fabs(d[0]) < 0.9 ? 0 : 1.0,
+                                0};
+      double u[3] = {helper[1] * d[2] - helper[2] * d[1], helper[2] * d[0] - helper[0] * d[2],
+                     helper[0] * d[1] - helper[1] * d[0]};
+      const double ul = std::sqrt(u[0] * u[0] + u[1] * u[1] + u[2] * u[2]);
+      for (double& x : u) x /= ul;
+      const double v[3] = {d[1] * u[2] - d[2] * u[1], d[2] * u[0] - d[0] * u[2],
+                           d[0] * u[1] - d[1] * u[0]};
+      for (int i = 0; i < 3; ++i) {
+        axis[0][i] = u[i];
+        axis[1][i] = v[i];
+        axis[2][i] = 0;
+        ends[0][i] = a[i];
+        ends[1][i] = b[i];
+      }
+    } else {
+      for (int i = 0; i < 3; ++i) {
+        for (int k = 0; k < 3; ++k) axis[k][i] = k == i ? 1 : 0;
+        ends[0][i] = a[i] - half * axis[2][i];
+        ends[1][i] = a[i] + half * axis[2][i];
+        axis[2][i] = 0;
+      }
+    }
+    const auto base = static_cast<uint32_t>(positions_.size() / 3);
+    for (int corner = 0; corner < 8; ++corner) {
+      const double su = (corner & 1) ? half : -half, sv = (corner & 2) ? half : -half;
+      const double* end = ends[(corner & 4) ? 1 : 0];
+      for (int i = 0; i < 3; ++i)
+        positions_.push_back(static_cast<float>(end[i] + su * axis[0][i] + sv * axis[1][i]));
+      jointsOf_.insert(jointsOf_.end(), {static_cast<uint16_t>(joint), 0, 0, 0});
+      weights_.insert(weights_.end(), {1.0f, 0.0f, 0.0f, 0.0f});
+    }
+    // Outward-facing quads of the corner cube (corner = x + 2y + 4z), as two triangles each.
+    static const int kQuads[6][4] = {{0, 2, 3, 1}, {4, 5, 7, 6}, {0, 1, 5, 4},
+                                     {2, 6, 7, 3}, {0, 4, 6, 2}, {1, 3, 7, 5}};
+    for (const auto& q : kQuads) {
+      for (int k : {q[0], q[1], q[2], q[0], q[2], q[3]})
+        indices_.push_back(base + static_cast<uint32_t>(k));
+    }
+  }
+
+  void Figure() {
+    auto position = [&](size_t i, double p[3]) {
+      for (int k = 0; k < 3; ++k) p[k] = globals_[i][12 + static_cast<size_t>(k)];
+    };
+    for (size_t i = 1; i < nodes_.size(); ++i) {
+      const Node& child = nodes_[i];
+      if (child.joint < 0 || child.sphere || child.parent <= 0) continue;
+      const Node& parent = nodes_[static_cast<size_t>(child.parent)];
+      if (parent.joint < 0 || parent.sphere) continue;
+      double a[3], b[3];
+      position(static_cast<size_t>(child.parent), a);
+      position(i, b);
+      Box(a, b, 0, parent.joint);
+    }
+    if (indices_.empty()) {
+      for (size_t i = 0; i < nodes_.size(); ++i) {
+        if (nodes_[i].joint < 0) continue;
+        double a[3];
+        position(i, a);
+        Box(a, nullptr, kJointCubeHalf, nodes_[i].joint);
+      }
+    }
+    tinygltf::Skin skin;
+    skin.name = ToUtf8(model_.name);
+    skin.skeleton = 0;
+    std::vector<float> inverseBind;
+    for (size_t i = 0; i < nodes_.size(); ++i) {
+      if (nodes_[i].joint < 0) continue;
+      skin.joints.push_back(static_cast<int>(i));
+      for (double x : InverseAffine(globals_[i])) inverseBind.push_back(static_cast<float>(x));
+    }
+    skin.inverseBindMatrices = writer_.Floats(inverseBind, TINYGLTF_TYPE_MAT4, 16);
+    out_.skins.push_back(skin);
+
+    std::vector<double> min(3, 1e300), max(3, -1e300);
+    for (size_t i = 0; i < positions_.size(); ++i) {
+      min[i % 3] = std::min<double>(min[i % 3], positions_[i]);
+      max[i % 3] = std::max<double>(max[i % 3], positions_[i]);
+    }
+    tinygltf::Primitive primitive;
+    primitive.mode = TINYGLTF_MODE_TRIANGLES;
+    primitive.attributes["POSITION"] = writer_.Add(
+        positions_.data(), positions_.size() * sizeof(float), TINYGLTF_COMPONENT_TYPE_FLOAT,
+        TINYGLTF_TYPE_VEC3, positions_.size() / 3, TINYGLTF_TARGET_ARRAY_BUFFER, min, max);
+    primitive.attributes["JOINTS_0"] =
+        writer_.Add(jointsOf_.data(), jointsOf_.size() * sizeof(uint16_t),
+                    TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT, TINYGLTF_TYPE_VEC4,
+                    jointsOf_.size() / 4, TINYGLTF_TARGET_ARRAY_BUFFER);
+    primitive.attributes["WEIGHTS_0"] =
+        writer_.Add(weights_.data(), weights_.size() * sizeof(float), TINYGLTF_COMPONENT_TYPE_FLOAT,
+                    TINYGLTF_TYPE_VEC4, weights_.size() / 4, TINYGLTF_TARGET_ARRAY_BUFFER);
+    primitive.indices = writer_.Add(indices_.data(), indices_.size() * sizeof(uint32_t),
+                                    TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT, TINYGLTF_TYPE_SCALAR,
+                                    indices_.size(), TINYGLTF_TARGET_ELEMENT_ARRAY_BUFFER);
+    tinygltf::Mesh mesh;
+    mesh.name = ToUtf8(model_.name) + ".figure";
+    mesh.primitives.push_back(primitive);
+    out_.meshes.push_back(mesh);
+    tinygltf::Node node;
+    node.name = mesh.name;
+    node.mesh = 0;
+    node.skin = 0;
+    out_.nodes.push_back(node);
+    figureNode_ = static_cast<int>(out_.nodes.size()) - 1;
+  }
+
+  // The parameter an item of a source plays on, as "ApplyAction" resolves it.
+  const Parameter* ItemTarget(const SourceItem& item) const {
+    const std::wstring path = model_.Owner() ? model_.FullName() + L"." + item.target : item.target;
+    return dynamic_cast<const Parameter*>(Resolve(path).get());
+  }
+
+  ChannelSource SourceOf(const Parameter* param, const SourceItem* item, int channel) const {
+    if (item && item->fcurve && !item->fcurve->keys.empty()) return {item->fcurve.get(), 0};
+    if (item && !item->fcurve) return {nullptr, item->staticValue.AsDouble()};
+    if (!param) return {nullptr, kChannelDefaults[channel]};
+    if (param->fcurve && !param->fcurve->keys.empty()) return {param->fcurve.get(), 0};
+    return {nullptr, param->value.AsDouble()};
+  }
+
+  void Animation(const ActionSourceObject& source) {
+    const Parameter* startParam = source.FindParam(L"FrameStart");
+    const Parameter* endParam = source.FindParam(L"FrameEnd");
+    const double start = startParam ? startParam->value.AsDouble() : 1.0;
+    const double end = endParam ? endParam->value.AsDouble() : start;
+    const auto frames = static_cast<size_t>(std::max(0.0, std::floor(end - start + 1e-9))) + 1;
+    const double rate = Host::Get().FrameRate();
+
+    std::map<const Parameter*, const SourceItem*> items;
+    for (const auto& item : source.items) {
+      if (const Parameter* p = ItemTarget(*item)) items[p] = item.get();
+    }
+    tinygltf::Animation animation;
+    animation.name = ToUtf8(source.name);
+    std::vector<float> times(frames);
+    for (size_t k = 0; k < frames; ++k) times[k] = static_cast<float>(double(k) / rate);
+    int input = -1, singleInput = -1;
+    std::vector<float> values;
+    for (size_t n = 0; n < nodes_.size(); ++n) {
+      const Node& node = nodes_[n];
+      ChannelSource channels[kChannelCount];
+      bool driven[3] = {};
+      for (int c = 0; c < kChannelCount; ++c) {
+        auto found = items.find(node.params[c]);
+        channels[c] = SourceOf(node.params[c], found == items.end() ? nullptr : found->second, c);
+        if (channels[c].curve) driven[c / 3] = true;
+      }
+      auto poseAt = [&](double frame) {
+        double v[kChannelCount];
+        for (int c = 0; c < kChannelCount; ++c) v[c] = channels[c].At(frame);
+        const MATH::CTransformation local = FromChannels(v);
+        return node.parent < 0 ? MATH::CTransformation::Compose(modelParent_, local) : local;
+      };
+      for (int path = 0; path < 3; ++path) {
+        const int width = path == 1 ? 4 : 3;
+        float rest[4], v[4];
+        PathValues(node.rest, path, options_.metresPerUnit, rest);
+        size_t count = frames;
+        if (!driven[path]) {
+          PathValues(poseAt(start), path, options_.metresPerUnit, v);
+          if (SamePath(v, rest, path)) continue;
+          count = 1;
+        }
+        values.resize(count * static_cast<size_t>(width));
+        float previous[4] = {};
+        for (size_t k = 0; k < count; ++k) {
+          float* out = &values[k * static_cast<size_t>(width)];
+          PathValues(poseAt(start + double(k)), path, options_.metresPerUnit, out);
+          if (path == 1) {
+            // Neighbouring keys on one hemisphere, so that interpolation takes the short way.
+            if (k > 0 && out[0] * previous[0] + out[1] * previous[1] + out[2] * previous[2] +
+                                 out[3] * previous[3] <
+                             0) {
+              for (int i = 0; i < 4; ++i) out[i] = -out[i];
+            }
+            std::memcpy(previous, out, sizeof previous);
+          }
+        }
+        AddChannel(animation, static_cast<int>(n), path, values, count, times, input, singleInput);
+      }
+    }
+    if (animation.channels.empty()) {
+      // An animation needs a channel: the model node holds its rest rotation.
+      float rest[4];
+      PathValues(nodes_[0].rest, 1, 1, rest);
+      values.assign(rest, rest + 4);
+      AddChannel(animation, 0, 1, values, 1, times, input, singleInput);
+    }
+    animation.extras = Extras(source, items, start, frames, rate);
+    out_.animations.push_back(animation);
+  }
+
+  static bool SamePath(const float a[4], const float b[4], int path) {
+    if (path == 1) {
+      const double dot =
+          double(a[0]) * b[0] + double(a[1]) * b[1] + double(a[2]) * b[2] + double(a[3]) * b[3];
+      return std::fabs(dot) > 1 - 1e-7;
+    }
+    for (int i = 0; i < 3; ++i) {
+      if (std::fabs(a[i] - b[i]) > 1e-6f * std::max(1.0f, std::fabs(b[i]))) return false;
+    }
+    return true;
+  }
+
+  void AddChannel(tinygltf::Animation& animation, int node, int path,
+                  const std::vector<float>& values, size_t count, const std::vector<float>& times,
+                  int& input, int& singleInput) {
+    int& in = count == 1 ? singleInput : input;
+    if (in < 0) {
+      in = writer_.Add(times.data(), count * sizeof(float), TINYGLTF_COMPONENT_TYPE_FLOAT,
+                       TINYGLTF_TYPE_SCALAR, count, 0, {0.0}, {double(times[count - 1])});
+    }
+    tinygltf::AnimationSampler sampler;
+    sampler.input = in;
+    sampler.output = writer_.Floats(values, path == 1 ? TINYGLTF_TYPE_VEC4 : TINYGLTF_TYPE_VEC3,
+                                    path == 1 ? 4 : 3);
+    sampler.interpolation = "LINEAR";
+    animation.samplers.push_back(sampler);
+    tinygltf::AnimationChannel channel;
+    channel.sampler = static_cast<int>(animation.samplers.size()) - 1;
+    channel.target_node = node;
+    channel.target_path = kPathNames[path];
+    animation.channels.push_back(channel);
+  }
+
+  tinygltf::Value Extras(const ActionSourceObject& source,
+                         const std::map<const Parameter*, const SourceItem*>& items, double start,
+                         size_t frames, double rate) const {
+    tinygltf::Value::Object extras;
+    const Parameter* typeParam = source.FindParam(L"type");
+    const int kind = typeParam ? typeParam->value.AsInt() : 0;
+    extras["skill"] = tinygltf::Value(std::string(kind >= 0 && kind < 4 ? kSkillKinds[kind] : ""));
+    extras["frameStart"] = tinygltf::Value(start);
+    extras["frameEnd"] = tinygltf::Value(start + double(frames - 1));
+    extras["frameRate"] = tinygltf::Value(rate);
+    if (kind == kLocomotionKind) {
+      tinygltf::Value::Object feet;
+      const std::wstring kContact = L".RTKEffector.Contact";
+      for (const auto& item : source.items) {
+        const std::wstring& target = item->target;
+        if (target.size() <= kContact.size() ||
+            target.compare(target.size() - kContact.size(), kContact.size(), kContact) != 0)
+          continue;
+        std::wstring foot = target.substr(0, target.size() - kContact.size());
+        foot = foot.substr(foot.rfind(L'.') == std::wstring::npos ? 0 : foot.rfind(L'.') + 1);
+        auto found = items.find(ItemTarget(*item));
+        const ChannelSource contact =
+            SourceOf(ItemTarget(*item), found == items.end() ? item.get() : found->second, 0);
+        tinygltf::Value::Array intervals;
+        size_t open = 0;
+        bool planted = false;
+        for (size_t k = 0; k <= frames; ++k) {
+          const bool plantedHere = k < frames && contact.At(start + double(k)) > 0.5;
+          if (plantedHere && !planted) open = k;
+          if (!plantedHere && planted) {
+            tinygltf::Value::Object interval;
+            interval["firstFrame"] = tinygltf::Value(start + double(open));
+            interval["lastFrame"] = tinygltf::Value(start + double(k - 1));
+            interval["start"] = tinygltf::Value(double(open) / rate);
+            interval["end"] = tinygltf::Value(double(k - 1) / rate);
+            intervals.push_back(tinygltf::Value(std::move(interval)));
+          }
+          planted = plantedHere;
+        }
+        feet[ToUtf8(foot)] = tinygltf::Value(std::move(intervals));
+      }
+      extras["footContacts"] = tinygltf::Value(std::move(feet));
+    }
+    return tinygltf::Value(std::move(extras));
+  }
+
+  const ModelObject& model_;
+  const GltfExportOptions& options_;
+  const double now_;
+  tinygltf::Model out_;
+  Writer writer_;
+  std::vector<Node> nodes_;
+  std::vector<Mat4> globals_;
+  MATH::CTransformation modelParent_;
+  std::vector<float> positions_, weights_;
+  std::vector<uint16_t> jointsOf_;
+  std::vector<uint32_t> indices_;
+  int figureNode_ = -1;
+};
+
+bool EndsWith(const std::string& text, const std::string& tail) {
+  if (text.size() < tail.size()) return false;
+  for (size_t i = 0; i < tail.size(); ++i) {
+    if (std::tolower(static_cast<unsigned char>(text[text.size() - tail.size() + i])) != tail[i])
+      return false;
+  }
+  return true;
+}
+
+// ---- ExportGLTF model, file [, sources] [, metres per unit] ------------------------------------
+
+CStatus ExportGltfCommand(const CValueArray& args, CValue& result) {
+  constexpr std::wstring_view kCmd = L"ExportGLTF";
+  auto model = std::dynamic_pointer_cast<ModelObject>(ArgObject(Arg(args, 0)));
+  if (!model) return ArgError(kCmd, Quoted(Arg(args, 0)) + L" is not a model.");
+  const std::wstring file = Arg(args, 1).GetAsText().Wide();
+  if (Arg(args, 1).GetType() != siString || file.empty())
+    return ArgError(kCmd, L"no file name given.");
+  GltfExportOptions options;
+  if (!Arg(args, 3).IsEmpty() &&
+      (!ArgNumber(Arg(args, 3), options.metresPerUnit) || !(options.metresPerUnit > 0))) {
+    return ArgError(kCmd,
+                    L"the metres per unit " + Quoted(Arg(args, 3)) + L" is not a number above 0.");
+  }
+  const CValue& list = Arg(args, 2);
+  if (list.IsEmpty() || (list.GetType() == siString && list.GetAsText().Wide().empty())) {
+    if (model->sources) {
+      for (const auto& item : model->sources->items) {
+        if (auto source = std::dynamic_pointer_cast<ActionSourceObject>(item))
+          options.sources.push_back(source);
+      }
+    }
+  } else {
+    // Names are looked up among the model's sources first, then as full names.
+    std::vector<std::wstring> names;
+    std::vector<CValue> values;
+    if (list.GetType() == siString) {
+      std::wstringstream text(list.GetAsText().Wide());
+      for (std::wstring name; std::getline(text, name, L',');) {
+        while (!name.empty() && name.front() == L' ') name.erase(0, 1);
+        while (!name.empty() && name.back() == L' ') name.pop_back();
+        if (!name.empty()) values.emplace_back(CValue(CString(name)));
+      }
+    } else if (list.GetType() == siArray) {
+      for (const CValue& item : list.AsArray()) values.push_back(item);
+    } else {
+      values.push_back(list);
+    }
+    for (const CValue& value : values) {
+      std::shared_ptr<Object> object;
+      if (value.GetType() == siString)
+        object = Resolve(model->FullName() + L".Sources." + value.GetAsText().Wide());
+      if (!object) object = ArgObject(value);
+      auto source = std::dynamic_pointer_cast<ActionSourceObject>(object);
+      if (!source)
+        return ArgError(kCmd,
+                        Quoted(value) + L" is not an action source of " + model->FullName() + L".");
+      auto owner = source->Owner();
+      if (!owner || owner->Owner() != model)
+        return ArgError(kCmd, source->FullName() + L" is an action source of another model than " +
+                                  model->FullName() + L".");
+      options.sources.push_back(source);
+    }
+  }
+  CStatus status = ExportGltf(*model, ToUtf8(file), options);
+  if (!status.Succeeded()) return status;
+  result = CValue(CString(file));
+  return CStatus::OK;
+}
+
+ZYRA_HOST_COMMAND(L"ExportGLTF", ExportGltfCommand);
+
+}  // namespace
+
+CStatus ExportGltf(const ModelObject& model, const std::string& path,
+                   const GltfExportOptions& options) {
+  const std::wstring where = FromUtf8(path) + L": ";
+  if (!(options.metresPerUnit > 0) || !std::isfinite(options.metresPerUnit))
+    return CStatus(CStatus::InvalidArgument, where + L"the metres per unit must be above 0.");
+  Exporter exporter(model, options);
+  CStatus status = exporter.Build();
+  if (!status.Succeeded()) return CStatus(status.GetCode(), where + status.GetMessage().Wide());
+  std::ostringstream bytes;
+  tinygltf::TinyGLTF gltf;
+  const bool binary = !EndsWith(path, ".gltf");
+  if (!gltf.WriteGltfSceneToStream(&exporter.Result(), bytes, false, binary))
+    return CStatus(CStatus::Fail, where + L"cannot write: the glTF writer failed.");
+  return WriteFileReplacing(path, bytes.str());
+}
+
+}  // namespace Zyra::rt
