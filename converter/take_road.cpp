@@ -512,6 +512,16 @@ class Road {
     if (!Script("save", s.str())) return false;
     r_.filesWritten = true;
     Phase("save", start);
+    // The generated actor with its skill and loop as glTF for engines and viewers, in metres:
+    // the scene is in the take's units times the import's scale.
+    const auto gltfStart = std::chrono::steady_clock::now();
+    const double unit = r_.conditioning ? r_.conditioning->metresPerUnit : 0;
+    const double metres = unit > 0 ? unit / options_.scale : 1.0;
+    if (!Script("gltf", "ExportGLTF " + Quote(generated_) + " " +
+                            Quote((dir_ / (r_.take + ".glb")).string()) + " \"\" " + Num(metres) +
+                            "\n"))
+      return false;
+    Phase("gltf", gltfStart);
     return true;
   }
 

@@ -11,7 +11,8 @@
 #   only their tail is shown when something fails. It configures once (when build.ninja is
 #   missing, or when CMake arguments are given); later runs are a ninja no-op.
 # default, asan: everything, tests included, and what the report's browser test needs
-#   (converter/report/web/install-browser.sh: Debian's chromium and playwright-core).
+#   (converter/report/web/install-browser.sh: Debian's chromium and playwright-core) and the
+#   glTF validator (tests/gltf/install.sh).
 # bench: the benchmarks.
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
@@ -20,8 +21,8 @@ shift || true
 
 # "package:command": a tool counts as present when its command is on the path (Node.js may come
 # from another source than Debian's package, and installing Debian's npm over it would clash).
-build_packages=(cmake:cmake ninja-build:ninja g++:g++ nlohmann-json3-dev libcli11-dev nodejs:node
-                npm:npm)
+build_packages=(cmake:cmake ninja-build:ninja g++:g++ nlohmann-json3-dev libcli11-dev libtinygltf-dev
+                nodejs:node npm:npm)
 test_packages=(libgtest-dev libgmock-dev libbenchmark-dev libeigen3-dev)
 case "$preset" in
   pipeline) packages=("${build_packages[@]}") ;;
@@ -70,6 +71,10 @@ fi
 if [ "$preset" = default ] || [ "$preset" = asan ]; then
   if [ -f "$web/install-browser.sh" ]; then
     quietly bash "$web/install-browser.sh"
+  fi
+  # Khronos' glTF validator for the glTF export's tests.
+  if [ -f "$root/tests/gltf/install.sh" ]; then
+    quietly bash "$root/tests/gltf/install.sh"
   fi
 fi
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -99,6 +100,17 @@ json ReadTake(const fs::path& dir, const std::string& take) {
   return json::parse(in, nullptr, false);
 }
 
+// The JSON chunk of a binary glTF file; null when the file is not one.
+json GlbJson(const fs::path& file) {
+  std::ifstream in(file, std::ios::binary);
+  const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  if (bytes.size() < 20 || bytes.compare(0, 4, "glTF") != 0) return nullptr;
+  uint32_t length = 0;
+  std::memcpy(&length, bytes.data() + 12, 4);
+  if (bytes.size() < 20 + size_t{length}) return nullptr;
+  return json::parse(bytes.substr(20, length), nullptr, false);
+}
+
 class KnrconvertRun : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -123,8 +135,8 @@ TEST_F(KnrconvertRun, SynthesisedWalkContactsLoopAndFiles) {
   const RunResult run = Convert(walk.string() + " -o " + (dir_ / "out").string() + " --quiet");
   ASSERT_EQ(run.status, 0) << run.out;
   EXPECT_EQ(run.out.rfind("walk: Locomotion, 241 frames, loop ", 0), 0u) << run.out;
-  for (const char* file :
-       {"walk.zyra", "walk.actor.zyra", "walk.actor.wgmp", "walk.json", "report.html"}) {
+  for (const char* file : {"walk.zyra", "walk.actor.zyra", "walk.actor.wgmp", "walk.json",
+                           "walk.glb", "report.html"}) {
     EXPECT_TRUE(fs::is_regular_file(dir_ / "out" / file)) << file;
   }
   const json j = ReadTake(dir_ / "out", "walk");
@@ -151,6 +163,19 @@ TEST_F(KnrconvertRun, SynthesisedWalkContactsLoopAndFiles) {
   EXPECT_NEAR(j["distance"].get<double>(), 2 * kSteps * kLeg * std::sin(kSpread * kDegToRad), 1.0);
   EXPECT_EQ(j["plots"]["frames"].size(), 241u);
   EXPECT_EQ(j["plots"]["heel"]["LeftFoot"].size(), 241u);
+  // The .glb's skill animation carries the same contacts as the take file.
+  const json glb = GlbJson(dir_ / "out" / "walk.glb");
+  ASSERT_TRUE(glb.is_object());
+  const auto skill = std::find_if(glb["animations"].begin(), glb["animations"].end(),
+                                  [](const json& a) { return a["name"] == "Take"; });
+  ASSERT_NE(skill, glb["animations"].end());
+  EXPECT_EQ((*skill)["extras"]["skill"], "Locomotion");
+  for (const char* foot : {"LeftFoot", "RightFoot"}) {
+    json intervals = json::array();
+    for (const json& interval : (*skill)["extras"]["footContacts"][foot])
+      intervals.push_back({interval["firstFrame"].get<int>(), interval["lastFrame"].get<int>()});
+    EXPECT_EQ(intervals, j["contacts"][foot]) << foot;
+  }
 }
 
 TEST_F(KnrconvertRun, FeetUnderRenamedJoints) {

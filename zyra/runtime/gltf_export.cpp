@@ -3,6 +3,7 @@
 
 #include <tiny_gltf.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstring>
@@ -28,6 +29,7 @@ constexpr double kChannelDefaults[kChannelCount] = {0, 0, 0, 0, 0, 0, 1, 1, 1};
 const wchar_t* const kHomeNames[kChannelCount] = {L"px", L"py", L"pz", L"rx", L"ry",
                                                   L"rz", L"sx", L"sy", L"sz"};
 const char* const kPathNames[3] = {"translation", "rotation", "scale"};
+constexpr size_t kWidths[3] = {3, 4, 3};  // floats per key of each path
 const char* const kSkillKinds[4] = {"Default", "Basic", "Locomotion", "Raw"};
 constexpr int kLocomotionKind = 2;
 
@@ -433,7 +435,7 @@ class Exporter {
     std::vector<float> times(frames);
     for (size_t k = 0; k < frames; ++k) times[k] = static_cast<float>(double(k) / rate);
     int input = -1, singleInput = -1;
-    std::vector<float> values;
+    std::vector<float> paths[3], values;
     for (size_t n = 0; n < nodes_.size(); ++n) {
       const Node& node = nodes_[n];
       ChannelSource channels[kChannelCount];
@@ -449,32 +451,40 @@ class Exporter {
         const MATH::CTransformation local = FromChannels(v);
         return node.parent < 0 ? MATH::CTransformation::Compose(modelParent_, local) : local;
       };
+      // Which paths the node gets, and with how many keys: every frame for a driven path, one
+      // key for a constant one that differs from the rest pose, none otherwise.
+      size_t counts[3] = {};
+      const MATH::CTransformation first = poseAt(start);
       for (int path = 0; path < 3; ++path) {
-        const int width = path == 1 ? 4 : 3;
         float rest[4], v[4];
         PathValues(node.rest, path, options_.metresPerUnit, rest);
-        size_t count = frames;
-        if (!driven[path]) {
-          PathValues(poseAt(start), path, options_.metresPerUnit, v);
-          if (SamePath(v, rest, path)) continue;
-          count = 1;
-        }
-        values.resize(count * static_cast<size_t>(width));
-        float previous[4] = {};
-        for (size_t k = 0; k < count; ++k) {
-          float* out = &values[k * static_cast<size_t>(width)];
-          PathValues(poseAt(start + double(k)), path, options_.metresPerUnit, out);
-          if (path == 1) {
+        PathValues(first, path, options_.metresPerUnit, v);
+        counts[path] = driven[path] ? frames : SamePath(v, rest, path) ? 0 : 1;
+        paths[path].resize(counts[path] * kWidths[path]);
+      }
+      if (counts[0] + counts[1] + counts[2] == 0) continue;
+      const size_t sampled = std::max({counts[0], counts[1], counts[2]});
+      for (size_t k = 0; k < sampled; ++k) {
+        const MATH::CTransformation pose = k == 0 ? first : poseAt(start + double(k));
+        for (int path = 0; path < 3; ++path) {
+          if (k >= counts[path]) continue;
+          float* out = &paths[path][k * kWidths[path]];
+          PathValues(pose, path, options_.metresPerUnit, out);
+          if (path == 1 && k > 0) {
             // Neighbouring keys on one hemisphere, so that interpolation takes the short way.
-            if (k > 0 && out[0] * previous[0] + out[1] * previous[1] + out[2] * previous[2] +
-                                 out[3] * previous[3] <
-                             0) {
+            const float* previous = out - 4;
+            if (out[0] * previous[0] + out[1] * previous[1] + out[2] * previous[2] +
+                    out[3] * previous[3] <
+                0) {
               for (int i = 0; i < 4; ++i) out[i] = -out[i];
             }
-            std::memcpy(previous, out, sizeof previous);
           }
         }
-        AddChannel(animation, static_cast<int>(n), path, values, count, times, input, singleInput);
+      }
+      for (int path = 0; path < 3; ++path) {
+        if (counts[path] > 0)
+          AddChannel(animation, static_cast<int>(n), path, paths[path], counts[path], times, input,
+                     singleInput);
       }
     }
     if (animation.channels.empty()) {
