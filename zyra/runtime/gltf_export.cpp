@@ -96,11 +96,55 @@ Mat4 InverseAffine(const Mat4& m) {
   return inv;
 }
 
-// Where one channel's value comes from while a source plays.
+// Where one channel's value comes from while a source plays. Frames are asked in increasing
+// order, so a cursor finds a key standing at the frame itself without a search (a take's curves
+// have one a frame); between keys the curve is evaluated as usual.
 struct ChannelSource {
   const FCurveObject* curve = nullptr;  // null: constant
   double constant = 0;
-  double At(double frame) const { return curve ? curve->Evaluate(frame) : constant; }
+  size_t cursor = 0;
+  double At(double frame) {
+    if (!curve) return constant;
+    const FCurveKeys& keys = curve->keys;
+    const size_t n = keys.size();
+    while (cursor < n && keys.Frame(cursor) < frame) ++cursor;
+    if (cursor < n && keys.Frame(cursor) == frame) return keys.Value(cursor);
+    return curve->Evaluate(frame);
+  }
+};
+
+// An output stream into a ReplacingFile, so that the file is written as it is serialised
+// instead of being held whole in memory first.
+class ReplacingFileBuf : public std::streambuf {
+ public:
+  explicit ReplacingFileBuf(ReplacingFile& file) : file_(file), buffer_(size_t{1} << 20) {
+    setp(buffer_.data(), buffer_.data() + buffer_.size());
+  }
+
+ protected:
+  int_type overflow(int_type c) override {
+    if (!Drain()) return traits_type::eof();
+    if (!traits_type::eq_int_type(c, traits_type::eof())) {
+      *pptr() = traits_type::to_char_type(c);
+      pbump(1);
+    }
+    return traits_type::not_eof(c);
+  }
+  std::streamsize xsputn(const char* s, std::streamsize n) override {
+    if (n < static_cast<std::streamsize>(buffer_.size()) / 2) return std::streambuf::xsputn(s, n);
+    if (!Drain() || !file_.Write(std::string_view(s, static_cast<size_t>(n)))) return 0;
+    return n;
+  }
+  int sync() override { return Drain() ? 0 : -1; }
+
+ private:
+  bool Drain() {
+    const auto size = static_cast<size_t>(pptr() - pbase());
+    setp(buffer_.data(), buffer_.data() + buffer_.size());
+    return size == 0 || file_.Write(std::string_view(buffer_.data(), size));
+  }
+  ReplacingFile& file_;
+  std::vector<char> buffer_;
 };
 
 struct Node {
@@ -179,17 +223,26 @@ class Writer {
  public:
   explicit Writer(tinygltf::Model& model) : m_(model) { m_.buffers.resize(1); }
 
-  int Add(const void* bytes, size_t length, int componentType, int type, size_t count,
-          int target = 0, std::vector<double> min = {}, std::vector<double> max = {}) {
+  // Room for `bytes` at the end of the buffer (4-byte aligned); returns its offset.
+  size_t Allocate(size_t bytes) {
     auto& data = m_.buffers[0].data;
-    while (data.size() % 4 != 0) data.push_back(0);
+    const size_t offset = (data.size() + 3) / 4 * 4;
+    data.resize(offset + bytes);
+    return offset;
+  }
+  float* FloatsAt(size_t offset) {
+    return reinterpret_cast<float*>(m_.buffers[0].data.data() + offset);
+  }
+  void Reserve(size_t bytes) { m_.buffers[0].data.reserve(bytes); }
+
+  // A view and an accessor over bytes already in the buffer.
+  int Accessor(size_t offset, size_t length, int componentType, int type, size_t count,
+               int target = 0, std::vector<double> min = {}, std::vector<double> max = {}) {
     tinygltf::BufferView view;
     view.buffer = 0;
-    view.byteOffset = data.size();
+    view.byteOffset = offset;
     view.byteLength = length;
     view.target = target;
-    const auto* p = static_cast<const unsigned char*>(bytes);
-    data.insert(data.end(), p, p + length);
     m_.bufferViews.push_back(view);
     tinygltf::Accessor accessor;
     accessor.bufferView = static_cast<int>(m_.bufferViews.size()) - 1;
@@ -200,6 +253,14 @@ class Writer {
     accessor.maxValues = std::move(max);
     m_.accessors.push_back(accessor);
     return static_cast<int>(m_.accessors.size()) - 1;
+  }
+
+  int Add(const void* bytes, size_t length, int componentType, int type, size_t count,
+          int target = 0, std::vector<double> min = {}, std::vector<double> max = {}) {
+    const size_t offset = Allocate(length);
+    if (length > 0) std::memcpy(m_.buffers[0].data.data() + offset, bytes, length);
+    return Accessor(offset, length, componentType, type, count, target, std::move(min),
+                    std::move(max));
   }
 
   int Floats(const std::vector<float>& v, int type, int components) {
@@ -237,6 +298,16 @@ class Exporter {
     out_.asset.generator = "Zyra glTF export";
     for (const Node& node : nodes_) AddNode(node);
     Figure();
+    // Room for every key at once (an upper bound: untouched room costs no memory), so that the
+    // buffer is not copied as it grows.
+    size_t bound = size_t{1} << 20;
+    for (const auto& source : options_.sources) {
+      double start = 0;
+      size_t frames = 0;
+      FrameRange(*source, start, frames);
+      bound += frames * (nodes_.size() * 10 + 1) * sizeof(float) + nodes_.size() * 64;
+    }
+    writer_.Reserve(out_.buffers[0].data.size() + bound);
     for (const auto& source : options_.sources) Animation(*source);
     tinygltf::Scene scene;
     scene.nodes = {0, figureNode_};
@@ -418,12 +489,27 @@ class Exporter {
     return {nullptr, param->value.AsDouble()};
   }
 
-  void Animation(const ActionSourceObject& source) {
+  // The source's first frame and its number of whole frames (one at least).
+  static void FrameRange(const ActionSourceObject& source, double& start, size_t& frames) {
     const Parameter* startParam = source.FindParam(L"FrameStart");
     const Parameter* endParam = source.FindParam(L"FrameEnd");
-    const double start = startParam ? startParam->value.AsDouble() : 1.0;
+    start = startParam ? startParam->value.AsDouble() : 1.0;
     const double end = endParam ? endParam->value.AsDouble() : start;
-    const auto frames = static_cast<size_t>(std::max(0.0, std::floor(end - start + 1e-9))) + 1;
+    frames = static_cast<size_t>(std::max(0.0, std::floor(end - start + 1e-9))) + 1;
+  }
+
+  // A node's pose at `frame` as its channels play (the model node: global).
+  MATH::CTransformation PoseAt(const Node& node, ChannelSource* channels, double frame) const {
+    double v[kChannelCount];
+    for (int c = 0; c < kChannelCount; ++c) v[c] = channels[c].At(frame);
+    const MATH::CTransformation local = FromChannels(v);
+    return node.parent < 0 ? MATH::CTransformation::Compose(modelParent_, local) : local;
+  }
+
+  void Animation(const ActionSourceObject& source) {
+    double start = 0;
+    size_t frames = 0;
+    FrameRange(source, start, frames);
     const double rate = Host::Get().FrameRate();
 
     std::map<const Parameter*, const SourceItem*> items;
@@ -435,56 +521,74 @@ class Exporter {
     std::vector<float> times(frames);
     for (size_t k = 0; k < frames; ++k) times[k] = static_cast<float>(double(k) / rate);
     int input = -1, singleInput = -1;
-    std::vector<float> paths[3], values;
-    for (size_t n = 0; n < nodes_.size(); ++n) {
-      const Node& node = nodes_[n];
+    std::vector<float> values;
+    // First which paths each node gets, and with how many keys: every frame for a driven path,
+    // one key for a constant one that differs from the rest pose, none otherwise. Then the keys
+    // are sampled straight into the buffer, one pose a frame for all of a node's paths.
+    struct Track {
+      size_t node;
       ChannelSource channels[kChannelCount];
+      size_t counts[3];
+      size_t offsets[3];
+    };
+    std::vector<Track> tracks;
+    for (size_t n = 0; n < nodes_.size(); ++n) {
+      Track track{};
+      track.node = n;
+      const Node& node = nodes_[n];
       bool driven[3] = {};
       for (int c = 0; c < kChannelCount; ++c) {
         auto found = items.find(node.params[c]);
-        channels[c] = SourceOf(node.params[c], found == items.end() ? nullptr : found->second, c);
-        if (channels[c].curve) driven[c / 3] = true;
+        track.channels[c] =
+            SourceOf(node.params[c], found == items.end() ? nullptr : found->second, c);
+        if (track.channels[c].curve) driven[c / 3] = true;
       }
-      auto poseAt = [&](double frame) {
-        double v[kChannelCount];
-        for (int c = 0; c < kChannelCount; ++c) v[c] = channels[c].At(frame);
-        const MATH::CTransformation local = FromChannels(v);
-        return node.parent < 0 ? MATH::CTransformation::Compose(modelParent_, local) : local;
-      };
-      // Which paths the node gets, and with how many keys: every frame for a driven path, one
-      // key for a constant one that differs from the rest pose, none otherwise.
-      size_t counts[3] = {};
-      const MATH::CTransformation first = poseAt(start);
+      ChannelSource probe[kChannelCount];
+      std::copy(track.channels, track.channels + kChannelCount, probe);
+      const MATH::CTransformation first = PoseAt(node, probe, start);
       for (int path = 0; path < 3; ++path) {
         float rest[4], v[4];
         PathValues(node.rest, path, options_.metresPerUnit, rest);
         PathValues(first, path, options_.metresPerUnit, v);
-        counts[path] = driven[path] ? frames : SamePath(v, rest, path) ? 0 : 1;
-        paths[path].resize(counts[path] * kWidths[path]);
+        track.counts[path] = driven[path] ? frames : SamePath(v, rest, path) ? 0 : 1;
       }
-      if (counts[0] + counts[1] + counts[2] == 0) continue;
-      const size_t sampled = std::max({counts[0], counts[1], counts[2]});
+      if (track.counts[0] + track.counts[1] + track.counts[2] > 0) tracks.push_back(track);
+    }
+    for (Track& track : tracks) {
+      for (int path = 0; path < 3; ++path)
+        track.offsets[path] = writer_.Allocate(track.counts[path] * kWidths[path] * sizeof(float));
+    }
+    for (Track& track : tracks) {
+      const Node& node = nodes_[track.node];
+      float* out[3];
+      for (int path = 0; path < 3; ++path) out[path] = writer_.FloatsAt(track.offsets[path]);
+      const size_t sampled = std::max({track.counts[0], track.counts[1], track.counts[2]});
       for (size_t k = 0; k < sampled; ++k) {
-        const MATH::CTransformation pose = k == 0 ? first : poseAt(start + double(k));
+        const MATH::CTransformation pose = PoseAt(node, track.channels, start + double(k));
         for (int path = 0; path < 3; ++path) {
-          if (k >= counts[path]) continue;
-          float* out = &paths[path][k * kWidths[path]];
-          PathValues(pose, path, options_.metresPerUnit, out);
+          if (k >= track.counts[path]) continue;
+          float* key = out[path] + k * kWidths[path];
+          PathValues(pose, path, options_.metresPerUnit, key);
           if (path == 1 && k > 0) {
             // Neighbouring keys on one hemisphere, so that interpolation takes the short way.
-            const float* previous = out - 4;
-            if (out[0] * previous[0] + out[1] * previous[1] + out[2] * previous[2] +
-                    out[3] * previous[3] <
+            const float* previous = key - 4;
+            if (key[0] * previous[0] + key[1] * previous[1] + key[2] * previous[2] +
+                    key[3] * previous[3] <
                 0) {
-              for (int i = 0; i < 4; ++i) out[i] = -out[i];
+              for (int i = 0; i < 4; ++i) key[i] = -key[i];
             }
           }
         }
       }
       for (int path = 0; path < 3; ++path) {
-        if (counts[path] > 0)
-          AddChannel(animation, static_cast<int>(n), path, paths[path], counts[path], times, input,
-                     singleInput);
+        if (track.counts[path] == 0) continue;
+        const size_t count = track.counts[path];
+        const int output =
+            writer_.Accessor(track.offsets[path], count * kWidths[path] * sizeof(float),
+                             TINYGLTF_COMPONENT_TYPE_FLOAT,
+                             path == 1 ? TINYGLTF_TYPE_VEC4 : TINYGLTF_TYPE_VEC3, count);
+        AddChannel(animation, static_cast<int>(track.node), path, output, count, times, input,
+                   singleInput);
       }
     }
     if (animation.channels.empty()) {
@@ -492,7 +596,8 @@ class Exporter {
       float rest[4];
       PathValues(nodes_[0].rest, 1, 1, rest);
       values.assign(rest, rest + 4);
-      AddChannel(animation, 0, 1, values, 1, times, input, singleInput);
+      AddChannel(animation, 0, 1, writer_.Floats(values, TINYGLTF_TYPE_VEC4, 4), 1, times, input,
+                 singleInput);
     }
     animation.extras = Extras(source, items, start, frames, rate);
     out_.animations.push_back(animation);
@@ -510,9 +615,8 @@ class Exporter {
     return true;
   }
 
-  void AddChannel(tinygltf::Animation& animation, int node, int path,
-                  const std::vector<float>& values, size_t count, const std::vector<float>& times,
-                  int& input, int& singleInput) {
+  void AddChannel(tinygltf::Animation& animation, int node, int path, int output, size_t count,
+                  const std::vector<float>& times, int& input, int& singleInput) {
     int& in = count == 1 ? singleInput : input;
     if (in < 0) {
       in = writer_.Add(times.data(), count * sizeof(float), TINYGLTF_COMPONENT_TYPE_FLOAT,
@@ -520,8 +624,7 @@ class Exporter {
     }
     tinygltf::AnimationSampler sampler;
     sampler.input = in;
-    sampler.output = writer_.Floats(values, path == 1 ? TINYGLTF_TYPE_VEC4 : TINYGLTF_TYPE_VEC3,
-                                    path == 1 ? 4 : 3);
+    sampler.output = output;
     sampler.interpolation = "LINEAR";
     animation.samplers.push_back(sampler);
     tinygltf::AnimationChannel channel;
@@ -552,7 +655,7 @@ class Exporter {
         std::wstring foot = target.substr(0, target.size() - kContact.size());
         foot = foot.substr(foot.rfind(L'.') == std::wstring::npos ? 0 : foot.rfind(L'.') + 1);
         auto found = items.find(ItemTarget(*item));
-        const ChannelSource contact =
+        ChannelSource contact =
             SourceOf(ItemTarget(*item), found == items.end() ? item.get() : found->second, 0);
         tinygltf::Value::Array intervals;
         size_t open = 0;
@@ -670,15 +773,27 @@ CStatus ExportGltf(const ModelObject& model, const std::string& path,
   const std::wstring where = FromUtf8(path) + L": ";
   if (!(options.metresPerUnit > 0) || !std::isfinite(options.metresPerUnit))
     return CStatus(CStatus::InvalidArgument, where + L"the metres per unit must be above 0.");
+  if (!(Host::Get().FrameRate() > 0) || !std::isfinite(Host::Get().FrameRate()))
+    return CStatus(CStatus::InvalidArgument,
+                   where +
+                       L"the scene's frame rate (preferences.output_format.frame_rate) is not "
+                       L"above 0, so frames have no time.");
   Exporter exporter(model, options);
   CStatus status = exporter.Build();
   if (!status.Succeeded()) return CStatus(status.GetCode(), where + status.GetMessage().Wide());
-  std::ostringstream bytes;
+  ReplacingFile file(path);
+  status = file.Open();
+  if (!status.Succeeded()) return status;
+  ReplacingFileBuf buffer(file);
+  std::ostream stream(&buffer);
   tinygltf::TinyGLTF gltf;
   const bool binary = !EndsWith(path, ".gltf");
-  if (!gltf.WriteGltfSceneToStream(&exporter.Result(), bytes, false, binary))
-    return CStatus(CStatus::Fail, where + L"cannot write: the glTF writer failed.");
-  return WriteFileReplacing(path, bytes.str());
+  const bool written = gltf.WriteGltfSceneToStream(&exporter.Result(), stream, false, binary);
+  stream.flush();
+  // A failed write shows in Commit; a writer that gave up leaves the temporary file behind to be
+  // removed, and the target as it was.
+  if (!written) return CStatus(CStatus::Fail, where + L"cannot write: the glTF writer failed.");
+  return file.Commit();
 }
 
 }  // namespace Zyra::rt
