@@ -218,6 +218,31 @@ void PathValues(const MATH::CTransformation& t, int path, double metres, float o
   }
 }
 
+// The keys of a node's three paths at `frame` straight from its local channels, as PathValues
+// gives them from the local transform: the rotation is made in single precision, which is what
+// the file holds (the half angles in float keep a quaternion within 1e-6 of the double one).
+void KeysAt(ChannelSource* channels, double frame, double metres, float keys[3][4]) {
+  double v[kChannelCount];
+  for (int c = 0; c < kChannelCount; ++c) v[c] = channels[c].At(frame);
+  float sn[3], cs[3];
+  for (int a = 0; a < 3; ++a) {
+    // Angles are brought into one period of the quaternion (720 degrees) for float precision.
+    const double angle = std::fabs(v[3 + a]) > 360.0 ? std::remainder(v[3 + a], 720.0) : v[3 + a];
+    const auto half = static_cast<float>(angle * (0.5 * kDegToRad));
+    sn[a] = std::sin(half);
+    cs[a] = std::cos(half);
+  }
+  for (int i = 0; i < 3; ++i) {
+    keys[0][i] = static_cast<float>(v[i] * metres);
+    keys[2][i] = static_cast<float>(v[6 + i]);
+  }
+  // qz * qy * qx multiplied out, x y z w.
+  keys[1][0] = cs[2] * cs[1] * sn[0] - sn[2] * sn[1] * cs[0];
+  keys[1][1] = cs[2] * sn[1] * cs[0] + sn[2] * cs[1] * sn[0];
+  keys[1][2] = sn[2] * cs[1] * cs[0] - cs[2] * sn[1] * sn[0];
+  keys[1][3] = cs[2] * cs[1] * cs[0] + sn[2] * sn[1] * sn[0];
+}
+
 // Appends data to the one buffer (4-byte aligned) and makes a view and an accessor over it.
 class Writer {
  public:
@@ -564,11 +589,18 @@ class Exporter {
       for (int path = 0; path < 3; ++path) out[path] = writer_.FloatsAt(track.offsets[path]);
       const size_t sampled = std::max({track.counts[0], track.counts[1], track.counts[2]});
       for (size_t k = 0; k < sampled; ++k) {
-        const MATH::CTransformation pose = PoseAt(node, track.channels, start + double(k));
+        float keys[3][4];
+        if (node.parent < 0) {
+          const MATH::CTransformation pose = PoseAt(node, track.channels, start + double(k));
+          for (int path = 0; path < 3; ++path)
+            PathValues(pose, path, options_.metresPerUnit, keys[path]);
+        } else {
+          KeysAt(track.channels, start + double(k), options_.metresPerUnit, keys);
+        }
         for (int path = 0; path < 3; ++path) {
           if (k >= track.counts[path]) continue;
           float* key = out[path] + k * kWidths[path];
-          PathValues(pose, path, options_.metresPerUnit, key);
+          std::memcpy(key, keys[path], kWidths[path] * sizeof(float));
           if (path == 1 && k > 0) {
             // Neighbouring keys on one hemisphere, so that interpolation takes the short way.
             const float* previous = key - 4;
