@@ -231,18 +231,29 @@ TEST_F(GltfExport, JointsStandWhereTheHostPutsThemPlayingEachSource) {
     Set(L"Rig.Head.rotz", 45);
     MakeSource(L"Pose", L"Rig.Head.rotz", 1);
     Set(L"Rig.Head.rotz", 0);
+    // A long source, sampled on more than one thread.
+    Key(L"Rig.Leg.roty", 1, 0);
+    Key(L"Rig.Leg.roty", 40000, 7200);
+    Key(L"Rig.Hips.posx", 1, 0);
+    Key(L"Rig.Hips.posx", 40000, 500);
+    ASSERT_TRUE(
+        Exec(L"StoreAction", {CValue(L"Rig"), CValue(L"Rig.Leg.roty,Rig.Hips.posx"), CValue(6),
+                              CValue(L"Long"), CValue(1), CValue(1), CValue(40000)})
+            .Succeeded());
   };
   rig();
   const fs::path file = dir_ / "rig.glb";
   ASSERT_TRUE(Export(file).Succeeded());
   const tinygltf::Model g = Load(file);
-  for (const char* source : {"Walk", "Pose"}) {
+  const std::pair<const char*, std::vector<size_t>> sources[] = {
+      {"Walk", {0, 1, 2, 7, 14, 15, 16, 28, 29}}, {"Pose", {0, 29}}, {"Long", {0, 20001, 39999}}};
+  for (const auto& [source, samples] : sources) {
     SCOPED_TRACE(source);
     rig();
     ASSERT_TRUE(Exec(L"ApplyAction", {CValue((L"Rig.Sources." + Zyra::FromUtf8(source)).c_str())})
                     .Succeeded());
     const int a = Animation(g, source);
-    for (size_t k = 0; k < 30; ++k) {
+    for (size_t k : samples) {
       const Played p = Play(g, a, k);
       for (size_t n = 0; n < g.nodes.size(); ++n) {
         auto object = HostObject(g.nodes[n].name);

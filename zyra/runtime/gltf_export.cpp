@@ -10,6 +10,7 @@
 #include <map>
 #include <set>
 #include <sstream>
+#include <thread>
 
 #include "atomic_file.h"
 #include "host.h"
@@ -36,9 +37,10 @@ constexpr int kLocomotionKind = 2;
 // The figure: bones as boxes this wide (half-width as a share of the bone's length, with a floor
 // so that short bones stay visible), joints without bones as cubes.
 constexpr double kBoneHalfWidth = 0.05;
-constexpr double kMinHalfWidth = 0.002;   // metres
-constexpr double kJointCubeHalf = 0.025;  // metres
-constexpr size_t kMaxJoints = 65535;      // JOINTS_0 is written as unsigned short
+constexpr double kMinHalfWidth = 0.002;     // metres
+constexpr double kJointCubeHalf = 0.025;    // metres
+constexpr size_t kMaxJoints = 65535;        // JOINTS_0 is written as unsigned short
+constexpr size_t kKeysForThreads = 100000;  // poses to sample before a second thread pays
 
 // A 4x4 matrix, column-major as glTF stores it.
 using Mat4 = std::array<double, 16>;
@@ -583,7 +585,7 @@ class Exporter {
       for (int path = 0; path < 3; ++path)
         track.offsets[path] = writer_.Allocate(track.counts[path] * kWidths[path] * sizeof(float));
     }
-    for (Track& track : tracks) {
+    const auto sample = [&](Track& track) {
       const Node& node = nodes_[track.node];
       float* out[3];
       for (int path = 0; path < 3; ++path) out[path] = writer_.FloatsAt(track.offsets[path]);
@@ -612,6 +614,23 @@ class Exporter {
           }
         }
       }
+    };
+    // Tracks write disjoint parts of the buffer and only read the scene: they are sampled on up
+    // to two threads, interleaved so that each gets a like share (a short source on one).
+    const size_t workers =
+        frames * tracks.size() < kKeysForThreads
+            ? 1
+            : std::min<size_t>(2, std::max(1u, std::thread::hardware_concurrency()));
+    std::vector<std::thread> threads;
+    for (size_t w = 1; w < workers && tracks.size() > 1; ++w) {
+      threads.emplace_back([&, w] {
+        for (size_t t = w; t < tracks.size(); t += workers) sample(tracks[t]);
+      });
+    }
+    const size_t step = threads.empty() ? 1 : workers;
+    for (size_t t = 0; t < tracks.size(); t += step) sample(tracks[t]);
+    for (std::thread& thread : threads) thread.join();
+    for (Track& track : tracks) {
       for (int path = 0; path < 3; ++path) {
         if (track.counts[path] == 0) continue;
         const size_t count = track.counts[path];
