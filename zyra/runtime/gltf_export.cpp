@@ -8,11 +8,12 @@
 #include <cmath>
 #include <cstring>
 #include <map>
-#include <set>
 #include <sstream>
 #include <thread>
 
 #include "atomic_file.h"
+#include "gltf_buffer.h"
+#include "gltf_figure.h"
 #include "host.h"
 
 namespace Zyra::rt {
@@ -34,69 +35,9 @@ constexpr size_t kWidths[3] = {3, 4, 3};  // floats per key of each path
 const char* const kSkillKinds[4] = {"Default", "Basic", "Locomotion", "Raw"};
 constexpr int kLocomotionKind = 2;
 
-// The figure: bones as boxes this wide (half-width as a share of the bone's length, with a floor
-// so that short bones stay visible), joints without bones as cubes.
-constexpr double kBoneHalfWidth = 0.05;
-constexpr double kMinHalfWidth = 0.002;     // metres
-constexpr double kJointCubeHalf = 0.025;    // metres
+constexpr double kJointCubeHalf = 0.025;    // metres: the cube of a joint without bones
 constexpr size_t kMaxJoints = 65535;        // JOINTS_0 is written as unsigned short
 constexpr size_t kKeysForThreads = 100000;  // poses to sample before a second thread pays
-
-// A 4x4 matrix, column-major as glTF stores it.
-using Mat4 = std::array<double, 16>;
-
-Mat4 MatrixOf(const MATH::CVector3& t, const MATH::CQuaternion& q, const MATH::CVector3& s) {
-  const double x = q.GetX(), y = q.GetY(), z = q.GetZ(), w = q.GetW();
-  const double r[9] = {1 - 2 * (y * y + z * z), 2 * (x * y + z * w),     2 * (x * z - y * w),
-                       2 * (x * y - z * w),     1 - 2 * (x * x + z * z), 2 * (y * z + x * w),
-                       2 * (x * z + y * w),     2 * (y * z - x * w),     1 - 2 * (x * x + y * y)};
-  const double sc[3] = {s.GetX(), s.GetY(), s.GetZ()};
-  Mat4 m{};
-  for (int c = 0; c < 3; ++c)
-    for (int row = 0; row < 3; ++row) m[c * 4 + row] = r[c * 3 + row] * sc[c];
-  m[12] = t.GetX();
-  m[13] = t.GetY();
-  m[14] = t.GetZ();
-  m[15] = 1;
-  return m;
-}
-
-Mat4 Multiply(const Mat4& a, const Mat4& b) {
-  Mat4 m{};
-  for (int c = 0; c < 4; ++c)
-    for (int row = 0; row < 4; ++row)
-      for (int k = 0; k < 4; ++k) m[c * 4 + row] += a[k * 4 + row] * b[c * 4 + k];
-  return m;
-}
-
-// The inverse of an affine matrix; the identity when it cannot be inverted (a zero scaling).
-Mat4 InverseAffine(const Mat4& m) {
-  auto at = [&](int row, int c) { return m[c * 4 + row]; };
-  const double c00 = at(1, 1) * at(2, 2) - at(1, 2) * at(2, 1);
-  const double c01 = at(1, 2) * at(2, 0) - at(1, 0) * at(2, 2);
-  const double c02 = at(1, 0) * at(2, 1) - at(1, 1) * at(2, 0);
-  const double det = at(0, 0) * c00 + at(0, 1) * c01 + at(0, 2) * c02;
-  Mat4 inv{};
-  if (!(std::fabs(det) > 1e-300)) {
-    for (int i = 0; i < 4; ++i) inv[i * 5] = 1;
-    return inv;
-  }
-  const double d = 1.0 / det;
-  double r[3][3] = {
-      {c00 * d, (at(0, 2) * at(2, 1) - at(0, 1) * at(2, 2)) * d,
-       (at(0, 1) * at(1, 2) - at(0, 2) * at(1, 1)) * d},
-      {c01 * d, (at(0, 0) * at(2, 2) - at(0, 2) * at(2, 0)) * d,
-       (at(0, 2) * at(1, 0) - at(0, 0) * at(1, 2)) * d},
-      {c02 * d, (at(0, 1) * at(2, 0) - at(0, 0) * at(2, 1)) * d,
-       (at(0, 0) * at(1, 1) - at(0, 1) * at(1, 0)) * d},
-  };
-  for (int row = 0; row < 3; ++row) {
-    for (int c = 0; c < 3; ++c) inv[c * 4 + row] = r[row][c];
-    inv[12 + row] = -(r[row][0] * m[12] + r[row][1] * m[13] + r[row][2] * m[14]);
-  }
-  inv[15] = 1;
-  return inv;
-}
 
 // Where one channel's value comes from while a source plays. Frames are asked in increasing
 // order, so a cursor finds a key standing at the frame itself without a search (a take's curves
@@ -113,40 +54,6 @@ struct ChannelSource {
     if (cursor < n && keys.Frame(cursor) == frame) return keys.Value(cursor);
     return curve->Evaluate(frame);
   }
-};
-
-// An output stream into a ReplacingFile, so that the file is written as it is serialised
-// instead of being held whole in memory first.
-class ReplacingFileBuf : public std::streambuf {
- public:
-  explicit ReplacingFileBuf(ReplacingFile& file) : file_(file), buffer_(size_t{1} << 20) {
-    setp(buffer_.data(), buffer_.data() + buffer_.size());
-  }
-
- protected:
-  int_type overflow(int_type c) override {
-    if (!Drain()) return traits_type::eof();
-    if (!traits_type::eq_int_type(c, traits_type::eof())) {
-      *pptr() = traits_type::to_char_type(c);
-      pbump(1);
-    }
-    return traits_type::not_eof(c);
-  }
-  std::streamsize xsputn(const char* s, std::streamsize n) override {
-    if (n < static_cast<std::streamsize>(buffer_.size()) / 2) return std::streambuf::xsputn(s, n);
-    if (!Drain() || !file_.Write(std::string_view(s, static_cast<size_t>(n)))) return 0;
-    return n;
-  }
-  int sync() override { return Drain() ? 0 : -1; }
-
- private:
-  bool Drain() {
-    const auto size = static_cast<size_t>(pptr() - pbase());
-    setp(buffer_.data(), buffer_.data() + buffer_.size());
-    return size == 0 || file_.Write(std::string_view(buffer_.data(), size));
-  }
-  ReplacingFile& file_;
-  std::vector<char> buffer_;
 };
 
 struct Node {
@@ -245,60 +152,6 @@ void KeysAt(ChannelSource* channels, double frame, double metres, float keys[3][
   keys[1][3] = cs[2] * cs[1] * cs[0] + sn[2] * sn[1] * sn[0];
 }
 
-// Appends data to the one buffer (4-byte aligned) and makes a view and an accessor over it.
-class Writer {
- public:
-  explicit Writer(tinygltf::Model& model) : m_(model) { m_.buffers.resize(1); }
-
-  // Room for `bytes` at the end of the buffer (4-byte aligned); returns its offset.
-  size_t Allocate(size_t bytes) {
-    auto& data = m_.buffers[0].data;
-    const size_t offset = (data.size() + 3) / 4 * 4;
-    data.resize(offset + bytes);
-    return offset;
-  }
-  float* FloatsAt(size_t offset) {
-    return reinterpret_cast<float*>(m_.buffers[0].data.data() + offset);
-  }
-  void Reserve(size_t bytes) { m_.buffers[0].data.reserve(bytes); }
-
-  // A view and an accessor over bytes already in the buffer.
-  int Accessor(size_t offset, size_t length, int componentType, int type, size_t count,
-               int target = 0, std::vector<double> min = {}, std::vector<double> max = {}) {
-    tinygltf::BufferView view;
-    view.buffer = 0;
-    view.byteOffset = offset;
-    view.byteLength = length;
-    view.target = target;
-    m_.bufferViews.push_back(view);
-    tinygltf::Accessor accessor;
-    accessor.bufferView = static_cast<int>(m_.bufferViews.size()) - 1;
-    accessor.componentType = componentType;
-    accessor.type = type;
-    accessor.count = count;
-    accessor.minValues = std::move(min);
-    accessor.maxValues = std::move(max);
-    m_.accessors.push_back(accessor);
-    return static_cast<int>(m_.accessors.size()) - 1;
-  }
-
-  int Add(const void* bytes, size_t length, int componentType, int type, size_t count,
-          int target = 0, std::vector<double> min = {}, std::vector<double> max = {}) {
-    const size_t offset = Allocate(length);
-    if (length > 0) std::memcpy(m_.buffers[0].data.data() + offset, bytes, length);
-    return Accessor(offset, length, componentType, type, count, target, std::move(min),
-                    std::move(max));
-  }
-
-  int Floats(const std::vector<float>& v, int type, int components) {
-    return Add(v.data(), v.size() * sizeof(float), TINYGLTF_COMPONENT_TYPE_FLOAT, type,
-               v.size() / static_cast<size_t>(components));
-  }
-
- private:
-  tinygltf::Model& m_;
-};
-
 // The exporter's state for one call.
 class Exporter {
  public:
@@ -383,59 +236,6 @@ class Exporter {
         node.parent < 0 ? local : Multiply(globals_[static_cast<size_t>(node.parent)], local));
   }
 
-  // A box from `a` to `b` (metres), weighted to `joint`; a cube of half-size `half` about `a`
-  // when `b` is null.
-  void Box(const double a[3], const double* b, double half, int joint) {
-    double axis[3][3];  // u, v, d: a right-handed frame
-    double ends[2][3];
-    if (b) {
-      double d[3] = {b[0] - a[0], b[1] - a[1], b[2] - a[2]};
-      const double length = std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]);
-      if (!(length > 1e-9)) return;
-      for (double& x : d) x /= length;
-      half = std::max(kBoneHalfWidth * length, kMinHalfWidth);
-      // u: perpendicular to d, from the world axis least aligned with it.
-      const double helper[3] = {std::fabs(d[0]) < 0.9 ? 1.0 : 0.0, std::fabs(d[0]) < 0.9 ? 0 : 1.0,
-                                0};
-      double u[3] = {helper[1] * d[2] - helper[2] * d[1], helper[2] * d[0] - helper[0] * d[2],
-                     helper[0] * d[1] - helper[1] * d[0]};
-      const double ul = std::sqrt(u[0] * u[0] + u[1] * u[1] + u[2] * u[2]);
-      for (double& x : u) x /= ul;
-      const double v[3] = {d[1] * u[2] - d[2] * u[1], d[2] * u[0] - d[0] * u[2],
-                           d[0] * u[1] - d[1] * u[0]};
-      for (int i = 0; i < 3; ++i) {
-        axis[0][i] = u[i];
-        axis[1][i] = v[i];
-        axis[2][i] = 0;
-        ends[0][i] = a[i];
-        ends[1][i] = b[i];
-      }
-    } else {
-      for (int i = 0; i < 3; ++i) {
-        for (int k = 0; k < 3; ++k) axis[k][i] = k == i ? 1 : 0;
-        ends[0][i] = a[i] - half * axis[2][i];
-        ends[1][i] = a[i] + half * axis[2][i];
-        axis[2][i] = 0;
-      }
-    }
-    const auto base = static_cast<uint32_t>(positions_.size() / 3);
-    for (int corner = 0; corner < 8; ++corner) {
-      const double su = (corner & 1) ? half : -half, sv = (corner & 2) ? half : -half;
-      const double* end = ends[(corner & 4) ? 1 : 0];
-      for (int i = 0; i < 3; ++i)
-        positions_.push_back(static_cast<float>(end[i] + su * axis[0][i] + sv * axis[1][i]));
-      jointsOf_.insert(jointsOf_.end(), {static_cast<uint16_t>(joint), 0, 0, 0});
-      weights_.insert(weights_.end(), {1.0f, 0.0f, 0.0f, 0.0f});
-    }
-    // Outward-facing quads of the corner cube (corner = x + 2y + 4z), as two triangles each.
-    static const int kQuads[6][4] = {{0, 2, 3, 1}, {4, 5, 7, 6}, {0, 1, 5, 4},
-                                     {2, 6, 7, 3}, {0, 4, 6, 2}, {1, 3, 7, 5}};
-    for (const auto& q : kQuads) {
-      for (int k : {q[0], q[1], q[2], q[0], q[2], q[3]})
-        indices_.push_back(base + static_cast<uint32_t>(k));
-    }
-  }
-
   void Figure() {
     auto position = [&](size_t i, double p[3]) {
       for (int k = 0; k < 3; ++k) p[k] = globals_[i][12 + static_cast<size_t>(k)];
@@ -448,14 +248,14 @@ class Exporter {
       double a[3], b[3];
       position(static_cast<size_t>(child.parent), a);
       position(i, b);
-      Box(a, b, 0, parent.joint);
+      figure_.AddBox(a, b, 0, parent.joint);
     }
-    if (indices_.empty()) {
+    if (figure_.indices.empty()) {
       for (size_t i = 0; i < nodes_.size(); ++i) {
         if (nodes_[i].joint < 0) continue;
         double a[3];
         position(i, a);
-        Box(a, nullptr, kJointCubeHalf, nodes_[i].joint);
+        figure_.AddBox(a, nullptr, kJointCubeHalf, nodes_[i].joint);
       }
     }
     tinygltf::Skin skin;
@@ -471,25 +271,28 @@ class Exporter {
     out_.skins.push_back(skin);
 
     std::vector<double> min(3, 1e300), max(3, -1e300);
-    for (size_t i = 0; i < positions_.size(); ++i) {
-      min[i % 3] = std::min<double>(min[i % 3], positions_[i]);
-      max[i % 3] = std::max<double>(max[i % 3], positions_[i]);
+    for (size_t i = 0; i < figure_.positions.size(); ++i) {
+      min[i % 3] = std::min<double>(min[i % 3], figure_.positions[i]);
+      max[i % 3] = std::max<double>(max[i % 3], figure_.positions[i]);
     }
     tinygltf::Primitive primitive;
     primitive.mode = TINYGLTF_MODE_TRIANGLES;
-    primitive.attributes["POSITION"] = writer_.Add(
-        positions_.data(), positions_.size() * sizeof(float), TINYGLTF_COMPONENT_TYPE_FLOAT,
-        TINYGLTF_TYPE_VEC3, positions_.size() / 3, TINYGLTF_TARGET_ARRAY_BUFFER, min, max);
+    primitive.attributes["POSITION"] =
+        writer_.Add(figure_.positions.data(), figure_.positions.size() * sizeof(float),
+                    TINYGLTF_COMPONENT_TYPE_FLOAT, TINYGLTF_TYPE_VEC3, figure_.positions.size() / 3,
+                    TINYGLTF_TARGET_ARRAY_BUFFER, min, max);
     primitive.attributes["JOINTS_0"] =
-        writer_.Add(jointsOf_.data(), jointsOf_.size() * sizeof(uint16_t),
+        writer_.Add(figure_.joints.data(), figure_.joints.size() * sizeof(uint16_t),
                     TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT, TINYGLTF_TYPE_VEC4,
-                    jointsOf_.size() / 4, TINYGLTF_TARGET_ARRAY_BUFFER);
+                    figure_.joints.size() / 4, TINYGLTF_TARGET_ARRAY_BUFFER);
     primitive.attributes["WEIGHTS_0"] =
-        writer_.Add(weights_.data(), weights_.size() * sizeof(float), TINYGLTF_COMPONENT_TYPE_FLOAT,
-                    TINYGLTF_TYPE_VEC4, weights_.size() / 4, TINYGLTF_TARGET_ARRAY_BUFFER);
-    primitive.indices = writer_.Add(indices_.data(), indices_.size() * sizeof(uint32_t),
-                                    TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT, TINYGLTF_TYPE_SCALAR,
-                                    indices_.size(), TINYGLTF_TARGET_ELEMENT_ARRAY_BUFFER);
+        writer_.Add(figure_.weights.data(), figure_.weights.size() * sizeof(float),
+                    TINYGLTF_COMPONENT_TYPE_FLOAT, TINYGLTF_TYPE_VEC4, figure_.weights.size() / 4,
+                    TINYGLTF_TARGET_ARRAY_BUFFER);
+    primitive.indices =
+        writer_.Add(figure_.indices.data(), figure_.indices.size() * sizeof(uint32_t),
+                    TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT, TINYGLTF_TYPE_SCALAR,
+                    figure_.indices.size(), TINYGLTF_TARGET_ELEMENT_ARRAY_BUFFER);
     tinygltf::Mesh mesh;
     mesh.name = ToUtf8(model_.name) + ".figure";
     mesh.primitives.push_back(primitive);
@@ -735,13 +538,11 @@ class Exporter {
   const GltfExportOptions& options_;
   const double now_;
   tinygltf::Model out_;
-  Writer writer_;
+  GltfBufferWriter writer_;
   std::vector<Node> nodes_;
   std::vector<Mat4> globals_;
   MATH::CTransformation modelParent_;
-  std::vector<float> positions_, weights_;
-  std::vector<uint16_t> jointsOf_;
-  std::vector<uint32_t> indices_;
+  FigureMesh figure_;
   int figureNode_ = -1;
 };
 
@@ -753,69 +554,6 @@ bool EndsWith(const std::string& text, const std::string& tail) {
   }
   return true;
 }
-
-// ---- ExportGLTF model, file [, sources] [, metres per unit] ------------------------------------
-
-CStatus ExportGltfCommand(const CValueArray& args, CValue& result) {
-  constexpr std::wstring_view kCmd = L"ExportGLTF";
-  auto model = std::dynamic_pointer_cast<ModelObject>(ArgObject(Arg(args, 0)));
-  if (!model) return ArgError(kCmd, Quoted(Arg(args, 0)) + L" is not a model.");
-  const std::wstring file = Arg(args, 1).GetAsText().Wide();
-  if (Arg(args, 1).GetType() != siString || file.empty())
-    return ArgError(kCmd, L"no file name given.");
-  GltfExportOptions options;
-  if (!Arg(args, 3).IsEmpty() &&
-      (!ArgNumber(Arg(args, 3), options.metresPerUnit) || !(options.metresPerUnit > 0))) {
-    return ArgError(kCmd,
-                    L"the metres per unit " + Quoted(Arg(args, 3)) + L" is not a number above 0.");
-  }
-  const CValue& list = Arg(args, 2);
-  if (list.IsEmpty() || (list.GetType() == siString && list.GetAsText().Wide().empty())) {
-    if (model->sources) {
-      for (const auto& item : model->sources->items) {
-        if (auto source = std::dynamic_pointer_cast<ActionSourceObject>(item))
-          options.sources.push_back(source);
-      }
-    }
-  } else {
-    // Names are looked up among the model's sources first, then as full names.
-    std::vector<std::wstring> names;
-    std::vector<CValue> values;
-    if (list.GetType() == siString) {
-      std::wstringstream text(list.GetAsText().Wide());
-      for (std::wstring name; std::getline(text, name, L',');) {
-        while (!name.empty() && name.front() == L' ') name.erase(0, 1);
-        while (!name.empty() && name.back() == L' ') name.pop_back();
-        if (!name.empty()) values.emplace_back(CValue(CString(name)));
-      }
-    } else if (list.GetType() == siArray) {
-      for (const CValue& item : list.AsArray()) values.push_back(item);
-    } else {
-      values.push_back(list);
-    }
-    for (const CValue& value : values) {
-      std::shared_ptr<Object> object;
-      if (value.GetType() == siString)
-        object = Resolve(model->FullName() + L".Sources." + value.GetAsText().Wide());
-      if (!object) object = ArgObject(value);
-      auto source = std::dynamic_pointer_cast<ActionSourceObject>(object);
-      if (!source)
-        return ArgError(kCmd,
-                        Quoted(value) + L" is not an action source of " + model->FullName() + L".");
-      auto owner = source->Owner();
-      if (!owner || owner->Owner() != model)
-        return ArgError(kCmd, source->FullName() + L" is an action source of another model than " +
-                                  model->FullName() + L".");
-      options.sources.push_back(source);
-    }
-  }
-  CStatus status = ExportGltf(*model, ToUtf8(file), options);
-  if (!status.Succeeded()) return status;
-  result = CValue(CString(file));
-  return CStatus::OK;
-}
-
-ZYRA_HOST_COMMAND(L"ExportGLTF", ExportGltfCommand);
 
 }  // namespace
 
