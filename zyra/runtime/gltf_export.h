@@ -16,8 +16,8 @@
 //      skeleton root is the model node. The figure is one mesh on a node of its own at the top
 //      of the scene, named "<model>.figure" (a "." cannot occur in an object's name, so it never
 //      collides): a thin box along each bone (from a joint to each child joint, the model node's
-//      own links and collision spheres left out; half as wide as a tenth of the bone's length,
-//      2 mm at least), each vertex weighted wholly to the bone's parent joint. A model without
+//      own links and collision spheres left out; as wide as a tenth of the bone's length, 4 mm
+//      at least), each vertex weighted wholly to the bone's parent joint. A model without
 //      bones gets a 5 cm cube on every joint instead.
 //   5. Animations: one per action source given, named as the source, sampled at every whole
 //      frame from "FrameStart" to "FrameEnd" (times in seconds from the first frame, at the
