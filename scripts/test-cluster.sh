@@ -1,0 +1,272 @@
+#!/usr/bin/env bash
+# Runs the cluster recipes of docs/pipeline.md ("A library that outgrows one machine") for real
+# and checks that they make what a plain library run makes.
+#
+#   scripts/test-cluster.sh [LIBRARY]        (default: tests/data/mocap)
+#
+# 1. A plain run, scripts/convert-library.sh LIBRARY -o DIR -j 2, gives the expected files.
+# 2. GNU parallel: the shared-filesystem command lines of the page, with hosts.txt "2/:" (two
+#    processes on this machine, no SSH).
+# 3. Slurm: a one-node cluster started here (munged, slurmctld and slurmd as background
+#    processes, their configuration, keys, sockets, state and logs in a temporary folder, on free
+#    ports of 127.0.0.1; no cgroups: proctrack/linuxproc, task/none; no accounting database),
+#    then the page's takes list, its two batch scripts and its submit lines, waited for.
+# The command lines are read from the page itself (its fenced blocks, /shared/library,
+# /shared/knrexport, /shared/converted and /shared/jobs replaced by folders of this run), so the
+# page cannot drift from what was run. Every run writes into a folder named "converted" (the
+# report's title is the folder's name).
+#
+# "The same files": the same file names; every take's .zyra, .actor.zyra and .actor.wgmp byte for
+# byte; the take files (.json) equal but for "seconds" (each phase's wall time, which differs on
+# every run); report.html equal once every "N.NN s" time is blanked (the same seconds, shown per
+# take and per phase). The same takes must fail in every run (parallel's job log and Slurm's task
+# states against the plain run's FAILED lines).
+#
+# Needs root (the Slurm daemons run jobs as their owner); installs what is missing of parallel,
+# slurmctld, slurmd, slurm-client, munge and jq from Debian. The converter: KNRCONVERT, else the
+# pipeline build (scripts/setup.sh pipeline, built when missing). Daemons are stopped and the
+# temporary folder removed at the end, on failure too (KEEP_CLUSTER_TMP=1 keeps the folder).
+# Exit status: 0 all equal, 1 a difference or a run that failed, 2 bad usage.
+set -euo pipefail
+root="$(cd "$(dirname "$0")/.." && pwd)"
+name="${0##*/}"
+
+fail() {
+  echo "$name: $*" >&2
+  exit 1
+}
+
+case "${1:-}" in
+  -h | --help)
+    sed -n '2,/^set -euo/p' "$0" | sed '$d; s/^# \{0,1\}//'
+    exit 0
+    ;;
+  -?*) echo "$name: unknown option $1" >&2; exit 2 ;;
+esac
+[ $# -le 1 ] || { echo "$name: one library folder at a time" >&2; exit 2; }
+library="${1:-$root/tests/data/mocap}"
+[ -d "$library" ] || { echo "$name: \"$library\" is not a folder" >&2; exit 2; }
+library="$(cd "$library" && pwd -P)"
+[ "$(id -u)" -eq 0 ] || { echo "$name: needs root (it starts Slurm's daemons)" >&2; exit 2; }
+
+missing=()
+for package in parallel slurmctld slurmd slurm-client munge jq; do
+  dpkg-query -W -f='${Status}' "$package" 2> /dev/null | grep -q "install ok installed" ||
+    missing+=("$package")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  echo "Installing packages: ${missing[*]}"
+  # Another apt-get may hold the lock for a while on a shared machine: wait for it.
+  apt-get -o DPkg::Lock::Timeout=600 update -qq > /dev/null
+  DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=600 install -y -qq \
+    --no-install-recommends "${missing[@]}" > /dev/null
+fi
+
+converter="${KNRCONVERT:-}"
+if [ -z "$converter" ]; then
+  "$root/scripts/setup.sh" pipeline
+  converter="$root/build-pipeline/bin/knrconvert"
+fi
+command -v "$converter" > /dev/null || fail "cannot run the converter \"$converter\""
+case "$converter" in */*) converter="$(cd "$(dirname "$converter")" && pwd)/${converter##*/}" ;; esac
+export KNRCONVERT="$converter"
+
+tmp="$(mktemp -d "${TMPDIR:-/tmp}/test-cluster.XXXXXX")"
+# munged wants every folder above its socket open to all (execute permission).
+chmod 755 "$tmp"
+pids=()
+cleanup() {
+  local status=$? pid
+  for pid in "${pids[@]}"; do kill "$pid" 2> /dev/null || true; done
+  for pid in "${pids[@]}"; do wait "$pid" 2> /dev/null || true; done
+  if [ "$status" -ne 0 ] && [ "${KEEP_CLUSTER_TMP:-}" = 1 ]; then
+    echo "$name: logs and outputs kept in $tmp" >&2
+  else
+    rm -rf "$tmp"
+  fi
+}
+trap cleanup EXIT
+trap 'exit 130' INT TERM
+
+# The N-th fenced block of the page's section "### TITLE", with the page's /shared folders
+# replaced by this run's.
+doc_block() {
+  local block
+  block="$(awk -v title="### $1" -v want="$2" '
+    /^```/ { fence = !fence; if (fence && on) n++; next }
+    !fence && /^#/ { on = ($0 == title); next }
+    on && fence && n == want { print }' "$root/docs/pipeline.md")"
+  [ -n "$block" ] || fail "docs/pipeline.md has no block $2 under \"### $1\""
+  block="${block//\/shared\/knrexport\/build-pipeline\/bin\/knrconvert/$converter}"
+  block="${block//\/shared\/knrexport/$root}"
+  block="${block//\/shared\/library/$library}"
+  block="${block//\/shared\/converted/$3/converted}"
+  block="${block//\/shared\/jobs/$3/jobs}"
+  [[ "$block" != */shared/* ]] || fail "a block of docs/pipeline.md names a /shared path this test does not know"
+  printf '%s\n' "$block"
+}
+
+start=$SECONDS
+echo "== plain library run"
+mkdir -p "$tmp/plain"
+plain_status=0
+"$root/scripts/convert-library.sh" "$library" -o "$tmp/plain/converted" -j 2 \
+  > "$tmp/plain/out.txt" 2>&1 || plain_status=$?
+[ "$plain_status" -le 1 ] || { cat "$tmp/plain/out.txt" >&2; fail "the plain library run failed"; }
+[ -f "$tmp/plain/converted/report.html" ] || { cat "$tmp/plain/out.txt" >&2; fail "the plain run made no report"; }
+takes=$(find "$library" -xtype f -iname '?*.bvh' | wc -l)
+failed=$(grep -c ': FAILED: ' "$tmp/plain/out.txt" || true)
+echo "$takes takes, $failed failed ($((SECONDS - start)) s)"
+
+# A file of a run's output folder DIR as compared (see the header).
+normalised() {
+  case "$1" in
+    *.json) jq -S 'del(.seconds)' "$1" ;;
+    *.zyra) sed -E -e "s|$2/|OUT/|g" -e 's/knrconvert-[0-9]+-/knrconvert-PID-/g' "$1" ;;
+    *.html) sed -E -e "s|$2<|OUT<|g" -e 's/[0-9]+\.[0-9]{2} s/T s/g' "$1" ;;
+  esac
+}
+# Compares the files of RUN/converted with the plain run's.
+compare() {
+  local run="$1" file files a b differ=0
+  files="$(cd "$tmp/plain/converted" && find . -path ./.takes -prune -o \( -type f -o -type l \) -print | sort)"
+  b="$(cd "$tmp/$run/converted" && find . -path ./.takes -prune -o \( -type f -o -type l \) -print | sort)"
+  if [ "$files" != "$b" ]; then
+    diff <(echo "$files") <(echo "$b") >&2 || true
+    fail "$run: not the files of the plain run (< plain, > $run)"
+  fi
+  while IFS= read -r file; do
+    a="$tmp/plain/converted/${file#./}"
+    b="$tmp/$run/converted/${file#./}"
+    case "$file" in
+      *.json | *.zyra | *.html)
+        diff -u --label "plain/${file#./}" --label "$run/${file#./}" \
+          <(normalised "$a" "$tmp/plain/converted") <(normalised "$b" "$tmp/$run/converted") >&2 ||
+          differ=1 ;;
+      *) cmp "$a" "$b" >&2 || differ=1 ;;
+    esac
+  done <<< "$files"
+  [ "$differ" -eq 0 ] || fail "$run: files differ from the plain run's"
+  echo "$run: the same files as the plain run ($(wc -l <<< "$files") files)"
+}
+
+echo "== GNU parallel"
+start=$SECONDS
+mkdir -p "$tmp/parallel/converted"
+echo "2/:" > "$tmp/parallel/hosts.txt"
+doc_block "GNU parallel over SSH" 2 "$tmp/parallel" > "$tmp/parallel/run.sh"
+# As typed at a prompt: the report line runs whatever parallel's exit status.
+(cd "$tmp/parallel" && bash run.sh > out.txt 2>&1) ||
+  { cat "$tmp/parallel/out.txt" >&2; fail "parallel: the report line failed"; }
+[ -s "$tmp/parallel/convert.log" ] || fail "parallel: no job log"
+ran=$(awk 'NR > 1' "$tmp/parallel/convert.log" | wc -l)
+bad=$(awk 'NR > 1 && $7 != 0' "$tmp/parallel/convert.log" | wc -l)
+[ "$ran" -eq "$takes" ] && [ "$bad" -eq "$failed" ] ||
+  { cat "$tmp/parallel/out.txt" >&2; fail "parallel: $ran takes run, $bad failed (plain run: $takes, $failed)"; }
+echo "parallel: $ran takes, $bad failed ($((SECONDS - start)) s)"
+compare parallel
+
+echo "== Slurm"
+start=$SECONDS
+cluster="$tmp/cluster"
+mkdir -p "$cluster/munge" "$cluster/state" "$cluster/spool"
+chmod 700 "$cluster/munge"
+mkdir -m 755 "$cluster/socket"
+mungekey --create --keyfile="$cluster/munge/munge.key"
+munged --foreground --key-file="$cluster/munge/munge.key" --socket="$cluster/socket/munge" \
+  --pid-file="$cluster/munge/munged.pid" --seed-file="$cluster/munge/munged.seed" \
+  --log-file="$cluster/munged.log" > "$cluster/munged.out" 2>&1 &
+pids+=($!)
+
+# Two free ports of 127.0.0.1 (nothing answers on them).
+ports=()
+for port in $(seq 16817 16999); do
+  (exec 3<> "/dev/tcp/127.0.0.1/$port") 2> /dev/null && continue
+  ports+=("$port")
+  [ ${#ports[@]} -lt 2 ] || break
+done
+[ ${#ports[@]} -eq 2 ] || fail "no free port for Slurm between 16817 and 16999"
+
+# The node as slurmd sees it (its name is the short host name), reached on 127.0.0.1 whatever
+# the host name resolves to.
+node="$(slurmd -C | head -n 1)"
+node_name="${node%% *}"
+node_name="${node_name#NodeName=}"
+export SLURM_CONF="$cluster/slurm.conf"
+cat > "$SLURM_CONF" << EOF
+ClusterName=knrtest
+SlurmctldHost=$node_name(127.0.0.1)
+SlurmctldPort=${ports[0]}
+SlurmdPort=${ports[1]}
+SlurmUser=root
+SlurmdUser=root
+AuthType=auth/munge
+AuthInfo=socket=$cluster/socket/munge
+CredType=cred/munge
+StateSaveLocation=$cluster/state
+SlurmdSpoolDir=$cluster/spool
+SlurmctldPidFile=$cluster/slurmctld.pid
+SlurmdPidFile=$cluster/slurmd.pid
+SlurmctldLogFile=$cluster/slurmctld.log
+SlurmdLogFile=$cluster/slurmd.log
+ProctrackType=proctrack/linuxproc
+TaskPlugin=task/none
+JobAcctGatherType=jobacct_gather/none
+AccountingStorageType=accounting_storage/none
+MpiDefault=none
+MailProg=/bin/true
+SelectType=select/cons_tres
+SelectTypeParameters=CR_Core_Memory
+ReturnToService=2
+$node NodeAddr=127.0.0.1 State=UNKNOWN
+PartitionName=knrtest Nodes=ALL Default=YES MaxTime=INFINITE State=UP
+EOF
+slurm_logs() {
+  tail -n 20 "$cluster"/*.log "$cluster"/*.out "$tmp"/slurm/jobs/logs/* 2> /dev/null >&2 || true
+}
+
+for _ in $(seq 50); do [ -S "$cluster/socket/munge" ] && break; sleep 0.2; done
+[ -S "$cluster/socket/munge" ] || { slurm_logs; fail "munged did not start"; }
+slurmctld -D -f "$SLURM_CONF" > "$cluster/slurmctld.out" 2>&1 &
+pids+=($!)
+slurmd -D -f "$SLURM_CONF" > "$cluster/slurmd.out" 2>&1 &
+pids+=($!)
+state=""
+for _ in $(seq 60); do
+  state="$(sinfo -h -n "$node_name" -o %T 2> /dev/null || true)"
+  [ "$state" = idle ] && break
+  sleep 1
+done
+[ "$state" = idle ] || { slurm_logs; fail "the Slurm node did not come up (state \"$state\")"; }
+echo "cluster up ($((SECONDS - start)) s)"
+
+jobs="$tmp/slurm/jobs"
+mkdir -p "$jobs" "$tmp/slurm/converted"
+doc_block "Slurm: a job array, one take per task" 1 "$tmp/slurm" > "$jobs/list.sh"
+doc_block "Slurm: a job array, one take per task" 2 "$tmp/slurm" > "$jobs/convert-take.sbatch"
+doc_block "Slurm: a job array, one take per task" 3 "$tmp/slurm" > "$jobs/report.sbatch"
+doc_block "Slurm: a job array, one take per task" 4 "$tmp/slurm" > "$jobs/submit.sh"
+# The submit lines are sourced so that the array's job id ($array) can be read after them.
+submitted="$(cd "$jobs" && bash -c 'set -e; source list.sh; source submit.sh; echo "array=$array"' 2>&1)" ||
+  { echo "$submitted" >&2; fail "Slurm: the submit lines failed"; }
+array="$(sed -n 's/^array=\([0-9]*\)$/\1/p' <<< "$submitted")"
+report="$(sed -n 's/^Submitted batch job \([0-9]*\)$/\1/p' <<< "$submitted")"
+[ -n "$array" ] && [ -n "$report" ] || { echo "$submitted" >&2; fail "Slurm: no job ids in the submit lines' output"; }
+for _ in $(seq 240); do
+  [ -z "$(squeue -h -o %i)" ] && break
+  sleep 1
+done
+[ -z "$(squeue -h -o %i)" ] || { squeue >&2; slurm_logs; fail "Slurm: the jobs did not end in 240 s"; }
+states="$(scontrol -o show job "$array" | grep -o 'JobState=[A-Z_]*' | sort | uniq -c)"
+ran=$(scontrol -o show job "$array" | grep -c 'JobState=' || true)
+bad=$(grep -c 'JobState=FAILED' <<< "$(scontrol -o show job "$array")" || true)
+report_state="$(scontrol -o show job "$report" | grep -o 'JobState=[A-Z_]*')"
+if [ "$ran" -ne "$takes" ] || [ "$bad" -ne "$failed" ] ||
+  [ "$(grep -vc 'JobState=\(COMPLETED\|FAILED\)' <<< "$states")" -ne 0 ] ||
+  [ "$report_state" != JobState=COMPLETED ]; then
+  echo "$states" >&2
+  slurm_logs
+  fail "Slurm: $ran tasks, $bad failed (plain run: $takes, $failed); the report job: $report_state"
+fi
+echo "Slurm: $ran tasks, $bad failed ($((SECONDS - start)) s)"
+compare slurm
