@@ -102,6 +102,8 @@ doc_block() {
   block="${block//\/shared\/library/$library}"
   block="${block//\/shared\/converted/$3/converted}"
   block="${block//\/shared\/jobs/$3/jobs}"
+  block="${block//\~\/knrexport\/build-pipeline\/bin\/knrconvert/$converter}"
+  block="${block//\~\/knrexport/$root}"
   [[ "$block" != */shared/* ]] || fail "a block of docs/pipeline.md names a /shared path this test does not know"
   printf '%s\n' "$block"
 }
@@ -118,39 +120,62 @@ takes=$(find "$library" -xtype f -iname '?*.bvh' | wc -l)
 failed=$(grep -c ': FAILED: ' "$tmp/plain/out.txt" || true)
 echo "$takes takes, $failed failed ($((SECONDS - start)) s)"
 
-# A file of a run's output folder DIR as compared (see the header).
+# Where each run read its takes and wrote its files, as extended regular expressions (run ->
+# pattern, one a line for the output folders): paths under them are compared as LIB/... and
+# OUT/..., and the home folder, a scene's default folder, as HOME.
+declare -A lib_at=() out_at=() home_at=()
+pattern() { sed 's/[][\.*^$+?(){}|#]/\\&/g' <<< "$1"; }
+for run in plain parallel slurm; do
+  lib_at[$run]="$(pattern "$library")"
+  out_at[$run]="$(pattern "$tmp/$run/converted")"
+  home_at[$run]="$(pattern "$HOME")"
+done
+# A file of RUN as compared (see the header).
 normalised() {
-  case "$1" in
-    *.json) jq -S 'del(.seconds)' "$1" ;;
-    *.zyra) sed -E -e "s|$2/|OUT/|g" -e 's/knrconvert-[0-9]+-/knrconvert-PID-/g' "$1" ;;
-    *.html) sed -E -e "s|$2<|OUT<|g" -e 's/[0-9]+\.[0-9]{2} s/T s/g' "$1" ;;
+  local paths=() out
+  while IFS= read -r out; do paths+=(-e "s#$out([/<])#OUT\1#g"); done <<< "${out_at[$1]}"
+  paths+=(-e "s#${lib_at[$1]}/#LIB/#g")
+  case "$2" in
+    *.json) sed -E "${paths[@]}" "$2" | jq -S 'del(.seconds)' ;;
+    *.zyra) sed -E "${paths[@]}" -e "s#\"${home_at[$1]}\"#\"HOME\"#g" \
+              -e 's/knrconvert-[0-9]+-/knrconvert-PID-/g' "$2" ;;
+    *.html) sed -E "${paths[@]}" -e 's/[0-9]+\.[0-9]{2} s/T s/g' "$2" ;;
   esac
 }
-# Compares the files of RUN/converted with the plain run's.
+# Compares the files RUN wrote into DIR with the plain run's.
 compare() {
-  local run="$1" file files a b differ=0
+  local run="$1" dir="$2" file files other differ=0
   files="$(cd "$tmp/plain/converted" && find . -path ./.takes -prune -o \( -type f -o -type l \) -print | sort)"
-  b="$(cd "$tmp/$run/converted" && find . -path ./.takes -prune -o \( -type f -o -type l \) -print | sort)"
-  if [ "$files" != "$b" ]; then
-    diff <(echo "$files") <(echo "$b") >&2 || true
+  other="$(cd "$dir" && find . -path ./.takes -prune -o \( -type f -o -type l \) -print | sort)"
+  if [ "$files" != "$other" ]; then
+    diff <(echo "$files") <(echo "$other") >&2 || true
     fail "$run: not the files of the plain run (< plain, > $run)"
   fi
   while IFS= read -r file; do
-    a="$tmp/plain/converted/${file#./}"
-    b="$tmp/$run/converted/${file#./}"
+    file="${file#./}"
     case "$file" in
       *.json | *.zyra | *.html)
-        diff -u --label "plain/${file#./}" --label "$run/${file#./}" \
-          <(normalised "$a" "$tmp/plain/converted") <(normalised "$b" "$tmp/$run/converted") >&2 ||
+        diff -u --label "plain/$file" --label "$run/$file" \
+          <(normalised plain "$tmp/plain/converted/$file") <(normalised "$run" "$dir/$file") >&2 ||
           differ=1 ;;
-      *) cmp "$a" "$b" >&2 || differ=1 ;;
+      *) cmp "$tmp/plain/converted/$file" "$dir/$file" >&2 || differ=1 ;;
     esac
   done <<< "$files"
   [ "$differ" -eq 0 ] || fail "$run: files differ from the plain run's"
   echo "$run: the same files as the plain run ($(wc -l <<< "$files") files)"
 }
+# Checks a parallel run's job log against the plain run's takes and failures.
+check_joblog() {
+  local run="$1" log="$2" ran bad
+  [ -s "$log" ] || fail "$run: no job log"
+  ran=$(awk 'NR > 1' "$log" | wc -l)
+  bad=$(awk -F '\t' 'NR > 1 && $7 != 0' "$log" | wc -l)
+  [ "$ran" -eq "$takes" ] && [ "$bad" -eq "$failed" ] ||
+    { cat "$3" >&2; fail "$run: $ran takes run, $bad failed (plain run: $takes, $failed)"; }
+  echo "$run: $ran takes, $bad failed ($((SECONDS - start)) s)"
+}
 
-echo "== GNU parallel"
+echo "== GNU parallel, shared filesystem"
 start=$SECONDS
 mkdir -p "$tmp/parallel/converted"
 echo "2/:" > "$tmp/parallel/hosts.txt"
@@ -158,13 +183,43 @@ doc_block "GNU parallel over SSH" 2 "$tmp/parallel" > "$tmp/parallel/run.sh"
 # As typed at a prompt: the report line runs whatever parallel's exit status.
 (cd "$tmp/parallel" && bash run.sh > out.txt 2>&1) ||
   { cat "$tmp/parallel/out.txt" >&2; fail "parallel: the report line failed"; }
-[ -s "$tmp/parallel/convert.log" ] || fail "parallel: no job log"
-ran=$(awk 'NR > 1' "$tmp/parallel/convert.log" | wc -l)
-bad=$(awk 'NR > 1 && $7 != 0' "$tmp/parallel/convert.log" | wc -l)
-[ "$ran" -eq "$takes" ] && [ "$bad" -eq "$failed" ] ||
-  { cat "$tmp/parallel/out.txt" >&2; fail "parallel: $ran takes run, $bad failed (plain run: $takes, $failed)"; }
-echo "parallel: $ran takes, $bad failed ($((SECONDS - start)) s)"
-compare parallel
+check_joblog parallel "$tmp/parallel/convert.log" "$tmp/parallel/out.txt"
+compare parallel "$tmp/parallel/converted"
+
+echo "== GNU parallel, no shared filesystem"
+# The other host is this machine through a stand-in for ssh that drops ssh's options and the
+# login and runs the command in a home folder of its own: parallel's copies to and from the
+# host (rsync through the stand-in), its working folders there and their removal are real.
+start=$SECONDS
+remote="$tmp/remote"
+mkdir -p "$remote/home" "$remote/mine/mocap"
+cp -R "$library" "$remote/mine/mocap/library"
+{
+  echo '#!/bin/bash'
+  echo 'while [ $# -gt 0 ]; do'
+  echo '  case "$1" in'
+  echo '    -[bcDEeFIiJLlmOopQRSWw]) shift 2 ;;'
+  echo '    --) shift; break ;;'
+  echo '    -*) shift ;;'
+  echo '    *) shift; [ "${1:-}" != -- ] || shift; break ;;'
+  echo '  esac'
+  echo 'done'
+  echo "export HOME=\"$remote/home\" && cd && exec bash -c \"\$*\""
+} > "$remote/ssh"
+chmod +x "$remote/ssh"
+echo "2/$remote/ssh other-host" > "$remote/mine/hosts.txt"
+doc_block "GNU parallel over SSH" 3 "$remote" > "$remote/run.sh"
+# Run from the home folder "mine", as the page's ~ means.
+(cd "$remote/mine" && HOME="$remote/mine" bash "$remote/run.sh" > "$remote/out.txt" 2>&1) ||
+  { cat "$remote/out.txt" >&2; fail "remote: the report line failed"; }
+check_joblog remote "$remote/mine/convert.log" "$remote/out.txt"
+leftover="$(find "$remote/home/.parallel/tmp" -mindepth 1 -maxdepth 1 2> /dev/null || true)"
+[ -z "$leftover" ] || fail "remote: parallel left its working folders on the host: $leftover"
+home_at[remote]="$(pattern "$remote/home")"
+workdirs="$(pattern "$remote/home/.parallel/tmp")/[^/\"]+"
+lib_at[remote]="$workdirs"
+out_at[remote]="$(pattern "$remote/mine/mocap/library/converted")"$'\n'"$workdirs/converted"
+compare remote "$remote/mine/mocap/library/converted"
 
 echo "== Slurm"
 start=$SECONDS
@@ -269,4 +324,4 @@ if [ "$ran" -ne "$takes" ] || [ "$bad" -ne "$failed" ] ||
   fail "Slurm: $ran tasks, $bad failed (plain run: $takes, $failed); the report job: $report_state"
 fi
 echo "Slurm: $ran tasks, $bad failed ($((SECONDS - start)) s)"
-compare slurm
+compare slurm "$tmp/slurm/converted"
