@@ -5,28 +5,36 @@
 #   scripts/test-cluster.sh [LIBRARY]        (default: tests/data/mocap)
 #
 # 1. A plain run, scripts/convert-library.sh LIBRARY -o DIR -j 2, gives the expected files.
-# 2. GNU parallel: the shared-filesystem command lines of the page, with hosts.txt "2/:" (two
-#    processes on this machine, no SSH).
-# 3. Slurm: a one-node cluster started here (munged, slurmctld and slurmd as background
-#    processes, their configuration, keys, sockets, state and logs in a temporary folder, on free
-#    ports of 127.0.0.1; no cgroups: proctrack/linuxproc, task/none; no accounting database),
-#    then the page's takes list, its two batch scripts and its submit lines, waited for.
-# The command lines are read from the page itself (its fenced blocks, /shared/library,
-# /shared/knrexport, /shared/converted and /shared/jobs replaced by folders of this run), so the
-# page cannot drift from what was run. Every run writes into a folder named "converted" (the
-# report's title is the folder's name).
+# 2. GNU parallel with a shared filesystem: the page's command lines with hosts.txt "2/:" (two
+#    processes on this machine).
+# 3. GNU parallel without one: the page's command lines run from a home folder of their own
+#    holding mocap/library (a copy of LIBRARY) and hosts.txt, whose one host is this machine
+#    reached through a stand-in for ssh (it runs the command in another home folder); parallel's
+#    copies there and back (rsync), its working folders and their removal are real.
+# 4. Slurm: a one-node cluster started here (munged, slurmctld and slurmd as background
+#    processes, configuration, key, socket, state and logs in the temporary folder, on free ports
+#    of 127.0.0.1; no cgroups: proctrack/linuxproc, task/none; no accounting database), then the
+#    page's takes list, its two batch scripts and its submit lines, waited for (4 minutes at most).
+# The command lines are read from the page itself (its fenced blocks, with /shared/library,
+# /shared/knrexport, /shared/converted, /shared/jobs and ~/knrexport replaced by this run's
+# folders), so the page cannot drift from what is tested.
 #
-# "The same files": the same file names; every take's .zyra, .actor.zyra and .actor.wgmp byte for
-# byte; the take files (.json) equal but for "seconds" (each phase's wall time, which differs on
-# every run); report.html equal once every "N.NN s" time is blanked (the same seconds, shown per
-# take and per phase). The same takes must fail in every run (parallel's job log and Slurm's task
-# states against the plain run's FAILED lines).
+# "The same files": the same file names (hidden ones, the converter's own bookkeeping such as the
+# links of renamed takes, left out); every .actor.zyra and .actor.wgmp byte for byte; the
+# rest equal once what depends on the run's folders and clock is set aside: paths under the
+# library and the output folder (a take file's "source", a scene's "BVHFile" and "InitDir", the
+# report's folder line) compare as LIB/... and OUT/..., the home folder (a scene's default
+# "InitDir") as HOME, the converter's temporary file of a conditioned take ("BVHFile",
+# knrconvert-<process id>-...) without its process id; a take file's "seconds" (each phase's wall
+# time) is left out and the report's "N.NN s" times blanked. The same takes must fail in every
+# run (the job logs and Slurm's task states against the plain run's FAILED lines).
 #
-# Needs root (the Slurm daemons run jobs as their owner); installs what is missing of parallel,
-# slurmctld, slurmd, slurm-client, munge and jq from Debian. The converter: KNRCONVERT, else the
-# pipeline build (scripts/setup.sh pipeline, built when missing). Daemons are stopped and the
-# temporary folder removed at the end, on failure too (KEEP_CLUSTER_TMP=1 keeps the folder).
-# Exit status: 0 all equal, 1 a difference or a run that failed, 2 bad usage.
+# Needs root (the Slurm daemons run the jobs as their owner); installs what is missing of
+# parallel, rsync, slurmctld, slurmd, slurm-client, munge and jq from Debian. The converter:
+# KNRCONVERT, else the pipeline build (scripts/setup.sh pipeline, built when missing). Daemons
+# are stopped and the temporary folder removed at the end, on failure too (KEEP_CLUSTER_TMP=1
+# keeps the folder of a failed run).
+# Exit status: 0 all the same, 1 a difference or a run that failed, 2 bad usage.
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 name="${0##*/}"
@@ -50,7 +58,7 @@ library="$(cd "$library" && pwd -P)"
 [ "$(id -u)" -eq 0 ] || { echo "$name: needs root (it starts Slurm's daemons)" >&2; exit 2; }
 
 missing=()
-for package in parallel slurmctld slurmd slurm-client munge jq; do
+for package in parallel rsync slurmctld slurmd slurm-client munge jq; do
   dpkg-query -W -f='${Status}' "$package" 2> /dev/null | grep -q "install ok installed" ||
     missing+=("$package")
 done
@@ -68,7 +76,9 @@ if [ -z "$converter" ]; then
   converter="$root/build-pipeline/bin/knrconvert"
 fi
 command -v "$converter" > /dev/null || fail "cannot run the converter \"$converter\""
-case "$converter" in */*) converter="$(cd "$(dirname "$converter")" && pwd)/${converter##*/}" ;; esac
+case "$converter" in
+  */*) converter="$(cd "$(dirname "$converter")" && pwd)/${converter##*/}" ;;
+esac
 export KNRCONVERT="$converter"
 
 tmp="$(mktemp -d "${TMPDIR:-/tmp}/test-cluster.XXXXXX")"
@@ -104,7 +114,8 @@ doc_block() {
   block="${block//\/shared\/jobs/$3/jobs}"
   block="${block//\~\/knrexport\/build-pipeline\/bin\/knrconvert/$converter}"
   block="${block//\~\/knrexport/$root}"
-  [[ "$block" != */shared/* ]] || fail "a block of docs/pipeline.md names a /shared path this test does not know"
+  [[ "$block" != */shared/* ]] ||
+    fail "a block of docs/pipeline.md names a /shared path this test does not know"
   printf '%s\n' "$block"
 }
 
@@ -115,7 +126,8 @@ plain_status=0
 "$root/scripts/convert-library.sh" "$library" -o "$tmp/plain/converted" -j 2 \
   > "$tmp/plain/out.txt" 2>&1 || plain_status=$?
 [ "$plain_status" -le 1 ] || { cat "$tmp/plain/out.txt" >&2; fail "the plain library run failed"; }
-[ -f "$tmp/plain/converted/report.html" ] || { cat "$tmp/plain/out.txt" >&2; fail "the plain run made no report"; }
+[ -f "$tmp/plain/converted/report.html" ] ||
+  { cat "$tmp/plain/out.txt" >&2; fail "the plain run made no report"; }
 takes=$(find "$library" -xtype f -iname '?*.bvh' | wc -l)
 failed=$(grep -c ': FAILED: ' "$tmp/plain/out.txt" || true)
 echo "$takes takes, $failed failed ($((SECONDS - start)) s)"
@@ -124,6 +136,7 @@ echo "$takes takes, $failed failed ($((SECONDS - start)) s)"
 # pattern, one a line for the output folders): paths under them are compared as LIB/... and
 # OUT/..., and the home folder, a scene's default folder, as HOME.
 declare -A lib_at=() out_at=() home_at=()
+# shellcheck disable=SC2001  # one character class, escaped
 pattern() { sed 's/[][\.*^$+?(){}|#]/\\&/g' <<< "$1"; }
 for run in plain parallel slurm; do
   lib_at[$run]="$(pattern "$library")"
@@ -142,11 +155,15 @@ normalised() {
     *.html) sed -E "${paths[@]}" -e 's/[0-9]+\.[0-9]{2} s/T s/g' "$2" ;;
   esac
 }
+# The files of a folder that are compared, in name order.
+listed() {
+  (cd "$1" && find . -mindepth 1 -name ".*" -prune -o \( -type f -o -type l \) -print | sort)
+}
 # Compares the files RUN wrote into DIR with the plain run's.
 compare() {
   local run="$1" dir="$2" file files other differ=0
-  files="$(cd "$tmp/plain/converted" && find . -path ./.takes -prune -o \( -type f -o -type l \) -print | sort)"
-  other="$(cd "$dir" && find . -path ./.takes -prune -o \( -type f -o -type l \) -print | sort)"
+  files="$(listed "$tmp/plain/converted")"
+  other="$(listed "$dir")"
   if [ "$files" != "$other" ]; then
     diff <(echo "$files") <(echo "$other") >&2 || true
     fail "$run: not the files of the plain run (< plain, > $run)"
@@ -170,8 +187,10 @@ check_joblog() {
   [ -s "$log" ] || fail "$run: no job log"
   ran=$(awk 'NR > 1' "$log" | wc -l)
   bad=$(awk -F '\t' 'NR > 1 && $7 != 0' "$log" | wc -l)
-  [ "$ran" -eq "$takes" ] && [ "$bad" -eq "$failed" ] ||
-    { cat "$3" >&2; fail "$run: $ran takes run, $bad failed (plain run: $takes, $failed)"; }
+  if [ "$ran" -ne "$takes" ] || [ "$bad" -ne "$failed" ]; then
+    cat "$3" >&2
+    fail "$run: $ran takes run, $bad failed (plain run: $takes, $failed)"
+  fi
   echo "$run: $ran takes, $bad failed ($((SECONDS - start)) s)"
 }
 
@@ -194,18 +213,21 @@ start=$SECONDS
 remote="$tmp/remote"
 mkdir -p "$remote/home" "$remote/mine/mocap"
 cp -R "$library" "$remote/mine/mocap/library"
-{
-  echo '#!/bin/bash'
-  echo 'while [ $# -gt 0 ]; do'
-  echo '  case "$1" in'
-  echo '    -[bcDEeFIiJLlmOopQRSWw]) shift 2 ;;'
-  echo '    --) shift; break ;;'
-  echo '    -*) shift ;;'
-  echo '    *) shift; [ "${1:-}" != -- ] || shift; break ;;'
-  echo '  esac'
-  echo 'done'
-  echo "export HOME=\"$remote/home\" && cd && exec bash -c \"\$*\""
-} > "$remote/ssh"
+cat > "$remote/ssh" << 'EOF'
+#!/bin/bash
+# ssh [options] host [--] command ...: runs the command in the host's home folder, here.
+while [ $# -gt 0 ]; do
+  case "$1" in
+    -[bcDEeFIiJLlmOopQRSWw]) shift 2 ;;
+    --) shift; break ;;
+    -*) shift ;;
+    *) shift; [ "${1:-}" != -- ] || shift; break ;;
+  esac
+done
+export HOME="$OTHER_HOST_HOME"
+cd && exec bash -c "$*"
+EOF
+export OTHER_HOST_HOME="$remote/home"
 chmod +x "$remote/ssh"
 echo "2/$remote/ssh other-host" > "$remote/mine/hosts.txt"
 doc_block "GNU parallel over SSH" 3 "$remote" > "$remote/run.sh"
@@ -302,19 +324,26 @@ doc_block "Slurm: a job array, one take per task" 2 "$tmp/slurm" > "$jobs/conver
 doc_block "Slurm: a job array, one take per task" 3 "$tmp/slurm" > "$jobs/report.sbatch"
 doc_block "Slurm: a job array, one take per task" 4 "$tmp/slurm" > "$jobs/submit.sh"
 # The submit lines are sourced so that the array's job id ($array) can be read after them.
-submitted="$(cd "$jobs" && bash -c 'set -e; source list.sh; source submit.sh; echo "array=$array"' 2>&1)" ||
+submitted="$(cd "$jobs" &&
+  bash -c 'set -e; source list.sh; source submit.sh; echo "array=$array"' 2>&1)" ||
   { echo "$submitted" >&2; fail "Slurm: the submit lines failed"; }
 array="$(sed -n 's/^array=\([0-9]*\)$/\1/p' <<< "$submitted")"
 report="$(sed -n 's/^Submitted batch job \([0-9]*\)$/\1/p' <<< "$submitted")"
-[ -n "$array" ] && [ -n "$report" ] || { echo "$submitted" >&2; fail "Slurm: no job ids in the submit lines' output"; }
+if [ -z "$array" ] || [ -z "$report" ]; then
+  echo "$submitted" >&2
+  fail "Slurm: no job ids in the submit lines' output"
+fi
 for _ in $(seq 240); do
   [ -z "$(squeue -h -o %i)" ] && break
   sleep 1
 done
-[ -z "$(squeue -h -o %i)" ] || { squeue >&2; slurm_logs; fail "Slurm: the jobs did not end in 240 s"; }
-states="$(scontrol -o show job "$array" | grep -o 'JobState=[A-Z_]*' | sort | uniq -c)"
-ran=$(scontrol -o show job "$array" | grep -c 'JobState=' || true)
-bad=$(grep -c 'JobState=FAILED' <<< "$(scontrol -o show job "$array")" || true)
+[ -z "$(squeue -h -o %i)" ] ||
+  { squeue >&2; slurm_logs; fail "Slurm: the jobs did not end in 240 s"; }
+# One line a task, while slurmctld keeps the records of ended jobs (MinJobAge, 300 s).
+tasks="$(scontrol -o show job "$array")"
+states="$(grep -o 'JobState=[A-Z_]*' <<< "$tasks" | sort | uniq -c)"
+ran=$(grep -c 'JobState=' <<< "$tasks" || true)
+bad=$(grep -c 'JobState=FAILED' <<< "$tasks" || true)
 report_state="$(scontrol -o show job "$report" | grep -o 'JobState=[A-Z_]*')"
 if [ "$ran" -ne "$takes" ] || [ "$bad" -ne "$failed" ] ||
   [ "$(grep -vc 'JobState=\(COMPLETED\|FAILED\)' <<< "$states")" -ne 0 ] ||
