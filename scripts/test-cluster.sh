@@ -66,8 +66,18 @@ if [ ${#missing[@]} -gt 0 ]; then
   echo "Installing packages: ${missing[*]}"
   # Another apt-get may hold the lock for a while on a shared machine: wait for it.
   apt-get -o DPkg::Lock::Timeout=600 update -qq > /dev/null
+  # The packages' own services (munge, slurmctld, slurmd) are not started: this script runs its
+  # own daemons. Where nothing says so already, a policy-rc.d says so for the install.
+  policy=/usr/sbin/policy-rc.d
+  made_policy=""
+  if [ ! -e "$policy" ]; then
+    printf '#!/bin/sh\nexit 101\n' > "$policy" && chmod 755 "$policy" && made_policy=1
+  fi
+  installed=0
   DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=600 install -y -qq \
-    --no-install-recommends "${missing[@]}" > /dev/null
+    --no-install-recommends "${missing[@]}" > /dev/null || installed=$?
+  [ -z "$made_policy" ] || rm -f "$policy"
+  [ "$installed" -eq 0 ] || fail "could not install ${missing[*]}"
 fi
 
 converter="${KNRCONVERT:-}"
