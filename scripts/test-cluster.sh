@@ -4,6 +4,8 @@
 #
 #   scripts/test-cluster.sh [LIBRARY]        (default: tests/data/mocap)
 #
+# LIBRARY's take names must be unique, as the recipes require (the plain run would rename takes
+# that share a name, the recipes would not).
 # 1. A plain run, scripts/convert-library.sh LIBRARY -o DIR -j 2, gives the expected files.
 # 2. GNU parallel with a shared filesystem: the page's command lines with hosts.txt "2/:" (two
 #    processes on this machine).
