@@ -97,8 +97,14 @@ tmp="$(mktemp -d "${TMPDIR:-/tmp}/test-cluster.XXXXXX")"
 # munged wants every folder above its socket open to all (execute permission).
 chmod 755 "$tmp"
 pids=()
+cluster_up=""
 cleanup() {
   local status=$? pid
+  # Jobs still on the cluster (an interrupted run) are ended before the daemons that run them.
+  if [ -n "$cluster_up" ]; then
+    scancel --quiet --partition=knrtest 2> /dev/null || true
+    for _ in 1 2 3 4 5; do [ -z "$(squeue -h -o %i 2> /dev/null)" ] && break; sleep 1; done
+  fi
   for pid in "${pids[@]}"; do kill "$pid" 2> /dev/null || true; done
   for pid in "${pids[@]}"; do wait "$pid" 2> /dev/null || true; done
   if [ "$status" -ne 0 ] && [ "${KEEP_CLUSTER_TMP:-}" = 1 ]; then
@@ -318,6 +324,7 @@ for _ in $(seq 50); do [ -S "$cluster/socket/munge" ] && break; sleep 0.2; done
 [ -S "$cluster/socket/munge" ] || { slurm_logs; fail "munged did not start"; }
 slurmctld -D -f "$SLURM_CONF" > "$cluster/slurmctld.out" 2>&1 &
 pids+=($!)
+cluster_up=1
 slurmd -D -f "$SLURM_CONF" > "$cluster/slurmd.out" 2>&1 &
 pids+=($!)
 state=""
