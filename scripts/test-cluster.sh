@@ -2,10 +2,13 @@
 # Runs the cluster recipes of docs/pipeline.md ("A library that outgrows one machine") for real
 # and checks that they make what a plain library run makes.
 #
-#   scripts/test-cluster.sh [LIBRARY]        (default: tests/data/mocap)
+#   scripts/test-cluster.sh [LIBRARY]
 #
+# LIBRARY defaults to a copy of tests/data/mocap with one take cut short beside them, so that every
+# recipe also meets a failed take (its take file comes back, the report waits for it and lists it).
 # LIBRARY's take names must be unique, as the recipes require (the plain run would rename takes
 # that share a name, the recipes would not).
+#
 # 1. A plain run, scripts/convert-library.sh LIBRARY -o DIR -j 2, gives the expected files.
 # 2. GNU parallel with a shared filesystem: the page's command lines with hosts.txt "2/:" (two
 #    processes on this machine).
@@ -54,9 +57,11 @@ case "${1:-}" in
   -?*) echo "$name: unknown option $1" >&2; exit 2 ;;
 esac
 [ $# -le 1 ] || { echo "$name: one library folder at a time" >&2; exit 2; }
-library="${1:-$root/tests/data/mocap}"
-[ -d "$library" ] || { echo "$name: \"$library\" is not a folder" >&2; exit 2; }
-library="$(cd "$library" && pwd -P)"
+library="${1:-}"
+if [ -n "$library" ]; then
+  [ -d "$library" ] || { echo "$name: \"$library\" is not a folder" >&2; exit 2; }
+  library="$(cd "$library" && pwd -P)"
+fi
 [ "$(id -u)" -eq 0 ] || { echo "$name: needs root (it starts Slurm's daemons)" >&2; exit 2; }
 
 missing=()
@@ -115,6 +120,12 @@ cleanup() {
 }
 trap cleanup EXIT
 trap 'exit 130' INT TERM
+
+if [ -z "$library" ]; then
+  library="$tmp/library"
+  cp -R "$root/tests/data/mocap" "$library"
+  printf 'HIERARCHY\nROOT Hips\n{\n  OFFSET 0 0 0\n' > "$library/cut_short.bvh"
+fi
 
 # The N-th fenced block of the page's section "### TITLE", with the page's /shared folders
 # replaced by this run's.
@@ -354,6 +365,11 @@ if [ -z "$array" ] || [ -z "$report" ]; then
 fi
 for _ in $(seq 240); do
   [ -z "$(squeue -h -o %i)" ] && break
+  # A report job whose dependency can no longer be met would wait for ever.
+  if [ "$(squeue -h -j "$report" -o %r 2> /dev/null)" = DependencyNeverSatisfied ]; then
+    slurm_logs
+    fail "Slurm: the report job will never run (its dependency cannot be met)"
+  fi
   sleep 1
 done
 [ -z "$(squeue -h -o %i)" ] ||
