@@ -1,0 +1,22 @@
+// The parts of three.js the report's 3D view uses, bundled by install.sh into one classic script
+// (global KNR_THREE) that the page inlines: three.js ships only as ES modules.
+export {
+  BufferAttribute,
+  BufferGeometry,
+  Color,
+  GridHelper,
+  LineBasicMaterial,
+  LineSegments,
+  Line,
+  Mesh,
+  MeshBasicMaterial,
+  OrthographicCamera,
+  PerspectiveCamera,
+  Points,
+  PointsMaterial,
+  Scene,
+  SphereGeometry,
+  Vector2,
+  Vector3,
+  WebGLRenderer,
+} from 'three';
