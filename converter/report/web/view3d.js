@@ -83,6 +83,22 @@
     return (m < 1.5 ? 1 : m < 3.5 ? 2 : m < 7.5 ? 5 : 10) * p;
   }
 
+  // A grid of GRID_SQUARES x GRID_SQUARES squares of side `spacing` on y = 0, centred on the
+  // origin, made of one segment per side of a square: a line that runs behind the camera is
+  // dropped whole by some software renderers, a short segment only where it is behind.
+  function groundGrid(spacing) {
+    var half = GRID_SQUARES / 2, points = [];
+    for (var i = -half; i <= half; i++) {
+      for (var k = -half; k < half; k++) {
+        points.push(i * spacing, 0, k * spacing, i * spacing, 0, (k + 1) * spacing);
+        points.push(k * spacing, 0, i * spacing, (k + 1) * spacing, 0, i * spacing);
+      }
+    }
+    var g = new THREE.BufferGeometry();
+    g.setAttribute('position', new THREE.BufferAttribute(new Float32Array(points), 3));
+    return new THREE.LineSegments(g, new THREE.LineBasicMaterial({ color: COLORS.grid }));
+  }
+
   // ---- one view ----------------------------------------------------------------------------
 
   function View(container, take, onFrame) {
@@ -145,7 +161,7 @@
 
     this.spacing = niceStep(height / 2);
     var path = take.plots && take.plots.path;
-    this.grid = new THREE.GridHelper(GRID_SQUARES * this.spacing, GRID_SQUARES, COLORS.grid, COLORS.grid);
+    this.grid = groundGrid(this.spacing);
     scene.add(this.grid);
     this.path = null;
     if (path && path.x && path.x.length > 1) {
