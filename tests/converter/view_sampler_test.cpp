@@ -60,7 +60,9 @@ TEST(ViewSampler, SkillIsThinnedWithinItsBudgetAndReadsBackAsThePoses) {
     const auto chars = [&](int step) {
       return ((static_cast<size_t>((c.frames - 1) / step) + 1) * perSample + 2) / 3 * 4;
     };
-    if (clip.step > 1) EXPECT_GT(chars(clip.step - 1), kViewClipBytes);
+    if (clip.step > 1) {
+      EXPECT_GT(chars(clip.step - 1), kViewClipBytes);
+    }
     EXPECT_EQ(clip.count, (c.frames - 1) / clip.step + 1);
     EXPECT_EQ(clip.first, 7);
     ASSERT_EQ(view.feet.size(), 1u);
