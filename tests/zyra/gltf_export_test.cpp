@@ -389,6 +389,13 @@ TEST_F(GltfExport, LocomotionContactsGoIntoTheAnimationExtras) {
       EXPECT_FALSE(extras.Has("footContacts"));
       continue;
     }
+    ASSERT_TRUE(extras.Get("feet").IsArray());
+    ASSERT_EQ(extras.Get("feet").ArrayLen(), 1u);
+    EXPECT_EQ(extras.Get("feet").Get(0).Get<std::string>(), "Foot");
+    // A foot without contacts is named in "feet" only.
+    const bool listed = extras.Has("footContacts") && extras.Get("footContacts").Has("Foot");
+    ASSERT_EQ(listed, !c.planted.empty());
+    if (!listed) continue;
     const tinygltf::Value& intervals = extras.Get("footContacts").Get("Foot");
     ASSERT_EQ(intervals.ArrayLen(), c.planted.size());
     for (size_t i = 0; i < c.planted.size(); ++i) {

@@ -499,6 +499,9 @@ class Exporter {
     extras["frameEnd"] = tinygltf::Value(start + double(frames - 1));
     extras["frameRate"] = tinygltf::Value(rate);
     if (kind == kLocomotionKind) {
+      // The library writes an empty list or object as null, so a foot without contacts is only
+      // named in "feet", and "footContacts" holds the feet that have some.
+      tinygltf::Value::Array names;
       tinygltf::Value::Object feet;
       const std::wstring kContact = L".RTKEffector.Contact";
       for (const auto& item : source.items) {
@@ -527,9 +530,11 @@ class Exporter {
           }
           planted = plantedHere;
         }
-        feet[ToUtf8(foot)] = tinygltf::Value(std::move(intervals));
+        names.push_back(tinygltf::Value(ToUtf8(foot)));
+        if (!intervals.empty()) feet[ToUtf8(foot)] = tinygltf::Value(std::move(intervals));
       }
-      extras["footContacts"] = tinygltf::Value(std::move(feet));
+      if (!names.empty()) extras["feet"] = tinygltf::Value(std::move(names));
+      if (!feet.empty()) extras["footContacts"] = tinygltf::Value(std::move(feet));
     }
     return tinygltf::Value(std::move(extras));
   }

@@ -29,10 +29,12 @@
 //      pose (then as a single key). A source that moves nothing gets the model node's constant
 //      rotation, since an animation needs a channel.
 //   6. Animation extras: "skill" (the source's kind: "Default", "Basic", "Locomotion" or
-//      "Raw"), "frameStart", "frameEnd", "frameRate"; a Locomotion source adds "footContacts":
-//      per foot (named as its node), the intervals in which its "RTKEffector.Contact" item is
-//      1, each {"firstFrame", "lastFrame", "start", "end"}: the first and last planted frame
-//      (inclusive) and their times in seconds on the animation's timeline.
+//      "Raw"), "frameStart", "frameEnd", "frameRate"; a Locomotion source adds "feet" (the nodes
+//      whose "RTKEffector.Contact" the source holds) and "footContacts": per foot with at least
+//      one contact, the intervals in which its contact item is 1, each {"firstFrame",
+//      "lastFrame", "start", "end"}: the first and last planted frame (inclusive) and their times
+//      in seconds on the animation's timeline. A foot of "feet" missing from "footContacts" has
+//      no contact (no empty lists are written: the writer would make them null).
 //   7. A path ending in ".gltf" gets JSON with the buffer embedded; any other path a binary .glb.
 //      The file is written whole or not at all (atomic_file.h); the scene is never changed.
 #pragma once
