@@ -79,11 +79,15 @@ std::shared_ptr<rt::ModelObject> BuildRig() {
   Key(L"Rig.Spine.rotx", 30, -20);
   Key(L"Rig.Leg.rotz", 1, 30);
   Key(L"Rig.Leg.rotz", 30, -30);
-  EXPECT_TRUE(
-      Exec(L"StoreAction",
-           {CValue(L"Rig"), CValue(L"Rig.Hips.posz,Rig.Hips.roty,Rig.Spine.rotx,Rig.Leg.rotz"),
-            CValue(6), CValue(L"Walk"), CValue(1), CValue(1), CValue(30)})
-          .Succeeded());
+  Key(L"Rig.Leg.roty", 1, 20);  // the leg turns about all three axes at once
+  Key(L"Rig.Leg.roty", 30, -50);
+  Key(L"Rig.Leg.rotx", 1, 10);
+  Key(L"Rig.Leg.rotx", 30, 60);
+  EXPECT_TRUE(Exec(L"StoreAction", {CValue(L"Rig"),
+                                    CValue(L"Rig.Hips.posz,Rig.Hips.roty,Rig.Spine.rotx,Rig.Leg."
+                                           L"rotz,Rig.Leg.roty,Rig.Leg.rotx"),
+                                    CValue(6), CValue(L"Walk"), CValue(1), CValue(1), CValue(30)})
+                  .Succeeded());
   Key(L"Rig.Spine.rotz", 1, 0);
   Key(L"Rig.Spine.rotz", 30, 25);
   return model;
