@@ -19,6 +19,8 @@
 #include <string>
 #include <vector>
 
+// What a path names for reading: a regular file, nothing, or something refused (rule 2, or a
+// file that cannot be read).
 enum class FileState { kRegular, kMissing, kRefused };
 
 // What `path` names (rules 1 and 2); `problem` is set for kRefused.
