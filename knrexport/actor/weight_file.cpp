@@ -1,4 +1,4 @@
-// The weight file: its name, its bytes and its safe replacement on disk.
+// The weight file: its name, its bytes, and reading it from disk.
 #include "knrexport/actor/weight_file.h"
 
 #include <cstring>
