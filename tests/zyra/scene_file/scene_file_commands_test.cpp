@@ -98,7 +98,7 @@ TEST_F(SceneFileCommands, AnImportThatFailsUnderAPluginCommandIsLoggedAndFailsIt
   const Case cases[] = {
       {"truncated.zyra", file(text.substr(0, 16)),
        "not a scene file: parse error at line 2, column 15: syntax error while parsing value - "
-       "invalid string: missing closing quote; last read: '\"form'"},
+       "invalid string: missing closing quote; last read: '\"z'"},
       {"flipped.zyra", file(flipped),
        "not a scene file: parse error at line 1, column 1: syntax error while parsing value - "
        "invalid literal; last read: 'z'"},
@@ -109,7 +109,8 @@ TEST_F(SceneFileCommands, AnImportThatFailsUnderAPluginCommandIsLoggedAndFailsIt
       {"huge.zyra", file(replaced("\"class\": 74", "\"class\": 1e999")),
        "at scene.root.class: number 1e999 out of range"},
       {"utf8.zyra", file(replaced("\"name\": \"KnrRig\"", "\"name\": \"Knr\xff\"")),
-       "UTF8"},
+       "not a scene file: parse error at line 10, column 19: syntax error while parsing value - "
+       "invalid string: ill-formed UTF-8 byte; last read: '\"Knr\xEF\xBF\xBD'"},
       {"deep.zyra", file(deep),
        "at scene.root.params[0].value: the value nests arrays deeper than 1000 levels"},
       {"missing.zyra", {}, "cannot open: No such file or directory"},

@@ -9,9 +9,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
-
 #include <cmath>
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -605,8 +604,9 @@ TEST_F(SceneFileTest, SavesAreAtomicAndNeverLeaveATemporaryFile) {
     fs::remove(File("deepest.zyra"));
     deep.value = CValue(CValueArray{value});
     EXPECT_EQ(Message(rt::SaveSceneFile(earlier)),
-              earlier + ": cannot write: the value of \"Rig.Hips.Settings.List\" nests arrays "
-                        "deeper than 1000 levels");
+              earlier +
+                  ": cannot write: the value of \"Rig.Hips.Settings.List\" nests arrays "
+                  "deeper than 1000 levels");
     EXPECT_EQ(ReadBytes(earlier), "the earlier save");
     EXPECT_EQ(entries(), before) << "no temporary file is left";
     deep.value = CValue();
