@@ -64,7 +64,8 @@ std::string WriteSceneText(const Scene& scene,
 // One branch (`top` and everything below it) as scene-file text; empty as above.
 std::string WriteBranchText(const X3D& top, const BranchWriteOptions& options);
 
-// Reads a whole file; fails with "<path>: cannot open: <reason>".
+// Reads a whole file; fails with "<path>: cannot open: <reason>", also for a path that names no
+// regular file ("it is a FIFO, not a regular file": regular_file.h).
 CStatus ReadWholeFile(const std::string& path, std::string& text);
 
 // Reads scene-file text into a new scene that is not yet the open one. `fileName` names the
