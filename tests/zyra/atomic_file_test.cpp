@@ -128,4 +128,22 @@ TEST_F(AtomicFileTest, AWriteInPiecesReplacesTheTargetOnlyOnCommit) {
   }
 }
 
+// Two writers of one file at once (two processes saving into one folder) each get their own
+// temporary file: neither mixes its bytes into the other's, and the last commit wins whole.
+TEST_F(AtomicFileTest, WritersOfOneFileAtOnceUseTheirOwnTemporaryFiles) {
+  Zyra::rt::ReplacingFile first(Path("scene.zyra")), second(Path("scene.zyra"));
+  ASSERT_TRUE(first.Open().Succeeded());
+  ASSERT_TRUE(second.Open().Succeeded());
+  EXPECT_EQ(Entries(), 2u);
+  ASSERT_TRUE(first.Write("first "));
+  ASSERT_TRUE(second.Write("second "));
+  ASSERT_TRUE(first.Write("save"));
+  ASSERT_TRUE(second.Write("save"));
+  ASSERT_TRUE(first.Commit().Succeeded());
+  EXPECT_EQ(Read(Path("scene.zyra")), "first save");
+  ASSERT_TRUE(second.Commit().Succeeded());
+  EXPECT_EQ(Read(Path("scene.zyra")), "second save");
+  EXPECT_EQ(Entries(), 1u);
+}
+
 }  // namespace

@@ -1,6 +1,8 @@
 // The plug-in loader with real modules: a good one whose commands and property type are driven
 // through the host, and broken ones that must be refused without leaving anything behind.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <string>
 
@@ -108,20 +110,26 @@ TEST_F(PluginLoaderTest, GoodModuleCommandsRunByEitherNameWithPositionalArgument
 }
 
 TEST_F(PluginLoaderTest, BrokenModulesAreRefusedWholeWithAMessageNamingModuleAndCause) {
+  // A FIFO named like a module would hold the module loader until something wrote to it.
+  const std::string fifo =
+      ::testing::TempDir() + "/zyra_fifo_" + std::to_string(::getpid()) + ".so";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
   struct Case {
-    const char* module;
+    std::string path;
     const char* cause;
   };
   const Case cases[] = {
-      {"noentry", "not a Zyra plug-in (no ZyraLoadPlugin entry point)"},
-      {"nocallback", "has no HalfDone_Execute callback"},
-      {"unresolved", "ZyraTestFunctionThatDoesNotExist"},
-      {"missing", "no such plug-in module"},
+      {Module("noentry"), "not a Zyra plug-in (no ZyraLoadPlugin entry point)"},
+      {Module("nocallback"), "has no HalfDone_Execute callback"},
+      {Module("unresolved"), "ZyraTestFunctionThatDoesNotExist"},
+      {Module("missing"), "no such plug-in module"},
+      {fifo, "cannot be loaded: it is a FIFO, not a regular file."},
+      {kDir, "cannot be loaded: it is a folder, not a regular file."},
   };
   size_t before = rt::Host::Get().Commands().size();
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.module);
-    std::string path = Module(c.module);
+    SCOPED_TRACE(c.path);
+    const std::string& path = c.path;
     CStatus status = rt::LoadPlugin(path);
     ASSERT_FALSE(status.Succeeded());
     std::string message = S(status.GetMessage());
@@ -130,6 +138,7 @@ TEST_F(PluginLoaderTest, BrokenModulesAreRefusedWholeWithAMessageNamingModuleAnd
     // A second try fails the same way: a refused module is not remembered as loaded.
     EXPECT_EQ(S(rt::LoadPlugin(path).GetMessage()), message);
   }
+  ::unlink(fifo.c_str());
   // The incomplete module's valid command and property type were not registered either.
   EXPECT_EQ(rt::Host::Get().Commands().size(), before);
   for (const wchar_t* name : {L"TstFineCommand", L"Fine Command", L"TstHalfDone", L"TstNever"}) {

@@ -2,6 +2,7 @@
 #include "script.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -409,11 +410,20 @@ TEST_F(ScriptRun, Files) {
     EXPECT_TRUE(TestCalls().record.empty());
   }
   {
-    std::string missing = (dir / "missing.zys").string();
-    CStatus status = RunScriptFile(missing);
-    EXPECT_EQ(status.GetMessage().GetAsciiString(), "cannot open script \"" + missing + "\"");
-    EXPECT_EQ(RunScriptFile(dir.string()).GetMessage().GetAsciiString(),
-              "cannot open script \"" + dir.string() + "\"");
+    // Only regular files: a FIFO would wait for a writer, /dev/zero would never end.
+    ASSERT_EQ(::mkfifo((dir / "fifo.zys").c_str(), 0600), 0);
+    const struct {
+      std::string path, why;
+    } cases[] = {
+        {(dir / "missing.zys").string(), "No such file or directory"},
+        {dir.string(), "it is a folder, not a regular file"},
+        {(dir / "fifo.zys").string(), "it is a FIFO, not a regular file"},
+        {"/dev/zero", "it is a character device, not a regular file"},
+    };
+    for (const auto& c : cases) {
+      EXPECT_EQ(RunScriptFile(c.path).GetMessage().GetAsciiString(),
+                "cannot open script \"" + c.path + "\": " + c.why);
+    }
   }
   {  // errors in a file name the file as given
     std::string path = write("fail.zys", "\nScriptTest_Fail\n");

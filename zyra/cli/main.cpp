@@ -5,6 +5,8 @@
 // 2 bad usage (an unknown option, a script, scene or plug-in file that cannot be opened).
 #include <CLI/CLI.hpp>
 #include <cctype>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -14,6 +16,7 @@
 #include <vector>
 
 #include "host.h"
+#include "regular_file.h"
 
 namespace {
 
@@ -47,10 +50,13 @@ int Usage(const std::string& message) {
   return kExitUsage;
 }
 
-bool Readable(const std::string& path) {
-  std::error_code error;
-  if (std::filesystem::is_directory(path, error)) return false;
-  return std::ifstream(path).is_open();
+// Empty when `path` is a regular file that can be read; else why not (": it is a FIFO, not a
+// regular file", ": No such file or directory"). Only regular files: a FIFO would hold the run
+// until some other process wrote to it, a device such as /dev/zero would never end.
+std::string Unreadable(const std::string& path) {
+  if (std::string why = rt::WhyNotRegularFile(path); !why.empty()) return ": " + why;
+  if (!std::ifstream(path).is_open()) return ": " + std::string(std::strerror(errno));
+  return std::string();
 }
 
 bool IsBvhTake(const std::string& path) {
@@ -75,14 +81,17 @@ int TakeNotScript(const std::string& take) {
 int CheckFiles(const Options& options) {
   for (const auto& [isCommand, text] : options.steps) {
     if (!isCommand && IsBvhTake(text)) return TakeNotScript(text);
-    if (!isCommand && text != "-" && !Readable(text))
-      return Usage("cannot open script \"" + text + "\"");
+    if (isCommand || text == "-") continue;
+    if (std::string why = Unreadable(text); !why.empty())
+      return Usage("cannot open script \"" + text + "\"" + why);
   }
-  if (!options.scene.empty() && !Readable(options.scene)) {
-    return Usage("cannot open scene \"" + options.scene + "\"");
+  if (!options.scene.empty()) {
+    if (std::string why = Unreadable(options.scene); !why.empty())
+      return Usage("cannot open scene \"" + options.scene + "\"" + why);
   }
   for (const auto& plugin : options.plugins) {
-    if (!Readable(plugin)) return Usage("cannot open plug-in \"" + plugin + "\"");
+    if (std::string why = Unreadable(plugin); !why.empty())
+      return Usage("cannot open plug-in \"" + plugin + "\"" + why);
   }
   if (!options.logFile.empty()) {
     std::ofstream log(options.logFile, std::ios::trunc);  // one run, one log

@@ -9,6 +9,8 @@
 #include <cstring>
 #include <vector>
 
+#include "regular_file.h"
+
 namespace Zyra::rt {
 
 namespace {
@@ -28,15 +30,6 @@ std::string Folder(const std::string& path) {
   const size_t slash = path.rfind('/');
   if (slash == std::string::npos) return ".";
   return slash == 0 ? "/" : path.substr(0, slash);
-}
-
-const char* KindOf(mode_t mode) {
-  if (S_ISDIR(mode)) return "a folder";
-  if (S_ISFIFO(mode)) return "a FIFO";
-  if (S_ISCHR(mode)) return "a character device";
-  if (S_ISBLK(mode)) return "a block device";
-  if (S_ISSOCK(mode)) return "a socket";
-  return "not a regular file";
 }
 
 bool WriteAll(int fd, std::string_view bytes) {
@@ -89,7 +82,7 @@ CStatus ReplacingFile::Open() {
   mode_t mode = 0;
   if (::stat(target_.c_str(), &info) == 0) {
     if (!S_ISREG(info.st_mode)) {
-      return Failure(path_, std::string("cannot write: it is ") + KindOf(info.st_mode) +
+      return Failure(path_, std::string("cannot write: it is ") + FileKind(info.st_mode) +
                                 ", not a regular file");
     }
     mode = info.st_mode & 07777;

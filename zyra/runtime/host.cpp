@@ -113,6 +113,11 @@ CStatus Host::Execute(std::wstring_view name, const CValueArray& args, CValue& r
     Log(kSevVerbose, line + L")");
   }
   CommandFn run = command->run;  // the table may change while the command runs
+  struct Depth {
+    int& depth;
+    explicit Depth(int& d) : depth(++d) {}
+    ~Depth() { --depth; }
+  } depth(commandDepth_);
   try {
     return run(args, result);
   } catch (const std::exception& e) {
@@ -134,6 +139,12 @@ void Host::Log(int severity, const std::wstring& text) {
     std::ofstream file(logFile_, std::ios::app);
     file << line;
   }
+}
+
+void Host::LogCommandFailure(const CStatus& status) {
+  const std::wstring text = status.GetMessage().Wide();
+  Log(kSevError, text);
+  ui_.lineFailures.push_back(text);
 }
 
 void Host::SetLogFile(const std::string& path) { logFile_ = path; }

@@ -109,6 +109,14 @@ class Host {
   std::vector<const HostCommand*> Commands() const;
   // Runs a command by name; logs it while "preferences.scripting.cmdlog" is true.
   CStatus Execute(std::wstring_view name, const CValueArray& args, CValue& result);
+  // How many commands are running: 0 between commands, 2 or more while a command (a plug-in's)
+  // runs another.
+  int CommandDepth() const { return commandDepth_; }
+
+  // Logs a failure the way the application logs one that ends inside another command: an error
+  // in the log, and a failure of the script line that ran the outer command (the caller may not
+  // look at the status). Used by commands whose failure a caller must not swallow.
+  void LogCommandFailure(const CStatus& status);
 
   // The log: standard error (messages and worse, or everything with verbose) and an optional file.
   void Log(int severity, const std::wstring& text);
@@ -134,6 +142,7 @@ class Host {
   std::string logFile_;
   bool verbose_ = false;
   bool quiet_ = false;
+  int commandDepth_ = 0;
 };
 
 // ---- Plug-ins (plugin_loader.cpp) ------------------------------------------------------------

@@ -16,6 +16,7 @@
 #include "host.h"
 #include "plugin_objects.h"
 #include "ppg.h"
+#include "regular_file.h"
 #include "zyra/plugin.h"
 
 namespace Zyra::rt {
@@ -133,6 +134,10 @@ CStatus LoadPlugin(const std::string& path) {
     return Refuse(path, L"no such plug-in module.");
   }
   std::string real = resolved;
+  // The module loader would wait on a FIFO or read a device without end.
+  if (std::string why = WhyNotRegularFile(real); !why.empty()) {
+    return Refuse(path, L"cannot be loaded: " + FromUtf8(why) + L".");
+  }
   PluginTable& table = Table();
   for (const auto& module : table.modules) {
     if (module->realPath == real) return CStatus::OK;

@@ -3,7 +3,9 @@
 #include "script.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -13,6 +15,7 @@
 #include <system_error>
 
 #include "host.h"
+#include "regular_file.h"
 
 namespace Zyra::rt {
 
@@ -416,8 +419,8 @@ class Runner {
   // Expect Refusal ["text"]: the next command may (and must) show a refusal, with exactly this
   // text when one is given; it then counts as succeeded. For scripts that test refusals.
   CStatus ExpectLine(const Tokens& tokens) {
-    const bool refusal = tokens.size() >= 2 && tokens[1].kind == TokenKind::kWord &&
-                         tokens[1].text == L"Refusal";
+    const bool refusal =
+        tokens.size() >= 2 && tokens[1].kind == TokenKind::kWord && tokens[1].text == L"Refusal";
     if (!refusal || tokens.size() > 3 ||
         (tokens.size() == 3 && tokens[2].kind != TokenKind::kString)) {
       return Error(L"Expect: expected Refusal, as in Expect Refusal \"message\"");
@@ -553,15 +556,16 @@ CStatus RunScriptBytes(std::istream& in, const std::string& origin, const Script
   std::string bytes;
   int tooLong = 0;
   if (!ReadBounded(in, bytes, tooLong)) {
-    const std::wstring why = tooLong > 0 ? L"line longer than " +
-                                               std::to_wstring(kMaxScriptLine >> 20) + L" MiB"
-                                         : L"read error";
+    const std::wstring why =
+        tooLong > 0 ? L"line longer than " + std::to_wstring(kMaxScriptLine >> 20) + L" MiB"
+                    : L"read error";
     return Runner(origin, options).Report(tooLong, CStatus(CStatus::InvalidArgument, why));
   }
   if (size_t bad = FindBadUtf8(bytes)) {
     int line = 1 + static_cast<int>(
                        std::count(bytes.begin(), bytes.begin() + static_cast<long>(bad - 1), '\n'));
-    return Runner(origin, options).Report(line, CStatus(CStatus::InvalidArgument, L"invalid UTF-8"));
+    return Runner(origin, options)
+        .Report(line, CStatus(CStatus::InvalidArgument, L"invalid UTF-8"));
   }
   return RunScriptText(FromUtf8(bytes), origin, options);
 }
@@ -605,11 +609,13 @@ CStatus RunScriptStream(std::istream& in, const std::string& origin, const Scrip
 }
 
 CStatus RunScriptFile(const std::string& path, const ScriptOptions& options) {
-  std::error_code error;
+  // Only a regular file: a FIFO would wait for a writer, a device would never end.
+  std::string why = WhyNotRegularFile(path);
   std::ifstream file;
-  if (!std::filesystem::is_directory(path, error)) file.open(path, std::ios::binary);
+  if (why.empty()) file.open(path, std::ios::binary);
   if (!file.is_open()) {
-    std::wstring message = L"cannot open script \"" + FromUtf8(path) + L"\"";
+    if (why.empty()) why = std::strerror(errno);
+    std::wstring message = L"cannot open script \"" + FromUtf8(path) + L"\": " + FromUtf8(why);
     Host::Get().Log(kSevError, message);
     return CStatus(CStatus::Fail, message);
   }

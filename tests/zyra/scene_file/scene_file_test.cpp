@@ -5,9 +5,12 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -578,6 +581,49 @@ TEST_F(SceneFileTest, SavesAreAtomicAndNeverLeaveATemporaryFile) {
               path + ": cannot write: it is a folder, not a regular file");
     EXPECT_FALSE(fs::exists(path + ".tmp"));
     EXPECT_TRUE(fs::is_directory(path));
+  }
+  auto entries = [this] {
+    std::vector<std::string> names;
+    for (const auto& e : fs::directory_iterator(dir_)) names.push_back(e.path().filename());
+    std::sort(names.begin(), names.end());
+    return names;
+  };
+  const std::string earlier = File("earlier.zyra");
+  WriteBytes(earlier, "the earlier save");
+  const auto before = entries();
+  {  // A value nested deeper than a reader can take: refused, naming it; 1000 levels still save.
+    auto& deep = Param(L"Rig.Hips.Settings.List");
+    CValue value(1);
+    for (int level = 0; level < rt::kMaxValueDepth; ++level) value = CValue(CValueArray{value});
+    deep.value = value;
+    ASSERT_TRUE(rt::SaveSceneFile(File("deepest.zyra")).Succeeded());
+    rt::Scene reread;
+    CStatus read = rt::ReadSceneFile(File("deepest.zyra"), reread);
+    EXPECT_TRUE(read.Succeeded()) << Message(read);
+    rt::DestroySceneObjects(reread);
+    fs::remove(File("deepest.zyra"));
+    deep.value = CValue(CValueArray{value});
+    EXPECT_EQ(Message(rt::SaveSceneFile(earlier)),
+              earlier +
+                  ": cannot write: the value of \"Rig.Hips.Settings.List\" nests arrays "
+                  "deeper than 1000 levels");
+    EXPECT_EQ(ReadBytes(earlier), "the earlier save");
+    EXPECT_EQ(entries(), before) << "no temporary file is left";
+    deep.value = CValue();
+  }
+  {  // A write that fails half way (the file size limit standing in for a full disk).
+    struct rlimit old {};
+    ::getrlimit(RLIMIT_FSIZE, &old);
+    struct rlimit small = old;
+    small.rlim_cur = 4096;
+    ::signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    CStatus saved = rt::SaveSceneFile(earlier);
+    ::setrlimit(RLIMIT_FSIZE, &old);
+    ::signal(SIGXFSZ, SIG_DFL);
+    EXPECT_EQ(Message(saved), earlier + ": cannot write: File too large");
+    EXPECT_EQ(ReadBytes(earlier), "the earlier save");
+    EXPECT_EQ(entries(), before) << "no temporary file is left";
   }
 }
 

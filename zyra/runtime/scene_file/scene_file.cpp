@@ -4,12 +4,14 @@
 #include "scene_file.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
 #include "atomic_file.h"
+#include "regular_file.h"
 #include "scene_file_progress.h"
 
 namespace Zyra::rt {
@@ -24,8 +26,15 @@ CStatus FileError(const std::string& path, const char* what, int error) {
 
 CStatus ReadWholeFile(const std::string& path, std::string& text) {
   text.clear();
-  std::FILE* file = std::fopen(path.c_str(), "rb");
-  if (!file) return FileError(path, "cannot open", errno);
+  CStatus opened;
+  const int fd = OpenRegularFile(path, opened);
+  if (fd < 0) return opened;
+  std::FILE* file = ::fdopen(fd, "rb");
+  if (!file) {
+    const int error = errno;
+    ::close(fd);
+    return FileError(path, "cannot open", error);
+  }
   // One buffer of the file's size, filled by one read; whatever a file that grows meanwhile adds
   // is read after it.
   struct stat info {};
@@ -73,14 +82,18 @@ std::wstring FileName(const std::string& path) {
   return FromUtf8(path.substr(path.rfind('/') + 1));
 }
 
-// Writes the file through the atomic writer as the text is made.
+// Writes the file through the atomic writer as the text is made. A scene the writer refuses
+// leaves the target as it was and no temporary file ("<path>: cannot write: <what>").
 CStatus WriteStreaming(const std::string& path,
-                       const std::function<bool(const TextSink& sink)>& write) {
+                       const std::function<WriteOutcome(const TextSink& sink)>& write) {
   ReplacingFile file(path);
   CStatus status = file.Open();
   if (!status.Succeeded()) return status;
-  write([&file](std::string_view piece) { return file.Write(piece); });
-  return file.Commit();
+  const WriteOutcome outcome = write([&file](std::string_view piece) { return file.Write(piece); });
+  if (!outcome.refusal.empty()) {
+    return CStatus(CStatus::Fail, FromUtf8(path + ": cannot write: " + outcome.refusal));
+  }
+  return file.Commit();  // a write that failed is reported here, with the system's reason
 }
 
 }  // namespace

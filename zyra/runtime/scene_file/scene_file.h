@@ -24,6 +24,11 @@ inline constexpr const char* kSceneFileFormat = "zyra-scene";
 // The newest scene file version this host writes and reads.
 inline constexpr int kSceneFileVersion = 1;
 
+// Parameter values may nest arrays this deep. The reader refuses a deeper value with a message
+// that names the file and the value, and the writer refuses to save one (a plug-in may build it),
+// so that neither recurses past what the stack holds and every file written can be read back.
+inline constexpr int kMaxValueDepth = 1000;
+
 // What a branch export keeps ("dotZyraExportOptions": custompset, animall).
 struct BranchWriteOptions {
   bool customProperties = true;  // false: custom and plug-in properties are left out
@@ -36,20 +41,31 @@ struct BranchWriteOptions {
 // Receives a scene file's text in pieces, in order, as it is made; false stops the writing.
 using TextSink = std::function<bool(std::string_view piece)>;
 
-// Writes the scene as scene-file text through `sink`, which gets it in pieces of about a MiB;
-// false when the sink stopped it. `progress` hears of each curve's keys as they are written.
-bool WriteSceneText(const Scene& scene, const TextSink& sink,
-                    const std::function<void(size_t keys)>& progress = {});
-// One branch through `sink`; false when the sink stopped it.
-bool WriteBranchText(const X3D& top, const BranchWriteOptions& options, const TextSink& sink);
+// Why a scene could not be written: `refusal` says what in the scene cannot be written ("the value
+// of A.p nests arrays deeper than 1000 levels"), before anything reached the sink; empty when the
+// sink stopped the writing (the sink knows why).
+struct WriteOutcome {
+  bool written = false;
+  std::string refusal;
+};
 
-// The scene as scene-file text. Deterministic: the same scene always gives the same bytes.
+// Writes the scene as scene-file text through `sink`, which gets it in pieces of about a MiB.
+// `progress` hears of each curve's keys as they are written.
+WriteOutcome WriteSceneText(const Scene& scene, const TextSink& sink,
+                            const std::function<void(size_t keys)>& progress = {});
+// One branch through `sink`.
+WriteOutcome WriteBranchText(const X3D& top, const BranchWriteOptions& options,
+                             const TextSink& sink);
+
+// The scene as scene-file text. Deterministic: the same scene always gives the same bytes. Empty
+// when the scene cannot be written (a value nested deeper than kMaxValueDepth).
 std::string WriteSceneText(const Scene& scene,
                            const std::function<void(size_t keys)>& progress = {});
-// One branch (`top` and everything below it) as scene-file text.
+// One branch (`top` and everything below it) as scene-file text; empty as above.
 std::string WriteBranchText(const X3D& top, const BranchWriteOptions& options);
 
-// Reads a whole file; fails with "<path>: cannot open: <reason>".
+// Reads a whole file; fails with "<path>: cannot open: <reason>", also for a path that names no
+// regular file ("it is a FIFO, not a regular file": regular_file.h).
 CStatus ReadWholeFile(const std::string& path, std::string& text);
 
 // Reads scene-file text into a new scene that is not yet the open one. `fileName` names the

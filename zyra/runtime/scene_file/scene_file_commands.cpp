@@ -1,4 +1,5 @@
 // Host commands for scene files: export and import of branches, save, open and new scene.
+#include "host.h"
 #include "scene_file.h"
 
 namespace Zyra::rt {
@@ -27,7 +28,10 @@ CStatus ExportCommand(const CValueArray& args, CValue& result) {
 }
 
 // "ZrImportDotZyraFile"(file[, parent]): reads a branch under the parent (the scene root when
-// none is given) and returns its top object. A file that fails imports nothing.
+// none is given) and returns its top object. A file that fails imports nothing, and its failure
+// (naming the file) is returned; run by another command (a plug-in's), the importer also logs it
+// as an error and fails the script line that ran that command, so that a caller that reads only
+// the scene (did a child come in?) cannot end a run in silence.
 CStatus ImportCommand(const CValueArray& args, CValue& result) {
   const wchar_t* name = L"ZrImportDotZyraFile";
   std::string file;
@@ -42,7 +46,10 @@ CStatus ImportCommand(const CValueArray& args, CValue& result) {
   }
   std::shared_ptr<X3D> top;
   CStatus status = ImportBranch(file, parent, top);
-  if (!status.Succeeded()) return status;
+  if (!status.Succeeded()) {
+    if (Host::Get().CommandDepth() > 1) Host::Get().LogCommandFailure(status);
+    return status;
+  }
   result = CValue(CRef(top));
   return CStatus::OK;
 }

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "regular_file.h"
 #include "scene_file.h"
 #include "scene_file_progress.h"
 #include "scene_file_reader.h"
@@ -83,8 +84,9 @@ struct ReadFailure {
 // Parses a file as it is read, through a buffer of `bufferSize` bytes, and checks the header. A
 // file that is no valid JSON is read again whole, for the message's line and column.
 CStatus ParseFile(const std::string& path, Json& doc, Columns& columns, size_t bufferSize) {
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return FileError(path, "cannot open", errno);
+  CStatus opened;
+  const int fd = OpenRegularFile(path, opened);
+  if (fd < 0) return opened;
   struct stat info {};
   const size_t size =
       ::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) ? static_cast<size_t>(info.st_size) : 0;

@@ -1,13 +1,42 @@
 // The scene-file reader, values: typed parameter values and the references
 // by full name that resolve once every object of the file exists.
+#include <algorithm>
 #include <cmath>
+#include <utility>
+#include <vector>
 
 #include "host.h"
+#include "scene_file.h"
 #include "scene_file_reader.h"
 
 namespace Zyra::rt::scene_reading {
 
+namespace {
+
+// How deep arrays nest in `j` (a scalar: 0), counted without recursion and only up to
+// kMaxValueDepth + 1, so that a value nested beyond any stack is measured in a loop.
+int ArrayDepth(const Json& j) {
+  int deepest = 0;
+  std::vector<std::pair<const Json*, int>> open{{&j, 1}};  // arrays to visit, with their depth
+  while (!open.empty() && deepest <= kMaxValueDepth) {
+    auto [array, depth] = open.back();
+    open.pop_back();
+    if (!array->is_array()) continue;
+    deepest = std::max(deepest, depth);
+    for (const Json& item : *array) {
+      if (item.is_array()) open.emplace_back(&item, depth + 1);
+    }
+  }
+  return deepest;
+}
+
+}  // namespace
+
 void Reader::Value(const Json& j, const Path& p, CValue& slot) {
+  // Decoding recurses once per level: a deeper value is refused before it starts.
+  if (ArrayDepth(j) > kMaxValueDepth) {
+    Fail(p, "the value nests arrays deeper than " + std::to_string(kMaxValueDepth) + " levels");
+  }
   bool refs = false;
   slot = Decode(j, p, nullptr, refs);
   if (refs) {

@@ -25,9 +25,18 @@ std::string Utf8(const std::wstring& text) { return ToUtf8(text); }
 
 Json Number(double v) { return NumberJson(v); }
 
+// Thrown by EncodeValue for arrays nested deeper than kMaxValueDepth; the caller names the value.
+struct ValueTooDeep {};
+
+// What in the scene cannot be written: thrown before the first byte reaches the sink.
+struct Refusal {
+  std::string what;
+};
+
 // A value keeps its own type: null, integer, number with a point (double), {"float": x},
 // {"double": "inf"} for non-finite doubles, true/false, string, {"ref": full name}, array.
-Json EncodeValue(const CValue& v) {
+// `depth` is the number of arrays that hold `v`.
+Json EncodeValue(const CValue& v, int depth = 0) {
   switch (v.GetType()) {
     case siEmpty:
       return Json();
@@ -45,8 +54,9 @@ Json EncodeValue(const CValue& v) {
     case siRef:
       return Json::object({{"ref", Utf8(v.AsRef().GetAsText().Wide())}});
     case siArray: {
+      if (depth >= kMaxValueDepth) throw ValueTooDeep{};
       Json out = Json::array();
-      for (const CValue& item : v.AsArray()) out.push_back(EncodeValue(item));
+      for (const CValue& item : v.AsArray()) out.push_back(EncodeValue(item, depth + 1));
       return out;
     }
   }
@@ -95,21 +105,31 @@ class Writer {
 
   const ColumnJobs& Jobs() const { return jobs_; }
 
+  // EncodeValue of a value of `owner`, refused with the owner's name when it nests too deep.
+  static Json OwnedValue(const CValue& v, const Object& owner) {
+    try {
+      return EncodeValue(v);
+    } catch (const ValueTooDeep&) {
+      throw Refusal{"the value of \"" + Utf8(owner.FullName()) + "\" nests arrays deeper than " +
+                    std::to_string(kMaxValueDepth) + " levels"};
+    }
+  }
+
   Json ParamJson(const Parameter& p) const {
     Json out = NewObject();
     out["name"] = Utf8(p.name);
     out["type"] = static_cast<int>(p.valueType);
     bool keepCurve = p.fcurve && options_.animation;
     if (p.fcurve && !options_.animation) {
-      out["value"] = EncodeValue(p.Evaluate(options_.frame));
+      out["value"] = OwnedValue(p.Evaluate(options_.frame), p);
     } else {
-      out["value"] = EncodeValue(p.value);
+      out["value"] = OwnedValue(p.value, p);
     }
-    out["default"] = EncodeValue(p.defaultValue);
-    out["min"] = EncodeValue(p.minValue);
-    out["max"] = EncodeValue(p.maxValue);
-    out["suggestedMin"] = EncodeValue(p.suggestedMin);
-    out["suggestedMax"] = EncodeValue(p.suggestedMax);
+    out["default"] = OwnedValue(p.defaultValue, p);
+    out["min"] = OwnedValue(p.minValue, p);
+    out["max"] = OwnedValue(p.maxValue, p);
+    out["suggestedMin"] = OwnedValue(p.suggestedMin, p);
+    out["suggestedMax"] = OwnedValue(p.suggestedMax, p);
     out["capabilities"] = p.capabilities;
     out["label"] = Utf8(p.label);
     out["description"] = Utf8(p.description);
@@ -171,7 +191,7 @@ class Writer {
       if (item->fcurve) {
         j["fcurve"] = Curve(*item->fcurve);
       } else {
-        j["value"] = EncodeValue(item->staticValue);
+        j["value"] = OwnedValue(item->staticValue, *item);
       }
       items.push_back(std::move(j));
     }
@@ -478,60 +498,75 @@ bool Document(Json scene, const ColumnJobs& jobs, const TextSink& sink,
 
 }  // namespace
 
-bool WriteSceneText(const Scene& scene, const TextSink& sink,
-                    const std::function<void(size_t keys)>& progress) {
+WriteOutcome WriteSceneText(const Scene& scene, const TextSink& sink,
+                            const std::function<void(size_t keys)>& progress) {
   BranchWriteOptions options;
   options.progress = progress;
   Writer writer(options);
   Json out = NewObject();
-  out["kind"] = "scene";
-  out["root"] = writer.X3DJson(*scene.root);
-  out["currentPass"] = Utf8(scene.currentPass);
-  Json passes = Json::array();
-  for (const auto& pass : scene.passes->items) passes.push_back(writer.Generic(*pass));
-  out["passes"] = std::move(passes);
-  Json groups = Json::array();
-  for (const auto& item : scene.groups->items) {
-    Json g = NewObject();
-    g["name"] = Utf8(item->name);
-    writer.ParamsAndProperties(*item, g);
-    Json members = Json::array();
-    if (auto* group = dynamic_cast<const GroupObject*>(item.get())) {
-      for (const auto& m : group->members) {
-        auto member = m.lock();
-        if (member && member->alive) members.push_back(Utf8(member->FullName()));
+  try {
+    out["kind"] = "scene";
+    out["root"] = writer.X3DJson(*scene.root);
+    out["currentPass"] = Utf8(scene.currentPass);
+    Json passes = Json::array();
+    for (const auto& pass : scene.passes->items) passes.push_back(writer.Generic(*pass));
+    out["passes"] = std::move(passes);
+    Json groups = Json::array();
+    for (const auto& item : scene.groups->items) {
+      Json g = NewObject();
+      g["name"] = Utf8(item->name);
+      writer.ParamsAndProperties(*item, g);
+      Json members = Json::array();
+      if (auto* group = dynamic_cast<const GroupObject*>(item.get())) {
+        for (const auto& m : group->members) {
+          auto member = m.lock();
+          if (member && member->alive) members.push_back(Utf8(member->FullName()));
+        }
       }
+      g["members"] = std::move(members);
+      groups.push_back(std::move(g));
     }
-    g["members"] = std::move(members);
-    groups.push_back(std::move(g));
+    out["groups"] = std::move(groups);
+    out["playControl"] = writer.PropertyJson(*scene.playControl);
+    out["preferences"] = writer.PropertyJson(*scene.preferences);
+    out["exportOptions"] = writer.PropertyJson(*scene.exportOptions);
+  } catch (const Refusal& r) {
+    return WriteOutcome{false, r.what};
   }
-  out["groups"] = std::move(groups);
-  out["playControl"] = writer.PropertyJson(*scene.playControl);
-  out["preferences"] = writer.PropertyJson(*scene.preferences);
-  out["exportOptions"] = writer.PropertyJson(*scene.exportOptions);
-  return Document(std::move(out), writer.Jobs(), sink, progress);
+  return WriteOutcome{Document(std::move(out), writer.Jobs(), sink, progress), {}};
 }
 
-bool WriteBranchText(const X3D& top, const BranchWriteOptions& options, const TextSink& sink) {
+WriteOutcome WriteBranchText(const X3D& top, const BranchWriteOptions& options,
+                             const TextSink& sink) {
   Writer writer(options);
   Json out = NewObject();
   out["kind"] = "branch";
   out["fullName"] = Utf8(top.FullName());
-  out["root"] = writer.X3DJson(top);
-  return Document(std::move(out), writer.Jobs(), sink, options.progress);
+  try {
+    out["root"] = writer.X3DJson(top);
+  } catch (const Refusal& r) {
+    return WriteOutcome{false, r.what};
+  }
+  return WriteOutcome{Document(std::move(out), writer.Jobs(), sink, options.progress), {}};
 }
 
 std::string WriteSceneText(const Scene& scene, const std::function<void(size_t keys)>& progress) {
   std::string text;
-  WriteSceneText(
-      scene, [&text](std::string_view piece) { return text.append(piece), true; }, progress);
+  if (!WriteSceneText(
+           scene, [&text](std::string_view piece) { return text.append(piece), true; }, progress)
+           .written) {
+    text.clear();
+  }
   return text;
 }
 
 std::string WriteBranchText(const X3D& top, const BranchWriteOptions& options) {
   std::string text;
-  WriteBranchText(top, options,
-                  [&text](std::string_view piece) { return text.append(piece), true; });
+  if (!WriteBranchText(top, options, [&text](std::string_view piece) {
+         return text.append(piece), true;
+       }).written) {
+    text.clear();
+  }
   return text;
 }
 
