@@ -22,7 +22,7 @@ json Intervals(const std::vector<Interval>& intervals) {
 
 }  // namespace
 
-bool WriteTakeRecord(const TakeRecord& r, const std::filesystem::path& dir, std::string& error) {
+std::string TakeRecordText(const TakeRecord& r) {
   json j;
   j["take"] = r.take;
   j["source"] = r.source;
@@ -103,8 +103,12 @@ bool WriteTakeRecord(const TakeRecord& r, const std::filesystem::path& dir, std:
     j["plots"] = plots;
   }
 
+  return j.dump() + "\n";
+}
+
+bool WriteTakeRecord(const TakeRecord& r, const std::filesystem::path& dir, std::string& error) {
   const std::filesystem::path target = dir / (r.take + ".json");
-  const Zyra::CStatus status = Zyra::rt::WriteFileReplacing(target.string(), j.dump() + "\n");
+  const Zyra::CStatus status = Zyra::rt::WriteFileReplacing(target.string(), TakeRecordText(r));
   if (!status.Succeeded()) {
     error = "cannot write \"" + target.string() + "\": " + Zyra::ToUtf8(status.GetMessage().Wide());
     return false;

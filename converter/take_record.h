@@ -76,6 +76,9 @@ struct TakeRecord {
   std::optional<SeamPlot> seam;
 };
 
+// The text of the take file: one line of JSON.
+std::string TakeRecordText(const TakeRecord& record);
+
 // Writes `dir/<take>.json` (through a temporary file and a rename, as the host writes files).
 // False with `error` set when the file cannot be written.
 bool WriteTakeRecord(const TakeRecord& record, const std::filesystem::path& dir,

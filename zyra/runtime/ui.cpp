@@ -70,8 +70,10 @@ CStatus UIToolkit::MsgBox(const CString& text, int style, const CString& caption
   // An OK-only box tells the user that something was refused or went wrong: a batch run fails.
   if (buttons == siMsgOkOnly) ui.lineFailures.push_back(text.Wide());
   // Printed even with --quiet: a batch log must show what the user would have been told.
-  std::cerr << "[" << caption.GetAsciiString() << "] " << text.GetAsciiString() << "\n  -> "
-            << ToUtf8(AnswerName(result)) << std::endl;
+  if (rt::Host::Get().EchoMessageBoxes()) {
+    std::cerr << "[" << caption.GetAsciiString() << "] " << text.GetAsciiString() << "\n  -> "
+              << ToUtf8(AnswerName(result)) << std::endl;
+  }
   return CStatus::OK;
 }
 
