@@ -56,8 +56,12 @@ bool CheckOutputFolder(const fs::path& dir, std::string& error) {
   int why = fd < 0 ? errno : 0;
   if (fd >= 0) {
     const std::string bytes(kProbeBytes, '\n');
-    if (write(fd, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size()))
-      why = errno != 0 ? errno : ENOSPC;
+    // A short write is followed by one that says why.
+    for (size_t at = 0; at < bytes.size() && why == 0;) {
+      const ssize_t n = write(fd, bytes.data() + at, bytes.size() - at);
+      if (n < 0 && errno != EINTR) why = errno;
+      if (n > 0) at += static_cast<size_t>(n);
+    }
     if (why == 0 && fsync(fd) != 0) why = errno;
     close(fd);
     unlink(probe.c_str());
