@@ -152,8 +152,8 @@ bool ConvertOne(const Options& options, const fs::path& dir, const std::string& 
        at = record.reason.find(staging, at + final.size()))
     record.reason.replace(at, staging.size(), final);
   std::string error;
-  if (ok && !(knrconvert::WriteTakeRecord(record, outputs.Staging(), error) &&
-              outputs.Publish(error))) {
+  if (ok &&
+      !(knrconvert::WriteTakeRecord(record, outputs.Staging(), error) && outputs.Publish(error))) {
     ok = false;
     record.ok = false;
     record.filesWritten = false;
@@ -235,9 +235,9 @@ int Main(int argc, char** argv) {
                "Keep the conditioned take that the import read as DIR/<take>.conditioned.bvh");
   auto* quiet = app.add_flag("--quiet", options.quiet,
                              "Only the per-take lines and errors (no notes on the choices made)");
-  auto* verbose =
-      app.add_flag("--verbose", options.verbose,
-                   "Also the host's log, its message boxes and progress bars while a take converts");
+  auto* verbose = app.add_flag(
+      "--verbose", options.verbose,
+      "Also the host's log, its message boxes and progress bars while a take converts");
   quiet->excludes(verbose);
   app.add_flag("--overwrite", options.overwrite,
                "Replace the files of a take of the same name converted from another file");
@@ -245,7 +245,8 @@ int Main(int argc, char** argv) {
       "\nPer take, in DIR: <take>.zyra (the working scene), <take>.actor.zyra and "
       "<take>.actor.wgmp\n"
       "(the saved actor), <take>.json; and report.html for the run. A take's files appear all\n"
-      "together or not at all; a failed take leaves a converted take's earlier files as they were.\n"
+      "together or not at all; a failed take leaves a converted take's earlier files as they "
+      "were.\n"
       "A take whose rotation orders, top joint, root position or up axis differ from what the\n"
       "import reads is conditioned first (the same poses, written the way the import reads them);\n"
       "its take file says what was done.\n"

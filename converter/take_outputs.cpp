@@ -108,7 +108,8 @@ bool TakeOutputs::Claim(const std::string& source, bool overwrite, std::string& 
   earlierConverted_ = status == "ok";
   if (!overwrite && !owner.empty() && owner != source) {
     reason = "\"" + source + "\": the take \"" + take_ + "\" in " + dir_.string() +
-             " was converted from \"" + owner + "\"; its files are kept (--overwrite replaces them)";
+             " was converted from \"" + owner +
+             "\"; its files are kept (--overwrite replaces them)";
     return false;
   }
   std::error_code ec;

@@ -521,8 +521,8 @@ class Road {
       << "Answer File \"Save Actor\" " << Quote(actorFile.string()) << "\nKnrSaveActor\n";
     if (!options_.outputFolder.empty()) {
       // The folder the user finds the actor in, not the staging folder that goes away.
-      s << "SetValue Scene_Root.ActorFile.InitDir "
-        << Quote((options_.outputFolder / "").string()) << "\n";
+      s << "SetValue Scene_Root.ActorFile.InitDir " << Quote((options_.outputFolder / "").string())
+        << "\n";
       // A kept conditioned take is named where it ends up, beside the scene.
       if (importPath_.parent_path() == dir_) {
         const std::string kept = Quote((options_.outputFolder / importPath_.filename()).string());
@@ -535,11 +535,11 @@ class Road {
       if (r_.reason.find("KnrSaveActor") == std::string::npos) return false;
       const std::string why = WhyActorNotWritten();
       const std::string take = " (" + bvh_.string() + ")";  // Fail's note of the take's file
-      const size_t at = r_.reason.size() >= take.size() &&
-                                r_.reason.compare(r_.reason.size() - take.size(), take.size(),
-                                                  take) == 0
-                            ? r_.reason.size() - take.size()
-                            : r_.reason.size();
+      const size_t at =
+          r_.reason.size() >= take.size() &&
+                  r_.reason.compare(r_.reason.size() - take.size(), take.size(), take) == 0
+              ? r_.reason.size() - take.size()
+              : r_.reason.size();
       if (!why.empty()) r_.reason.insert(at, " (" + why + ")");
       return false;
     }
@@ -556,8 +556,7 @@ class Road {
     Zyra::CValue ignored;
     const CStatus status = Zyra::Application().ExecuteCommand(
         L"ZrExportDotZyraFile",
-        {Zyra::CValue(Find(generated_).GetRef()), Zyra::CValue(FromUtf8(probe.string()))},
-        ignored);
+        {Zyra::CValue(Find(generated_).GetRef()), Zyra::CValue(FromUtf8(probe.string()))}, ignored);
     std::error_code ec;
     std::filesystem::remove(probe, ec);
     if (status.Succeeded()) return "";

@@ -12,10 +12,11 @@
 //  2. import: the scene's frame rate is set to the take's when the take runs at a whole number
 //     of frames per second (so every BVH frame is a scene frame; otherwise the host default
 //     stays; a take frame never spans more than kMaxSceneFramesPerTakeFrame scene frames, so
-//     that what the later steps sample grows with the take's own frames); Import BVH Actor (boxes, the given scale) and its motion as the action "Take"
-//     (translation on the root joint only); the COG and the feet found (feet_finder.h) and
-//     tagged (Set COG, Set Foot with its collision sphere, which sits on the foot joint), the
-//     actor initialized again and its home set again so that the new spheres belong to it.
+//     that what the later steps sample grows with the take's own frames); Import BVH Actor (boxes,
+//     the given scale) and its motion as the action "Take" (translation on the root joint only);
+//     the COG and the feet found (feet_finder.h) and tagged (Set COG, Set Foot with its collision
+//     sphere, which sits on the foot joint), the actor initialized again and its home set again so
+//     that the new spheres belong to it.
 //  3. analysis on the poses (travel.h, stance.h): leg length, hip height, distance, heading
 //     change, Locomotion or Basic, the steady stretches of travel, a stance estimate per foot and,
 //     for Locomotion, the contact threshold whose contacts agree best with it (--threshold fixes

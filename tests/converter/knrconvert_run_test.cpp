@@ -409,12 +409,11 @@ TEST_F(KnrconvertRun, TakeOfAnotherSourceRefused) {
   const std::string out = (dir_ / "out").string();
   fs::create_directories(dir_ / "in" / "a");
   fs::create_directories(dir_ / "in" / "b");
-  const std::string a = Write("a/walk.bvh", WalkBvh({"Hips", "LeftUpLeg", "LeftFoot",
-                                                     "RightUpLeg", "RightFoot"}))
-                            .string();
-  const std::string b =
-      Write("b/walk.bvh", WalkBvh({"pelvis", "l_thigh", "l_ankle", "r_thigh", "r_ankle"}))
+  const std::string a =
+      Write("a/walk.bvh", WalkBvh({"Hips", "LeftUpLeg", "LeftFoot", "RightUpLeg", "RightFoot"}))
           .string();
+  const std::string b =
+      Write("b/walk.bvh", WalkBvh({"pelvis", "l_thigh", "l_ankle", "r_thigh", "r_ankle"})).string();
   ASSERT_EQ(Convert(a + " --no-report -o " + out).status, 0);
   const auto before = Files(out);
 
@@ -490,8 +489,7 @@ TEST_F(KnrconvertRun, TwoConvertersOnOneFolder) {
                                    WalkBvh({std::begin(names[p]), std::end(names[p])}));
     const std::string log = (dir_ / ("run" + std::to_string(p))).string();
     command += "(" + std::string(KNRCONVERT_PATH) + " " + walk + " " + clip +
-               " --no-report --quiet -o " + out + " > " + log + " 2>&1; echo $? >> " + log +
-               ") & ";
+               " --no-report --quiet -o " + out + " > " + log + " 2>&1; echo $? >> " + log + ") & ";
   }
   ASSERT_EQ(std::system((command + "wait").c_str()), 0);
   int converted = -1;
@@ -510,10 +508,10 @@ TEST_F(KnrconvertRun, TwoConvertersOnOneFolder) {
   const auto files = Files(out);
   std::set<std::string> listed;
   for (const auto& [name, bytes] : files) listed.insert(name);
-  EXPECT_EQ(listed, (std::set<std::string>{".clip.lock", ".walk.lock", "clip.actor.wgmp",
-                                           "clip.actor.zyra", "clip.json", "clip.zyra",
-                                           "walk.actor.wgmp", "walk.actor.zyra", "walk.json",
-                                           "walk.zyra"}));
+  EXPECT_EQ(listed,
+            (std::set<std::string>{".clip.lock", ".walk.lock", "clip.actor.wgmp", "clip.actor.zyra",
+                                   "clip.json", "clip.zyra", "walk.actor.wgmp", "walk.actor.zyra",
+                                   "walk.json", "walk.zyra"}));
   for (const char* file : {"walk.zyra", "walk.actor.zyra", "walk.json"}) {
     EXPECT_NE(files.at(file).find(mine), std::string::npos) << file;
     EXPECT_EQ(files.at(file).find(other), std::string::npos) << file;

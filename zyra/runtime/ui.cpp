@@ -143,8 +143,8 @@ class ProgressBarObject : public Object {
     int filled = static_cast<int>(done * kWidth);
     std::string bar(static_cast<size_t>(filled), '#');
     bar.append(static_cast<size_t>(kWidth - filled), '.');
-    std::string line = ToUtf8(caption) + " [" + bar + "] " +
-                       std::to_string(static_cast<int>(done * 100.0)) + "%";
+    std::string line =
+        ToUtf8(caption) + " [" + bar + "] " + std::to_string(static_cast<int>(done * 100.0)) + "%";
     if (!statusText.empty()) line += " " + ToUtf8(statusText);
     if (line == drawn) return;
     drawn = line;
