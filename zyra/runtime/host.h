@@ -48,13 +48,12 @@ struct CommandRegistration {
 
 // The objects of one open scene.
 struct Scene {
-  std::shared_ptr<ModelObject> root;      // "Scene_Root"
-  std::shared_ptr<Container> groups;      // scene-level groups
-  std::shared_ptr<Container> passes;      // "Passes" with "Default_Pass"
-  std::shared_ptr<Property> playControl;  // "PlayControl": Current, In, Out
-  std::shared_ptr<Property>
-      preferences;  // "preferences": scripting.cmdlog, output_format.frame_rate
-  std::shared_ptr<Property> exportOptions;  // "dotZyraExportOptions"
+  std::shared_ptr<ModelObject> root;          // "Scene_Root"
+  std::shared_ptr<Container> groups;          // scene-level groups
+  std::shared_ptr<Container> passes;          // "Passes" with "Default_Pass"
+  std::shared_ptr<Property> playControl;      // "PlayControl": Current, In, Out
+  std::shared_ptr<Property> preferences;      // "preferences": scripting.cmdlog, output_format.frame_rate
+  std::shared_ptr<Property> exportOptions;    // "dotZyraExportOptions"
   std::vector<std::weak_ptr<Object>> selection;
   std::wstring currentPass = L"Default_Pass";
 };
@@ -66,9 +65,9 @@ struct LogLine {
 
 // What the user interface was asked and answered; tests and scripts queue answers.
 struct PageAnswer {
-  std::wstring title;                                         // empty matches any page
+  std::wstring title;                                   // empty matches any page
   std::vector<std::pair<std::wstring, std::wstring>> values;  // parameter name -> value text
-  std::vector<std::wstring> presses;                          // buttons pressed in order
+  std::vector<std::wstring> presses;                    // buttons pressed in order
   bool cancel = false;
 };
 struct ProgressRecord {
@@ -79,18 +78,18 @@ struct ProgressRecord {
   bool visible = false;
 };
 struct UiState {
-  std::deque<int> msgBoxAnswers;  // 1 OK, 2 Cancel, 6 Yes, 7 No
+  std::deque<int> msgBoxAnswers;                  // 1 OK, 2 Cancel, 6 Yes, 7 No
   std::deque<PageAnswer> pageAnswers;
   std::deque<std::pair<std::wstring, std::wstring>> fileAnswers;  // dialog title -> path
-  std::deque<std::wstring> pickAnswers;  // object names ("" = nothing picked)
-  int defaultQuestionAnswer = 0;         // 0: OK/Yes; else a fixed answer
+  std::deque<std::wstring> pickAnswers;           // object names ("" = nothing picked)
+  int defaultQuestionAnswer = 0;                  // 0: OK/Yes; else a fixed answer
   bool shift = false;
-  std::vector<std::wstring> messageBoxes;  // "caption: text" of every box shown
+  std::vector<std::wstring> messageBoxes;         // "caption: text" of every box shown
   // What makes a script line fail although its command returned OK: the text of every OK-only
   // box (a refusal or a warning) and every page answer that could not be applied. The script
   // runner empties it before each command and reads it after.
   std::vector<std::wstring> lineFailures;
-  std::vector<ProgressRecord> progressRuns;  // one per run of the progress bar
+  std::vector<ProgressRecord> progressRuns;       // one per run of the progress bar
 };
 
 class Host {

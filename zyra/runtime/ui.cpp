@@ -69,7 +69,8 @@ CStatus UIToolkit::MsgBox(const CString& text, int style, const CString& caption
   ui.messageBoxes.push_back(caption.Wide() + L": " + text.Wide());
   // An OK-only box tells the user that something was refused or went wrong: a batch run fails.
   if (buttons == siMsgOkOnly) ui.lineFailures.push_back(text.Wide());
-  // Printed even with --quiet: a batch log must show what the user would have been told.
+  // Printed even with --quiet (unless the caller switched the echo off): a batch log must show
+  // what the user would have been told.
   if (rt::Host::Get().EchoMessageBoxes()) {
     std::cerr << "[" << caption.GetAsciiString() << "] " << text.GetAsciiString() << "\n  -> "
               << ToUtf8(AnswerName(result)) << std::endl;
@@ -143,8 +144,8 @@ class ProgressBarObject : public Object {
     int filled = static_cast<int>(done * kWidth);
     std::string bar(static_cast<size_t>(filled), '#');
     bar.append(static_cast<size_t>(kWidth - filled), '.');
-    std::string line =
-        ToUtf8(caption) + " [" + bar + "] " + std::to_string(static_cast<int>(done * 100.0)) + "%";
+    std::string line = ToUtf8(caption) + " [" + bar + "] " +
+                       std::to_string(static_cast<int>(done * 100.0)) + "%";
     if (!statusText.empty()) line += " " + ToUtf8(statusText);
     if (line == drawn) return;
     drawn = line;
