@@ -13,8 +13,8 @@
 // The output folder is made and checked for writing before any take is converted. A take's
 // files are written as take_outputs.h says: one process at a time per take name, all of them
 // or none, a failure never replacing a converted take, a take of another source refused unless
-// --overwrite. The report counts the take files of the folder and the takes of this run that
-// failed without leaving one (a refused name, a failure that kept an earlier take's files).
+// --overwrite. A failure that leaves no take file of its own is recorded beside it in a hidden
+// take file (take_outputs.h), so that the report counts it as the lines do.
 #include <fcntl.h>
 #include <malloc.h>
 #include <unistd.h>
@@ -24,7 +24,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
-#include <nlohmann/json.hpp>
 #include <set>
 #include <string>
 #include <vector>
@@ -119,23 +118,23 @@ std::string TakeLine(const TakeRecord& r) {
   return line;
 }
 
-// The report's entry of a take that failed without a take file of its own.
-knrconvert::TakeReport Unfiled(const TakeRecord& record) {
-  const nlohmann::json j = nlohmann::json::parse(knrconvert::TakeRecordText(record));
-  return knrconvert::ReadTakeJson(j, record.take + ".json").value_or(knrconvert::TakeReport{});
+// Records a failure that leaves no take file of its own (take_outputs.h, rule 6); a note on
+// the take's line when even that cannot be written.
+void RecordFailure(TakeRecord& record, const fs::path& dir) {
+  std::string error;
+  if (!knrconvert::WriteTakeRecordTo(record, knrconvert::FailureFile(dir, record.take), error))
+    record.reason += "; " + error;
 }
 
-// Converts one take into `dir` through its staging folder; false when it failed. `unfiled`
-// gets the take when its failure left no take file.
-bool ConvertOne(const Options& options, const fs::path& dir, const std::string& take,
-                std::vector<knrconvert::TakeReport>& unfiled) {
+// Converts one take into `dir` through its staging folder; false when it failed.
+bool ConvertOne(const Options& options, const fs::path& dir, const std::string& take) {
   TakeRecord record;
   record.take = knrconvert::TakeName(take);
   record.source = knrconvert::TakeSource(take);
   knrconvert::TakeOutputs outputs(dir, record.take);
   if (!outputs.Claim(record.source, options.overwrite, record.reason)) {
+    RecordFailure(record, dir);
     std::cout << TakeLine(record) << std::endl;
-    unfiled.push_back(Unfiled(record));
     return false;
   }
   bool ok = false;
@@ -161,17 +160,21 @@ bool ConvertOne(const Options& options, const fs::path& dir, const std::string& 
   }
   if (!ok && outputs.KeepsEarlier()) {
     record.reason += "; the earlier files of " + record.take + " are kept";
-    unfiled.push_back(Unfiled(record));
-  } else if (!ok && !knrconvert::WriteTakeRecord(record, dir, error)) {
-    record.reason += "; " + error;
-    unfiled.push_back(Unfiled(record));
+    RecordFailure(record, dir);
+  } else if (!ok) {
+    if (knrconvert::WriteTakeRecord(record, dir, error)) {
+      std::error_code ignored;
+      fs::remove(knrconvert::FailureFile(dir, record.take), ignored);
+    } else {
+      record.reason += "; " + error;
+      RecordFailure(record, dir);
+    }
   }
   std::cout << TakeLine(record) << std::endl;
   return ok;
 }
 
-int Convert(const Options& options, const fs::path& dir,
-            std::vector<knrconvert::TakeReport>& unfiled) {
+int Convert(const Options& options, const fs::path& dir) {
   rt::Host& host = rt::Host::Get();
   // The host's chatter (pages answered, message boxes) only when asked for.
   host.SetQuiet(!options.verbose);
@@ -195,12 +198,12 @@ int Convert(const Options& options, const fs::path& dir,
       record.take = name;
       record.source = knrconvert::TakeSource(take);
       record.reason = "\"" + take + "\": a take given before in this run is named \"" + name + "\"";
+      RecordFailure(record, dir);
       std::cout << TakeLine(record) << std::endl;
-      unfiled.push_back(Unfiled(record));
       failed = true;
       continue;
     }
-    failed = !ConvertOne(options, dir, take, unfiled) || failed;
+    failed = !ConvertOne(options, dir, take) || failed;
   }
   return failed ? kExitFailed : kExitOk;
 }
@@ -279,10 +282,9 @@ int Main(int argc, char** argv) {
     return kExitFailed;
   }
   int status = kExitOk;
-  std::vector<knrconvert::TakeReport> unfiled;
-  if (!options.reportOnly) status = Convert(options, dir, unfiled);
+  if (!options.reportOnly) status = Convert(options, dir);
   if (!options.noReport) {
-    if (!knrconvert::WriteRunReport(dir, unfiled, error)) {
+    if (!knrconvert::WriteRunReport(dir, error)) {
       std::cerr << "knrconvert: report not written: " << error << "\n";
       status = kExitFailed;
     }

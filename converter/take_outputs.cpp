@@ -73,6 +73,10 @@ bool CheckOutputFolder(const fs::path& dir, std::string& error) {
   return true;
 }
 
+fs::path FailureFile(const fs::path& dir, const std::string& take) {
+  return dir / ("." + take + ".failure.json");
+}
+
 TakeOutputs::TakeOutputs(fs::path dir, std::string take)
     : dir_(std::move(dir)), staging_(dir_ / ("." + take + ".staging")), take_(std::move(take)) {}
 
@@ -160,6 +164,8 @@ bool TakeOutputs::Publish(std::string& reason) {
     }
     moved.emplace_back(name, had);
   }
+  std::error_code ignored;
+  fs::remove(FailureFile(dir_, take_), ignored);
   return true;
 }
 

@@ -19,6 +19,12 @@
 //   5. A failed take does not replace a converted one: when the folder's take file says "ok",
 //      the earlier files all stay as they were (KeepsEarlier()). Otherwise its failure record
 //      is written as the take file (replacing an earlier failure).
+//   6. A failure that leaves no take file of its own (a take refused by rule 3, a failure that
+//      kept a converted take's files, a second take of one name in a run) is recorded in
+//      FailureFile(), `<dir>/.<take>.failure.json`, a take file that the report reads like the
+//      others, so that a report written later (--report-only) counts the failure as the run's
+//      lines did. The take's next conversion that succeeds, or that writes its own take file,
+//      removes it.
 #pragma once
 
 #include <filesystem>
@@ -35,6 +41,9 @@ const std::vector<std::string>& TakeFileSuffixes();
 // with the system's reason in `error` ("cannot write into the output folder "out": No space
 // left on device"). Makes the folder when it is missing.
 bool CheckOutputFolder(const std::filesystem::path& dir, std::string& error);
+
+// `<dir>/.<take>.failure.json` (rule 6).
+std::filesystem::path FailureFile(const std::filesystem::path& dir, const std::string& take);
 
 class TakeOutputs {
  public:

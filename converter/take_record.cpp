@@ -107,7 +107,11 @@ std::string TakeRecordText(const TakeRecord& r) {
 }
 
 bool WriteTakeRecord(const TakeRecord& r, const std::filesystem::path& dir, std::string& error) {
-  const std::filesystem::path target = dir / (r.take + ".json");
+  return WriteTakeRecordTo(r, dir / (r.take + ".json"), error);
+}
+
+bool WriteTakeRecordTo(const TakeRecord& r, const std::filesystem::path& target,
+                       std::string& error) {
   const Zyra::CStatus status = Zyra::rt::WriteFileReplacing(target.string(), TakeRecordText(r));
   if (!status.Succeeded()) {
     error = "cannot write \"" + target.string() + "\": " + Zyra::ToUtf8(status.GetMessage().Wide());

@@ -284,8 +284,7 @@ std::string FolderName(const std::filesystem::path& dir) {
 
 }  // namespace
 
-bool WriteRunReport(const std::filesystem::path& dir, const std::vector<TakeReport>& unfiled,
-                    std::string& error) {
+bool WriteRunReport(const std::filesystem::path& dir, std::string& error) {
   std::error_code ec;
   std::vector<std::filesystem::path> files;
   for (std::filesystem::directory_iterator it(dir, ec), end; !ec && it != end; it.increment(ec)) {
@@ -302,7 +301,6 @@ bool WriteRunReport(const std::filesystem::path& dir, const std::vector<TakeRepo
   for (const auto& file : files) {
     if (std::optional<TakeReport> take = ReadTakeFile(file)) takes.push_back(std::move(*take));
   }
-  takes.insert(takes.end(), unfiled.begin(), unfiled.end());
   std::stable_sort(takes.begin(), takes.end(), [](const TakeReport& a, const TakeReport& b) {
     if (a.failed != b.failed) return a.failed;
     if (Warned(a) != Warned(b)) return Warned(a);

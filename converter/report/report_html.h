@@ -24,20 +24,11 @@
 
 #include <filesystem>
 #include <string>
-#include <vector>
-
-#include "converter/report/take_file.h"
 
 namespace knrconvert {
 
-// Writes DIR/report.html from every take file (*.json with a "take" key) in DIR and the takes
-// of `unfiled` (takes of this run that failed without a take file of their own: a name refused,
-// a failure that left an earlier take's files as they were), so that its counts agree with the
-// run's lines; false with a message naming the file at fault when it cannot.
-bool WriteRunReport(const std::filesystem::path& dir, const std::vector<TakeReport>& unfiled,
-                    std::string& error);
-inline bool WriteRunReport(const std::filesystem::path& dir, std::string& error) {
-  return WriteRunReport(dir, {}, error);
-}
+// Writes DIR/report.html from every take file (*.json with a "take" key) in DIR; false with a
+// message naming the file at fault when it cannot.
+bool WriteRunReport(const std::filesystem::path& dir, std::string& error);
 
 }  // namespace knrconvert

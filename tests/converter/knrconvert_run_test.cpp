@@ -404,7 +404,8 @@ TEST_F(KnrconvertRun, OutputFolderCheckedFirst) {
 }
 
 // A take never replaces the files of a take of its name converted from another file, unless
-// --overwrite; one take given twice is two takes in the report, as in the lines.
+// --overwrite; one take given twice is two takes in the report, as in the lines, also in a
+// report written later.
 TEST_F(KnrconvertRun, TakeOfAnotherSourceRefused) {
   const std::string out = (dir_ / "out").string();
   fs::create_directories(dir_ / "in" / "a");
@@ -424,7 +425,10 @@ TEST_F(KnrconvertRun, TakeOfAnotherSourceRefused) {
                           0),
             0u)
       << run.out;
-  EXPECT_EQ(Files(out), before);
+  auto after = Files(out);
+  EXPECT_EQ(ReadTake(out, ".walk.failure")["status"], "failed");
+  EXPECT_EQ(after.erase(".walk.failure.json"), 1u);
+  EXPECT_EQ(after, before);
 
   EXPECT_EQ(Convert(b + " --overwrite --no-report -o " + out).status, 0);
   EXPECT_EQ(ReadTake(out, "walk")["source"], b);
@@ -433,9 +437,13 @@ TEST_F(KnrconvertRun, TakeOfAnotherSourceRefused) {
   run = Convert(a + " " + a + " -o " + out);
   EXPECT_EQ(run.status, 1);
   EXPECT_NE(run.out.find("walk: FAILED: "), std::string::npos) << run.out;
-  const std::string report = ReadText(dir_ / "out" / "report.html");
-  EXPECT_NE(report.find("2 takes: 1 converted, <span class=\"failed\">1 failed</span>"),
-            std::string::npos);
+  for (const char* args : {"", " --report-only"}) {
+    if (*args) ASSERT_EQ(Convert(std::string(args) + " -o " + out).status, 0);
+    const std::string report = ReadText(dir_ / "out" / "report.html");
+    EXPECT_NE(report.find("2 takes: 1 converted, <span class=\"failed\">1 failed</span>"),
+              std::string::npos)
+        << args;
+  }
 }
 
 // A save that fails (a full disk: files limited to half the scene's size, so that the actor is
@@ -468,7 +476,10 @@ TEST_F(KnrconvertRun, FailedSaveKeepsEarlierFiles) {
     }
     auto after = Files(out);
     EXPECT_EQ(ReadTake(out, "fresh")["status"], "failed");
-    EXPECT_EQ(after.erase("fresh.json") + after.erase(".fresh.lock"), 2u);
+    EXPECT_EQ(ReadTake(out, ".walk.failure")["status"], "failed");
+    EXPECT_EQ(
+        after.erase("fresh.json") + after.erase(".fresh.lock") + after.erase(".walk.failure.json"),
+        3u);
     EXPECT_EQ(after, before) << limit;
   }
 }
@@ -508,10 +519,10 @@ TEST_F(KnrconvertRun, TwoConvertersOnOneFolder) {
   const auto files = Files(out);
   std::set<std::string> listed;
   for (const auto& [name, bytes] : files) listed.insert(name);
-  EXPECT_EQ(listed,
-            (std::set<std::string>{".clip.lock", ".walk.lock", "clip.actor.wgmp", "clip.actor.zyra",
-                                   "clip.json", "clip.zyra", "walk.actor.wgmp", "walk.actor.zyra",
-                                   "walk.json", "walk.zyra"}));
+  EXPECT_EQ(listed, (std::set<std::string>{".clip.lock", ".walk.lock", ".walk.failure.json",
+                                           "clip.actor.wgmp", "clip.actor.zyra", "clip.json",
+                                           "clip.zyra", "walk.actor.wgmp", "walk.actor.zyra",
+                                           "walk.json", "walk.zyra"}));
   for (const char* file : {"walk.zyra", "walk.actor.zyra", "walk.json"}) {
     EXPECT_NE(files.at(file).find(mine), std::string::npos) << file;
     EXPECT_EQ(files.at(file).find(other), std::string::npos) << file;
