@@ -145,11 +145,6 @@ bool ConvertOne(const Options& options, const fs::path& dir, const std::string& 
     if (!options.quiet) convert.note = [&silence](const std::string& text) { silence.Write(text); };
     ok = knrconvert::ConvertTake(take, outputs.Staging(), convert, record);
   }
-  // A failure names the files where they were to go, not the staging folder that is gone.
-  const std::string staging = (outputs.Staging() / "").string(), final = (dir / "").string();
-  for (size_t at = record.reason.find(staging); at != std::string::npos;
-       at = record.reason.find(staging, at + final.size()))
-    record.reason.replace(at, staging.size(), final);
   std::string error;
   if (ok &&
       !(knrconvert::WriteTakeRecord(record, outputs.Staging(), error) && outputs.Publish(error))) {
@@ -158,6 +153,11 @@ bool ConvertOne(const Options& options, const fs::path& dir, const std::string& 
     record.filesWritten = false;
     record.reason = error;
   }
+  // A failure names the files where they were to go, not the staging folder that is gone.
+  const std::string staging = (outputs.Staging() / "").string(), final = (dir / "").string();
+  for (size_t at = record.reason.find(staging); at != std::string::npos;
+       at = record.reason.find(staging, at + final.size()))
+    record.reason.replace(at, staging.size(), final);
   if (!ok && outputs.KeepsEarlier()) {
     record.reason += "; the earlier files of " + record.take + " are kept";
     RecordFailure(record, dir);

@@ -110,7 +110,7 @@ bool TakeOutputs::Claim(const std::string& source, bool overwrite, std::string& 
   }
   const auto [owner, status] = SourceAndStatus(dir_ / (take_ + kTakeFile));
   earlierConverted_ = status == "ok";
-  if (!overwrite && !owner.empty() && owner != source) {
+  if (!overwrite && earlierConverted_ && owner != source) {
     reason = "\"" + source + "\": the take \"" + take_ + "\" in " + dir_.string() +
              " was converted from \"" + owner +
              "\"; its files are kept (--overwrite replaces them)";

@@ -8,9 +8,9 @@
 //      `<dir>/.<take>.lock` (flock; the file stays, empty) and holds it until the object is
 //      destroyed. A second process waits for the first to finish, and says once that it waits:
 //      it then sees the first one's files and keeps to rules 3 and 5 against them.
-//   3. A take is refused when the folder's take file names another source path (a take of
-//      the same name converted from elsewhere): its files stay, unless `overwrite` is given. A
-//      take file that cannot be read names no source.
+//   3. A take is refused when the folder's take file is that of a converted take (status "ok")
+//      from another source path: its files stay, unless `overwrite` is given. A failure record
+//      holds no files and does not hold the name; a take file that cannot be read neither.
 //   4. The road writes into a private staging folder, `<dir>/.<take>.staging/` (emptied when
 //      found: a run that was killed left it). Publish moves its files into place, the take
 //      file last, then removes the files of the take that an earlier conversion made and this
