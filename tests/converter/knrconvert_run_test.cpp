@@ -378,6 +378,16 @@ TEST_F(KnrconvertRun, FailureSaidOnce) {
     EXPECT_NE(line.find(c.reason), std::string::npos) << line;
   }
   EXPECT_FALSE(std::getline(lines, line)) << line;
+
+  // A converted take: the road's notes, no host log or message box unless --verbose.
+  const std::string good = Write("good.bvh", walk).string();
+  for (const bool verbose : {false, true}) {
+    const RunResult ok = Convert(good + " --no-report -o " + (dir_ / "out").string() +
+                                 (verbose ? " --verbose" : ""));
+    EXPECT_EQ(ok.status, 0);
+    EXPECT_NE(ok.err.find("good: COG Hips"), std::string::npos) << ok.err;
+    EXPECT_EQ(ok.err.find("\n  -> OK") != std::string::npos, verbose) << ok.err;
+  }
 }
 
 // The output folder is made and written to before any take is read; the system's reason when
