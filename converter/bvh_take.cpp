@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <condition_variable>
@@ -103,6 +104,17 @@ class Reader {
     return ParseNumber(t.data(), t.data() + t.size(), value) ||
            Fail(std::string("bad ") + what + " " + Quote(t));
   }
+  // A number on the rest of the current line: a header value left empty must not take the
+  // first value of the next line for its own.
+  template <class T>
+  bool NumberOnLine(T& value, const char* what) {
+    while (p_ < end_ && (*p_ == ' ' || *p_ == '\t' || *p_ == '\r')) ++p_;
+    if (p_ == end_ || *p_ == '\n') {
+      token_ = p_;
+      return Fail(std::string("no ") + what + " on the line");
+    }
+    return Number(value, what);
+  }
   // Records `what` at the current token's line; always false.
   bool Fail(const std::string& what) { return FailAt(token_, what); }
   bool FailAt(const char* at, const std::string& what) {
@@ -127,8 +139,9 @@ class Reader {
 bool ParseHierarchy(Reader& in, BvhTake& take) {
   std::vector<int> open;  // joints whose '}' is still to come
   auto startJoint = [&](int parent) {
+    const char* keyword = in.Pos();  // the end of "ROOT" or "JOINT": the line to blame
     const std::string_view name = in.Next();
-    if (name.empty() || name == "{") return in.Fail("a joint without a name");
+    if (name.empty() || name == "{") return in.FailAt(keyword, "a joint without a name");
     take.joints.push_back({});
     take.joints.back().name = std::string(name);
     take.joints.back().parent = parent;
@@ -233,12 +246,19 @@ Rows ParseRows(const char* p, const char* end, int columns, size_t maxRows, floa
 
 bool ParseMotion(Reader& in, BvhTake& take) {
   long long frames = 0;
-  if (!in.Expect("Frames:") || !in.Number(frames, "frame count")) return false;
+  if (!in.Expect("Frames:") || !in.NumberOnLine(frames, "frame count")) return false;
   if (frames <= 0) return in.Fail("no frames");
   const char* framesAt = in.Pos();
-  if (!in.Expect("Frame") || !in.Expect("Time:") || !in.Number(take.frameTime, "frame time"))
+  if (!in.Expect("Frame") || !in.Expect("Time:") || !in.NumberOnLine(take.frameTime, "frame time"))
     return false;
   if (take.frameTime <= 0) return in.Fail("a frame time that is not positive");
+  if (take.frameTime < kMinFrameTime || take.frameTime > kMaxFrameTime) {
+    char text[160];
+    std::snprintf(text, sizeof text,
+                  "Frame Time: %g is not a motion-capture frame time (seconds a frame, %g to %g)",
+                  take.frameTime, kMinFrameTime, kMaxFrameTime);
+    return in.Fail(text);
+  }
   const char *begin = in.Pos(), *end = in.End();
   const size_t cols = static_cast<size_t>(take.columns);
   if (static_cast<unsigned long long>(frames) > (end - begin + 1) / (2 * cols))
@@ -354,19 +374,29 @@ class MappedFile {
  public:
   explicit MappedFile(const std::string& file) {
     const int fd = ::open(file.c_str(), O_RDONLY);
-    if (fd < 0) return;
+    if (fd < 0) {
+      errno_ = errno;
+      return;
+    }
     struct stat st;
-    if (::fstat(fd, &st) == 0) {
+    if (::fstat(fd, &st) != 0) {
+      errno_ = errno;
+    } else if (S_ISDIR(st.st_mode)) {
+      errno_ = EISDIR;
+    } else {
       opened_ = true;
       size_ = static_cast<size_t>(st.st_size);
       if (size_ > 0) {
         void* data = ::mmap(nullptr, size_, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
         opened_ = data != MAP_FAILED;
+        if (!opened_) errno_ = errno;
         data_ = opened_ ? static_cast<const char*>(data) : nullptr;
       }
     }
     ::close(fd);
   }
+  // The system's reason when the file could not be opened.
+  std::string why() const { return std::strerror(errno_); }
   ~MappedFile() {
     if (data_) ::munmap(const_cast<char*>(data_), size_);
   }
@@ -376,6 +406,7 @@ class MappedFile {
 
  private:
   bool opened_ = false;
+  int errno_ = 0;
   const char* data_ = nullptr;
   size_t size_ = 0;
 };
@@ -385,7 +416,7 @@ bool ParseBvhTake(const std::filesystem::path& path, BvhTake& take, std::string&
   const std::string file = path.string();
   const MappedFile text(file);
   if (!text.opened()) {
-    error = file + ": cannot be read";
+    error = file + ": cannot be read: " + text.why();
     return false;
   }
   Reader in(file, text.begin(), text.end());
@@ -405,6 +436,7 @@ bool WriteBvhTake(const BvhTake& take, const std::filesystem::path& path, std::s
   const std::string file = path.string();
   std::FILE* f = std::fopen(file.c_str(), "wb");
   bool ok = f && std::fwrite(head.data(), 1, head.size(), f) == head.size();
+  int why = ok ? 0 : errno;  // the system's reason of the first failure
   // Two threads take turns: each formats every other block of frames into a buffer of its own
   // and writes it once the block before it is written, so that one writes while the other
   // formats.
@@ -423,6 +455,7 @@ bool WriteBvhTake(const BvhTake& take, const std::filesystem::path& path, std::s
       turn.wait(lock, [&] { return written == i || !ok; });
       if (!ok) return;
       ok = std::fwrite(text.get(), 1, length, f) == length;
+      if (!ok) why = errno;
       ++written;
       turn.notify_all();
     }
@@ -433,8 +466,11 @@ bool WriteBvhTake(const BvhTake& take, const std::filesystem::path& path, std::s
     writeBlocks(0);
     if (worker.joinable()) worker.join();
   }
-  if (f) ok = std::fclose(f) == 0 && ok;
-  if (!ok) error = file + ": cannot be written";
+  if (f && std::fclose(f) != 0 && ok) {
+    ok = false;
+    why = errno;
+  }
+  if (!ok) error = file + ": cannot be written: " + std::strerror(why);
   return ok;
 }
 

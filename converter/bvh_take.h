@@ -7,9 +7,14 @@
 // channels; blank lines are skipped, and lines after the declared frame count are ignored.
 // Anything else (a missing brace, an unknown channel, more than six channels on a joint, a value
 // that is not a finite number, too few or too many values on a line, fewer frames than
-// "Frames:" says, a second ROOT, no frames or no channels at all) fails with "<file>:<line>:
-// <what>", before any memory sized by the file's counts is taken: a frame count is first checked
-// against the bytes present (every value takes at least one character and one separator).
+// "Frames:" says, a second ROOT, no frames or no channels at all, a "Frames:" or "Frame Time:"
+// without its number on the same line, a frame count that is not a whole number, a frame time
+// outside kMinFrameTime..kMaxFrameTime) fails with "<file>:<line>: <what>", before any memory
+// sized by the file's counts is taken: a frame count is first checked against the bytes present
+// (every value takes at least one character and one separator). The frame time is bounded
+// because every later step (the scene's frames, its curves, the samplers) grows with the take's
+// length in seconds: a header with milliseconds written as seconds (8.3333) or a broken value
+// (100000) would otherwise make a take of hours from a few hundred frames.
 //
 // Writing produces LF lines, tab indentation, and the shortest text that reads back to the same
 // float (motion) or double (offsets, frame time).
@@ -30,6 +35,10 @@
 #include "rotation3.h"
 
 namespace knrconvert {
+
+// Seconds a frame that motion capture uses: 1000 down to 1 frame a second.
+constexpr double kMinFrameTime = 0.001;
+constexpr double kMaxFrameTime = 1.0;
 
 enum class BvhChannel : std::uint8_t {
   kXposition,

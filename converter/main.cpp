@@ -2,9 +2,19 @@
 // run in-process in the headless host; one line per take, a take file each, and a report.
 //
 // Exit status: 0 every take converted, 1 a take (or the report) failed, 2 bad usage. A take that
-// fails does not stop the others. With --quiet, or when standard error is not a terminal, the
-// host's progress bars are not drawn; --quiet also silences the host's log while a take converts
-// (a failure's reason is in its line and its take file).
+// fails does not stop the others. What is said on standard error while a take converts:
+//   - by default, the converter's notes on its choices (COG, feet, loop window); the host's own
+//     log and message boxes are not shown, since a failure's reason is on the take's line (once)
+//     and in its take file, and the host's warnings are on the line too;
+//   - with --verbose, also the host's log and every message box with its answer, and progress
+//     bars on a terminal;
+//   - with --quiet, nothing but errors of the run itself (the per-take lines go to standard
+//     output in every mode).
+// The output folder is made and checked for writing before any take is converted. A take's
+// files are written as take_outputs.h says: one process at a time per take name, all of them
+// or none, a failure never replacing a converted take, a take of another source refused unless
+// --overwrite. A failure that leaves no take file of its own is recorded beside it in a hidden
+// take file (take_outputs.h), so that the report counts it as the lines do.
 #include <fcntl.h>
 #include <malloc.h>
 #include <unistd.h>
@@ -20,6 +30,7 @@
 
 #include "converter/report/report_html.h"
 #include "host.h"
+#include "take_outputs.h"
 #include "take_road.h"
 
 namespace {
@@ -36,7 +47,7 @@ constexpr int kExitUsage = 2;
 struct Options {
   std::vector<std::string> takes;
   std::string output = "out";
-  bool reportOnly = false, noReport = false, quiet = false;
+  bool reportOnly = false, noReport = false, quiet = false, verbose = false, overwrite = false;
   knrconvert::ConvertOptions convert;
 };
 
@@ -62,6 +73,19 @@ class SilencedStderr {
   }
   SilencedStderr(const SilencedStderr&) = delete;
   SilencedStderr& operator=(const SilencedStderr&) = delete;
+
+  // Writes `text` to the standard error that was silenced (or to standard error).
+  void Write(const std::string& text) const {
+    if (saved_ < 0) {
+      std::cerr << text << std::flush;
+      return;
+    }
+    for (size_t at = 0; at < text.size();) {
+      const ssize_t n = write(saved_, text.data() + at, text.size() - at);
+      if (n <= 0) break;
+      at += static_cast<size_t>(n);
+    }
+  }
 
  private:
   int saved_ = -1;
@@ -94,9 +118,67 @@ std::string TakeLine(const TakeRecord& r) {
   return line;
 }
 
+// Records a failure that leaves no take file of its own (take_outputs.h, rule 6); a note on
+// the take's line when even that cannot be written.
+void RecordFailure(TakeRecord& record, const fs::path& dir) {
+  std::string error;
+  if (!knrconvert::WriteTakeRecordTo(record, knrconvert::FailureFile(dir, record.take), error))
+    record.reason += "; " + error;
+}
+
+// Converts one take into `dir` through its staging folder; false when it failed.
+bool ConvertOne(const Options& options, const fs::path& dir, const std::string& take) {
+  TakeRecord record;
+  record.take = knrconvert::TakeName(take);
+  record.source = knrconvert::TakeSource(take);
+  knrconvert::TakeOutputs outputs(dir, record.take);
+  if (!outputs.Claim(record.source, options.overwrite, record.reason)) {
+    RecordFailure(record, dir);
+    std::cout << TakeLine(record) << std::endl;
+    return false;
+  }
+  bool ok = false;
+  {
+    SilencedStderr silence(!options.verbose);
+    knrconvert::ConvertOptions convert = options.convert;
+    convert.outputFolder = dir;
+    if (!options.quiet) convert.note = [&silence](const std::string& text) { silence.Write(text); };
+    ok = knrconvert::ConvertTake(take, outputs.Staging(), convert, record);
+  }
+  std::string error;
+  if (ok &&
+      !(knrconvert::WriteTakeRecord(record, outputs.Staging(), error) && outputs.Publish(error))) {
+    ok = false;
+    record.ok = false;
+    record.filesWritten = false;
+    record.reason = error;
+  }
+  // A failure names the files where they were to go, not the staging folder that is gone.
+  const std::string staging = (outputs.Staging() / "").string(), final = (dir / "").string();
+  for (size_t at = record.reason.find(staging); at != std::string::npos;
+       at = record.reason.find(staging, at + final.size()))
+    record.reason.replace(at, staging.size(), final);
+  if (!ok && outputs.KeepsEarlier()) {
+    record.reason += "; the earlier files of " + record.take + " are kept";
+    RecordFailure(record, dir);
+  } else if (!ok) {
+    if (knrconvert::WriteTakeRecord(record, dir, error)) {
+      std::error_code ignored;
+      fs::remove(knrconvert::FailureFile(dir, record.take), ignored);
+    } else {
+      record.reason += "; " + error;
+      RecordFailure(record, dir);
+    }
+  }
+  std::cout << TakeLine(record) << std::endl;
+  return ok;
+}
+
 int Convert(const Options& options, const fs::path& dir) {
   rt::Host& host = rt::Host::Get();
-  host.SetQuiet(true);  // the host's chatter (pages answered) is not the user's business here
+  // The host's chatter (pages answered, message boxes) only when asked for.
+  host.SetQuiet(!options.verbose);
+  host.SetEchoMessageBoxes(options.verbose);
   {
     const std::string plugins = rt::DefaultPluginDirectory();
     Zyra::CStatus status = rt::LoadPluginsIn(plugins);
@@ -109,30 +191,19 @@ int Convert(const Options& options, const fs::path& dir) {
   bool failed = false;
   std::set<std::string> seen;
   for (const std::string& take : options.takes) {
-    TakeRecord record;
-    bool ok = false;
     const std::string name = knrconvert::TakeName(take);
     if (!seen.insert(name).second) {
-      // Its files would replace those of the take of the same name converted before.
+      // Its files would replace those of the take of the same name given before.
+      TakeRecord record;
       record.take = name;
-      record.source = take;
-      record.reason =
-          "\"" + take + "\": another take named \"" + name + "\" was converted into this folder";
+      record.source = knrconvert::TakeSource(take);
+      record.reason = "\"" + take + "\": a take given before in this run is named \"" + name + "\"";
+      RecordFailure(record, dir);
       std::cout << TakeLine(record) << std::endl;
       failed = true;
       continue;
     }
-    {
-      SilencedStderr silence(options.quiet);
-      ok = knrconvert::ConvertTake(take, dir, options.convert, record);
-    }
-    std::string error;
-    if (!knrconvert::WriteTakeRecord(record, dir, error)) {
-      std::cerr << "knrconvert: " << error << "\n";
-      ok = false;
-    }
-    std::cout << TakeLine(record) << std::endl;
-    failed = failed || !ok;
+    failed = !ConvertOne(options, dir, take) || failed;
   }
   return failed ? kExitFailed : kExitOk;
 }
@@ -165,11 +236,20 @@ int Main(int argc, char** argv) {
       "Generate a pruned actor (Generate's Optimize) instead of the take's whole skeleton");
   app.add_flag("--keep-conditioned", options.convert.keepConditioned,
                "Keep the conditioned take that the import read as DIR/<take>.conditioned.bvh");
-  app.add_flag("--quiet", options.quiet, "No progress bars, only the per-take lines and errors");
+  auto* quiet = app.add_flag("--quiet", options.quiet,
+                             "Only the per-take lines and errors (no notes on the choices made)");
+  auto* verbose = app.add_flag(
+      "--verbose", options.verbose,
+      "Also the host's log, its message boxes and progress bars while a take converts");
+  quiet->excludes(verbose);
+  app.add_flag("--overwrite", options.overwrite,
+               "Replace the files of a take of the same name converted from another file");
   app.footer(
       "\nPer take, in DIR: <take>.zyra (the working scene), <take>.actor.zyra and "
       "<take>.actor.wgmp\n"
-      "(the saved actor), <take>.json; and report.html for the run.\n"
+      "(the saved actor), <take>.json; and report.html for the run. A take's files appear all\n"
+      "together or not at all; a failed take leaves a converted take's earlier files as they "
+      "were.\n"
       "A take whose rotation orders, top joint, root position or up axis differ from what the\n"
       "import reads is conditioned first (the same poses, written the way the import reads them);\n"
       "its take file says what was done.\n"
@@ -196,16 +276,14 @@ int Main(int argc, char** argv) {
     return kExitUsage;
   }
   const fs::path dir = fs::absolute(options.output);
-  std::error_code ec;
-  fs::create_directories(dir, ec);
-  if (ec || !fs::is_directory(dir)) {
-    std::cerr << "knrconvert: cannot make the output folder \"" << options.output << "\"\n";
+  std::string error;
+  if (!knrconvert::CheckOutputFolder(dir, error)) {
+    std::cerr << "knrconvert: " << error << "\n";
     return kExitFailed;
   }
   int status = kExitOk;
   if (!options.reportOnly) status = Convert(options, dir);
   if (!options.noReport) {
-    std::string error;
     if (!knrconvert::WriteRunReport(dir, error)) {
       std::cerr << "knrconvert: report not written: " << error << "\n";
       status = kExitFailed;

@@ -27,7 +27,7 @@ json Clip(const ViewClip& clip) {
 
 }  // namespace
 
-bool WriteTakeRecord(const TakeRecord& r, const std::filesystem::path& dir, std::string& error) {
+std::string TakeRecordText(const TakeRecord& r) {
   json j;
   j["take"] = r.take;
   j["source"] = r.source;
@@ -122,8 +122,16 @@ bool WriteTakeRecord(const TakeRecord& r, const std::filesystem::path& dir, std:
     if (r.view->loop) j["view"]["loop"] = Clip(*r.view->loop);
   }
 
-  const std::filesystem::path target = dir / (r.take + ".json");
-  const Zyra::CStatus status = Zyra::rt::WriteFileReplacing(target.string(), j.dump() + "\n");
+  return j.dump() + "\n";
+}
+
+bool WriteTakeRecord(const TakeRecord& r, const std::filesystem::path& dir, std::string& error) {
+  return WriteTakeRecordTo(r, dir / (r.take + ".json"), error);
+}
+
+bool WriteTakeRecordTo(const TakeRecord& r, const std::filesystem::path& target,
+                       std::string& error) {
+  const Zyra::CStatus status = Zyra::rt::WriteFileReplacing(target.string(), TakeRecordText(r));
   if (!status.Succeeded()) {
     error = "cannot write \"" + target.string() + "\": " + Zyra::ToUtf8(status.GetMessage().Wide());
     return false;

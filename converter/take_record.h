@@ -79,6 +79,13 @@ struct TakeRecord {
   std::optional<ViewRecord> view;  // the report's 3D view, already within its size budget
 };
 
+// The text of the take file: one line of JSON.
+std::string TakeRecordText(const TakeRecord& record);
+
+// Writes the take file to `path` (through a temporary file and a rename); false with `error`.
+bool WriteTakeRecordTo(const TakeRecord& record, const std::filesystem::path& path,
+                       std::string& error);
+
 // Writes `dir/<take>.json` (through a temporary file and a rename, as the host writes files).
 // False with `error` set when the file cannot be written.
 bool WriteTakeRecord(const TakeRecord& record, const std::filesystem::path& dir,

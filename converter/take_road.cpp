@@ -81,7 +81,10 @@ class Road {
  private:
   // Runs script lines as step `phase`; on failure the reason is the runner's message without the
   // script's own name and line, and with the take's own file where it named the conditioned one.
+  // The host's errors logged underneath a failed command (a file it could not write, with the
+  // system's reason) are added when the command's own message does not say them.
   bool Script(const std::string& phase, const std::string& text) {
+    const size_t from = rt::Host::Get().LogLines().size();
     CStatus status = rt::RunScriptText(FromUtf8(text), phase);
     CollectWarnings();
     if (status.Succeeded()) return true;
@@ -90,6 +93,13 @@ class Road {
     if (message.rfind(prefix, 0) == 0) {
       size_t colon = message.find(": ", prefix.size());
       if (colon != std::string::npos) message = message.substr(colon + 2);
+    }
+    const auto& lines = rt::Host::Get().LogLines();
+    for (size_t i = from; i < lines.size(); ++i) {
+      if (lines[i].severity != rt::kSevError) continue;
+      const std::string error = ToUtf8(lines[i].text);
+      if (error.find(message) == std::string::npos && message.find(error) == std::string::npos)
+        message += " (" + error + ")";
     }
     return Fail(phase + ": " + OwnFile(message));
   }
@@ -122,8 +132,8 @@ class Road {
   // A line on standard error about a choice the road made (cleared of a progress bar on a
   // terminal first).
   void Info(const std::string& text) const {
-    std::cerr << (isatty(STDERR_FILENO) == 1 ? "\r\033[K" : "") << r_.take << ": " << text
-              << std::endl;
+    if (!options_.note) return;
+    options_.note((isatty(STDERR_FILENO) == 1 ? "\r\033[K" : "") + r_.take + ": " + text + "\n");
   }
 
   void Phase(const std::string& name, std::chrono::steady_clock::time_point since) {
@@ -134,7 +144,8 @@ class Road {
     const auto start = std::chrono::steady_clock::now();
     importPath_ = bvh_;
     BvhTake take;
-    if (!ParseBvhTake(bvh_, take, readError_)) return true;  // the import says what is wrong
+    std::string readError;
+    if (!ParseBvhTake(bvh_, take, readError)) return Fail("read: " + readError);
     r_.frames = take.frames;  // the frames kept, once the ends are trimmed below
     r_.frameTime = take.frameTime;
     if (take.frames < kMinFrames) {
@@ -169,7 +180,6 @@ class Road {
       Info("conditioned: " + notes);
     }
     r_.conditioning = record;
-    havePoses_ = true;
     Phase("condition", start);
     return true;
   }
@@ -190,9 +200,6 @@ class Road {
       << "KnrAddBVHAction " << actor_ << " " << file << " \"Take\" " << Num(options_.scale)
       << " true \"\" \"\" true\n";
     if (!Script("import", s.str())) return false;
-    // The import read a file that the converter could not: what it could not read still stops
-    // the take, since the analysis needs the poses.
-    if (!havePoses_) return Fail("read: " + readError_);
     Zyra::ActionSource source(
         Zyra::Application().GetObjectFromPath(FromUtf8(actor_ + ".Sources.Take")));
     if (!source.IsValid()) return Fail("import: the take made no action");
@@ -200,6 +207,10 @@ class Road {
     last_ = static_cast<int>(std::floor(source.GetParameterValue(L"FrameEnd").AsDouble() + 1e-6));
     // Host frames per take frame (1 when the scene runs at the take's rate).
     framesPerTakeFrame_ = poses_.frames > 1 ? (last_ - first_) / double(poses_.frames - 1) : 1.0;
+    if (framesPerTakeFrame_ > kMaxSceneFramesPerTakeFrame) {
+      return Fail("import: the take's " + std::to_string(poses_.frames) + " frames span " +
+                  std::to_string(last_ - first_ + 1) + " scene frames");
+    }
     if (!TagActor()) return false;
     Phase("import", start);
     return true;
@@ -528,9 +539,31 @@ class Road {
     const std::filesystem::path sceneFile = dir_ / (r_.take + ".zyra");
     std::ostringstream s;
     s << "SelectObj " << Quote(generated_ + "." + cog_) << "\n"
-      << "Answer File \"Save Actor\" " << Quote(actorFile.string()) << "\nKnrSaveActor\n"
-      << "SaveScene " << Quote(sceneFile.string()) << "\n";
-    if (!Script("save", s.str())) return false;
+      << "Answer File \"Save Actor\" " << Quote(actorFile.string()) << "\nKnrSaveActor\n";
+    if (!options_.outputFolder.empty()) {
+      // The folder the user finds the actor in, not the staging folder that goes away.
+      s << "SetValue Scene_Root.ActorFile.InitDir " << Quote((options_.outputFolder / "").string())
+        << "\n";
+      // A kept conditioned take is named where it ends up, beside the scene.
+      if (importPath_.parent_path() == dir_) {
+        const std::string kept = Quote((options_.outputFolder / importPath_.filename()).string());
+        s << "SetValue Scene_Root.BVHActor.BVHFile " << kept << "\n"
+          << "SetValue " << actor_ << ".BVHActor.BVHFile " << kept << "\n";
+      }
+    }
+    s << "SaveScene " << Quote(sceneFile.string()) << "\n";
+    if (!Script("save", s.str())) {
+      if (r_.reason.find("KnrSaveActor") == std::string::npos) return false;
+      const std::string why = WhyActorNotWritten();
+      const std::string take = " (" + bvh_.string() + ")";  // Fail's note of the take's file
+      const size_t at =
+          r_.reason.size() >= take.size() &&
+                  r_.reason.compare(r_.reason.size() - take.size(), take.size(), take) == 0
+              ? r_.reason.size() - take.size()
+              : r_.reason.size();
+      if (!why.empty()) r_.reason.insert(at, " (" + why + ")");
+      return false;
+    }
     r_.filesWritten = true;
     Phase("save", start);
     // The generated actor with its skill and loop as glTF for engines and viewers, in metres:
@@ -546,16 +579,35 @@ class Road {
     return true;
   }
 
+  // Save Actor says that the actor file could not be written but not why: the same export into
+  // the folder again, to a file that is removed at once, gets the system's reason (a full disk,
+  // a file too large, no permission). Empty when that export succeeds.
+  std::string WhyActorNotWritten() const {
+    const std::filesystem::path probe = dir_ / (".unwritten-" + r_.take + ".zyra");
+    Zyra::CValue ignored;
+    const CStatus status = Zyra::Application().ExecuteCommand(
+        L"ZrExportDotZyraFile",
+        {Zyra::CValue(Find(generated_).GetRef()), Zyra::CValue(FromUtf8(probe.string()))}, ignored);
+    std::error_code ec;
+    std::filesystem::remove(probe, ec);
+    if (status.Succeeded()) return "";
+    std::string why = ToUtf8(status.GetMessage().Wide());
+    const size_t at = why.find(probe.string());
+    if (at != std::string::npos) why.erase(0, at + probe.string().size());
+    while (!why.empty() && (why[0] == ':' || why[0] == ' ')) why.erase(0, 1);
+    return why;
+  }
+
   std::filesystem::path bvh_, dir_, importPath_, temporary_;
   const ConvertOptions& options_;
   TakeRecord& r_;
   size_t logSeen_ = 0;
   const std::string actor_;
-  std::string generated_, cog_, skill_, readError_;
+  std::string generated_, cog_, skill_;
   std::vector<std::string> feet_;
   int first_ = 0, last_ = 0;
   double framesPerTakeFrame_ = 1.0, basicPrep_ = 0, threshold_ = kUsualThreshold;
-  bool travels_ = false, havePoses_ = false;
+  bool travels_ = false;
   PoseSeries poses_;
   BodyJoints body_;
   Travel travel_;
@@ -574,12 +626,16 @@ std::string TakeName(const std::filesystem::path& bvh) {
   return name;
 }
 
+std::string TakeSource(const std::filesystem::path& bvh) {
+  std::error_code ec;
+  const std::filesystem::path absolute = std::filesystem::absolute(bvh, ec);
+  return (ec ? bvh : absolute).lexically_normal().string();
+}
+
 bool ConvertTake(const std::filesystem::path& bvh, const std::filesystem::path& dir,
                  const ConvertOptions& options, TakeRecord& record) {
   record.take = TakeName(bvh);
-  std::error_code ec;
-  const std::filesystem::path absolute = std::filesystem::absolute(bvh, ec);
-  record.source = (ec ? bvh : absolute).lexically_normal().string();
+  record.source = TakeSource(bvh);
   return Road(record.source, dir, options, record).Run();
 }
 

@@ -2,7 +2,7 @@
 # Converts a library of motion-capture takes: every .bvh file under SRC (all subfolders), N
 # converter processes at a time, then one report of the whole run.
 #
-#   scripts/convert-library.sh SRC -o DIR [-j N] [--threshold X] [--scale S]
+#   scripts/convert-library.sh SRC -o DIR [-j N] [--threshold X] [--scale S] [--overwrite]
 #
 # Takes run in batches of up to 16, each batch as `knrconvert --no-report --quiet TAKE ... -o DIR`
 # (a process for every take would spend a quarter of the time starting). A line is printed as
@@ -18,6 +18,8 @@
 # converter reads such a take through a link of the new name in DIR/.takes/, which is kept so
 # that the source paths in the take files stay valid.
 #
+# A library without takes makes no output folder. --overwrite goes to the converter (a take may
+# replace the files of a take of its name converted from another file).
 # Exit status: 0 every take converted; 1 a take failed (reported only after all the others have
 # run) or the report could not be written; 2 bad usage or no take under SRC.
 # KNRCONVERT names the converter binary (default: the one `scripts/setup.sh pipeline` builds,
@@ -28,7 +30,7 @@ root="$(cd "$(dirname "$0")/.." && pwd)"
 
 usage() {
   cat << 'EOF'
-Usage: scripts/convert-library.sh SRC -o DIR [-j N] [--threshold X] [--scale S]
+Usage: scripts/convert-library.sh SRC -o DIR [-j N] [--threshold X] [--scale S] [--overwrite]
 Converts every .bvh file under the folder SRC into DIR, N takes at a time (default: one per
 core), then writes DIR/report.html.
 Environment: KNRCONVERT=PATH runs that converter binary instead of building one.
@@ -59,6 +61,7 @@ while [ $# -gt 0 ]; do
       { [ $# -ge 2 ] && [ -n "$2" ]; } || bad_usage "$1 needs a number"
       options+=("$1" "$2"); shift 2 ;;
     --threshold=?*|--scale=?*) options+=("$1"); shift ;;
+    --overwrite) options+=("$1"); shift ;;
     -?*) bad_usage "unknown option $1" ;;
     *) [ -z "$src" ] || bad_usage "one library folder at a time (\"$src\" and \"$1\")"
        src="$1"; shift ;;
@@ -78,9 +81,9 @@ command -v "$converter" > /dev/null ||
   { echo "${0##*/}: cannot run the converter \"$converter\" (not found or not executable)" >&2; exit 1; }
 case "$converter" in */*) converter="$(cd "$(dirname "$converter")" && pwd)/${converter##*/}" ;; esac
 
-mkdir -p "$out"
 src_abs="$(cd "$src" && pwd -P)"
-out_abs="$(cd "$out" && pwd -P)"
+# The output folder is made only once there is a take to put in it.
+out_abs="$(realpath -m "$out")"
 links="$out_abs/.takes"
 
 # The takes in path order, so that names given to clashing takes are the same on every run.
@@ -90,6 +93,9 @@ while IFS= read -r -d '' file; do
 done < <(find "$src_abs" -path "$links" -prune -o -xtype f -iname '?*.bvh' -print0 | sort -z)
 total=${#files[@]}
 [ "$total" -gt 0 ] || bad_usage "no .bvh file under \"$src\""
+mkdir -p "$out"
+out_abs="$(cd "$out" && pwd -P)"
+links="$out_abs/.takes"
 
 declare -A count=() used=()
 for file in "${files[@]}"; do

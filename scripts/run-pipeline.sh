@@ -3,6 +3,7 @@
 # knrconvert, with one report of the run.
 #
 #   scripts/run-pipeline.sh [TAKE.bvh ...] [-o DIR] [--threshold X] [--scale S] [--quiet]
+#                           [--verbose] [--overwrite]
 #
 # Without a take it converts the bundled one, examples/data/pipeline.bvh; DIR defaults to out/.
 # The script never changes folder: every path is read against the caller's folder and handed to
@@ -25,7 +26,9 @@ Converts each take into a runtime actor and skill, and writes DIR/report.html.
   -o, --output DIR   output folder, created when missing (default: out)
   --threshold X      foot-contact threshold of the Locomotion skill (default 0.2)
   --scale S          BVH scale (default 1)
-  --quiet            no progress bars, only the per-take lines and errors
+  --quiet            only the per-take lines and errors
+  --verbose          also the host's log, its message boxes and progress bars
+  --overwrite        replace the files of a take of the same name made from another file
   -h, --help         this text
 Environment: KNRCONVERT=PATH runs that converter binary instead of building one.
 EOF
@@ -56,7 +59,7 @@ while [ $# -gt 0 ]; do
     --threshold|--scale)
       { [ $# -ge 2 ] && [ -n "$2" ]; } || bad_usage "$1 needs a number"
       options+=("$1" "$2"); shift 2 ;;
-    --threshold=?*|--scale=?*|--quiet) options+=("$1"); shift ;;
+    --threshold=?*|--scale=?*|--quiet|--verbose|--overwrite) options+=("$1"); shift ;;
     --) shift
         for take in "$@"; do takes+=("$(absolute "$take")"); done
         break ;;

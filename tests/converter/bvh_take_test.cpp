@@ -62,7 +62,8 @@ TEST(BvhTake, BrokenFilesFailWithFileAndLine) {
   const struct {
     const char* name;
     std::string text;
-    const char* where;  // ":<line>:" expected in the message
+    const char* where;      // ":<line>:" expected in the message
+    const char* what = "";  // and this text after it
   } cases[] = {
       {"truncated row",
        std::string(kHeader) + "Frames: 2\r\nFrame Time: 0.1\r\n10 20 30 40 50 60\r\n10 20 30\r\n",
@@ -84,13 +85,27 @@ TEST(BvhTake, BrokenFilesFailWithFileAndLine) {
        std::string(kHeader).replace(std::string(kHeader).find("Yposition\r\n\t"), 9, "Wposition"),
        ":9:"},
       {"empty", "", ":1:"},
+      {"frame count with exponent", std::string(kHeader) + "Frames: 1e9\nFrame Time: 0.1\n",
+       ":17:", "bad frame count '1e9'"},
+      {"fractional frame count", std::string(kHeader) + "Frames: 3.5\nFrame Time: 0.1\n",
+       ":17:", "bad frame count '3.5'"},
+      {"empty frame time", std::string(kHeader) + "Frames: 1\nFrame Time:\n0.5 2 3 4 5 6\n",
+       ":18:", "no frame time on the line"},
+      {"frame time of a day", std::string(kHeader) + "Frames: 1\nFrame Time: 100000\n1 2 3 4 5 6\n",
+       ":18:", "Frame Time: 100000 is not a motion-capture frame time"},
+      {"milliseconds as seconds",
+       std::string(kHeader) + "Frames: 1\nFrame Time: 8.3333\n1 2 3 4 5 6\n",
+       ":18:", "Frame Time: 8.3333 is not"},
+      {"joint without a name",
+       std::string(kHeader).replace(std::string(kHeader).find("JOINT Arm"), 9, "JOINT"),
+       ":6:", "a joint without a name"},
   };
   for (const auto& c : cases) {
     BvhTake take;
     std::string error;
     const std::string path = Save("broken.bvh", c.text);
     EXPECT_FALSE(ParseBvhTake(path, take, error)) << c.name;
-    EXPECT_EQ(error.rfind(path + c.where, 0), 0u) << c.name << ": " << error;
+    EXPECT_EQ(error.rfind(path + c.where + " " + c.what, 0), 0u) << c.name << ": " << error;
     EXPECT_TRUE(take.values.empty()) << c.name;
   }
 }

@@ -8,7 +8,9 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <sstream>
 #include <string>
 
@@ -74,25 +76,40 @@ std::string WalkBvh(const std::vector<std::string>& n) {
 
 struct RunResult {
   int status;
-  std::string out;
+  std::string out, err;
 };
 
-RunResult Convert(const std::string& args) {
+std::string ReadText(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+// Runs the converter with `args`; `before` is shell text put before it (limits, say).
+RunResult Convert(const std::string& args, const std::string& before = "") {
   // One log per test: ctest runs the tests of this file in parallel processes.
   const fs::path log =
       fs::temp_directory_path() /
       ("knrconvert_" +
        std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()) + ".out");
-  const std::string command =
-      std::string(KNRCONVERT_PATH) + " " + args + " > " + log.string() + " 2>/dev/null";
+  const std::string command = before + " " + std::string(KNRCONVERT_PATH) + " " + args + " > " +
+                              log.string() + " 2> " + log.string() + ".err";
   const int raw = std::system(command.c_str());
-  std::ifstream in(log);
-  std::stringstream text;
-  text << in.rdbuf();
-  in.close();
+  RunResult result{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, ReadText(log),
+                   ReadText(log.string() + ".err")};
   std::error_code error;
   fs::remove(log, error);
-  return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, text.str()};
+  fs::remove(log.string() + ".err", error);
+  return result;
+}
+
+// The files of a folder and their contents (the lock files' names only).
+std::map<std::string, std::string> Files(const fs::path& dir) {
+  std::map<std::string, std::string> files;
+  for (const auto& entry : fs::directory_iterator(dir))
+    files[entry.path().filename().string()] = ReadText(entry.path());
+  return files;
 }
 
 json ReadTake(const fs::path& dir, const std::string& take) {
@@ -215,7 +232,7 @@ TEST_F(KnrconvertRun, BrokenTakeAmongGoodOnes) {
   size_t line = walk.find("Frame Time:");
   for (int i = 0; i < 12; ++i) line = walk.find('\n', line + 1);
   const std::string lineText =
-      "line " + std::to_string(std::count(walk.begin(), walk.begin() + line, '\n') + 1);
+      "broken.bvh:" + std::to_string(std::count(walk.begin(), walk.begin() + line, '\n') + 1) + ":";
   const size_t lastValue = walk.rfind(' ', line - 2);  // frame lines end with a blank
   walk.erase(lastValue, line - 1 - lastValue);
   Write("broken.bvh", walk);
@@ -347,6 +364,205 @@ TEST_F(KnrconvertRun, RealWorldTakes) {
     ASSERT_TRUE(j["loop"].is_object()) << c.take;
     EXPECT_LE(j["loop"]["loopStep"].get<double>(), 1.5 * j["loop"]["sourceStep"].get<double>())
         << c.take << ": the loop pops";
+  }
+}
+
+// A take that cannot be read fails on one line that names its file and what is wrong, and
+// nothing else is said of it (no host log, no message box).
+TEST_F(KnrconvertRun, FailureSaidOnce) {
+  const std::string walk = WalkBvh({"Hips", "LeftUpLeg", "LeftFoot", "RightUpLeg", "RightFoot"});
+  auto header = [&](const std::string& from, const std::string& to) {
+    std::string text = walk;
+    return text.replace(text.find(from), from.size(), to);
+  };
+  const struct {
+    std::string take, text, reason;  // text "-": no file
+  } cases[] = {
+      {"missing", "-", "cannot be read: No such file or directory"},
+      {"exponent", header("Frames: 241", "Frames: 1e9"), "bad frame count '1e9'"},
+      {"fraction", header("Frames: 241", "Frames: 3.5"), "bad frame count '3.5'"},
+      {"notime", header("Frame Time: 0.0333333", "Frame Time:"), "no frame time on the line"},
+      {"millis", header("Frame Time: 0.0333333", "Frame Time: 8.3333"),
+       "Frame Time: 8.3333 is not a motion-capture frame time"},
+      {"day", header("Frame Time: 0.0333333", "Frame Time: 100000"),
+       "Frame Time: 100000 is not a motion-capture frame time"},
+      {"nameless", header("JOINT Spine", "JOINT"), "a joint without a name"},
+  };
+  std::string takes;
+  for (const auto& c : cases) {
+    if (c.text != "-") Write(c.take + ".bvh", c.text);
+    takes += (dir_ / "in" / (c.take + ".bvh")).string() + " ";
+  }
+  const RunResult run = Convert(takes + "--no-report -o " + (dir_ / "out").string());
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err, "");
+  std::istringstream lines(run.out);
+  std::string line;
+  for (const auto& c : cases) {
+    ASSERT_TRUE(std::getline(lines, line)) << c.take;
+    const std::string file = (dir_ / "in" / (c.take + ".bvh")).string();
+    EXPECT_EQ(line.rfind(c.take + ": FAILED: read: " + file + ":", 0), 0u) << line;
+    EXPECT_NE(line.find(c.reason), std::string::npos) << line;
+  }
+  EXPECT_FALSE(std::getline(lines, line)) << line;
+
+  // A converted take: the road's notes, no host log or message box unless --verbose.
+  const std::string good = Write("good.bvh", walk).string();
+  for (const bool verbose : {false, true}) {
+    const RunResult ok = Convert(good + " --no-report -o " + (dir_ / "out").string() +
+                                 (verbose ? " --verbose" : ""));
+    EXPECT_EQ(ok.status, 0);
+    EXPECT_NE(ok.err.find("good: COG Hips"), std::string::npos) << ok.err;
+    EXPECT_EQ(ok.err.find("\n  -> OK") != std::string::npos, verbose) << ok.err;
+  }
+}
+
+// The output folder is made and written to before any take is read; the system's reason when
+// it cannot be.
+TEST_F(KnrconvertRun, OutputFolderCheckedFirst) {
+  const fs::path take =
+      Write("walk.bvh", WalkBvh({"Hips", "LeftUpLeg", "LeftFoot", "RightUpLeg", "RightFoot"}));
+  Write("file", "");
+  const struct {
+    std::string out, before, reason;
+  } cases[] = {
+      {(dir_ / "in" / "file" / "out").string(), "", "Not a directory"},
+      // A disk that takes no more than 16 KB a file.
+      {(dir_ / "out").string(), "trap '' XFSZ; prlimit --fsize=16384", "File too large"},
+  };
+  for (const auto& c : cases) {
+    const RunResult run = Convert(take.string() + " -o " + c.out, c.before);
+    EXPECT_EQ(run.status, 1) << c.out;
+    EXPECT_EQ(run.out, "") << c.out;
+    EXPECT_NE(run.err.find("output folder \"" + c.out + "\": " + c.reason), std::string::npos)
+        << run.err;
+    EXPECT_FALSE(fs::exists(fs::path(c.out) / "walk.json")) << c.out;
+  }
+}
+
+// A take never replaces the files of a take of its name converted from another file, unless
+// --overwrite; one take given twice is two takes in the report, as in the lines, also in a
+// report written later.
+TEST_F(KnrconvertRun, TakeOfAnotherSourceRefused) {
+  const std::string out = (dir_ / "out").string();
+  fs::create_directories(dir_ / "in" / "a");
+  fs::create_directories(dir_ / "in" / "b");
+  const std::string a =
+      Write("a/walk.bvh", WalkBvh({"Hips", "LeftUpLeg", "LeftFoot", "RightUpLeg", "RightFoot"}))
+          .string();
+  const std::string b =
+      Write("b/walk.bvh", WalkBvh({"pelvis", "l_thigh", "l_ankle", "r_thigh", "r_ankle"})).string();
+  ASSERT_EQ(Convert(a + " --no-report -o " + out).status, 0);
+  const auto before = Files(out);
+
+  RunResult run = Convert(b + " --no-report -o " + out);
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.out.rfind("walk: FAILED: \"" + b + "\": the take \"walk\" in " + out +
+                              " was converted from \"" + a + "\"",
+                          0),
+            0u)
+      << run.out;
+  auto after = Files(out);
+  EXPECT_EQ(ReadTake(out, ".walk.failure")["status"], "failed");
+  EXPECT_EQ(after.erase(".walk.failure.json"), 1u);
+  EXPECT_EQ(after, before);
+
+  EXPECT_EQ(Convert(b + " --overwrite --no-report -o " + out).status, 0);
+  EXPECT_EQ(ReadTake(out, "walk")["source"], b);
+
+  fs::remove_all(out);
+  run = Convert(a + " " + a + " -o " + out);
+  EXPECT_EQ(run.status, 1);
+  EXPECT_NE(run.out.find("walk: FAILED: "), std::string::npos) << run.out;
+  for (const char* args : {"", " --report-only"}) {
+    if (*args) ASSERT_EQ(Convert(std::string(args) + " -o " + out).status, 0);
+    const std::string report = ReadText(dir_ / "out" / "report.html");
+    EXPECT_NE(report.find("2 takes: 1 converted, <span class=\"failed\">1 failed</span>"),
+              std::string::npos)
+        << args;
+  }
+}
+
+// A save that fails (a full disk: files limited to half the scene's size, so that the actor is
+// saved and the scene is not; then to half the actor's) leaves a converted take's earlier files
+// all as they were and says why; a new take leaves only its failure record.
+TEST_F(KnrconvertRun, FailedSaveKeepsEarlierFiles) {
+  const std::string out = (dir_ / "out").string();
+  const std::string walk = WalkBvh({"Hips", "LeftUpLeg", "LeftFoot", "RightUpLeg", "RightFoot"});
+  const std::string first = Write("walk.bvh", walk).string();
+  const std::string fresh = Write("fresh.bvh", walk).string();
+  ASSERT_EQ(Convert(first + " --no-report -o " + out).status, 0);
+  const auto before = Files(out);
+  const size_t scene = before.at("walk.zyra").size(), actor = before.at("walk.actor.zyra").size();
+  // Above what the output folder's check writes, below what the file needs.
+  ASSERT_LT(actor, scene);
+  ASSERT_GT(actor / 2, 65536u);
+  for (const size_t limit : {scene / 2, actor / 2}) {
+    const RunResult run = Convert(first + " " + fresh + " --no-report -o " + out,
+                                  "trap '' XFSZ; prlimit --fsize=" + std::to_string(limit));
+    EXPECT_EQ(run.status, 1) << limit;
+    std::istringstream lines(run.out);
+    for (const std::string take : {"walk", "fresh"}) {
+      std::string line;
+      ASSERT_TRUE(std::getline(lines, line)) << take;
+      EXPECT_EQ(line.rfind(take + ": FAILED: save: ", 0), 0u) << line;
+      EXPECT_NE(line.find("File too large"), std::string::npos) << line;
+      EXPECT_EQ(line.find("earlier files of " + take + " are kept") != std::string::npos,
+                take == "walk")
+          << line;
+    }
+    auto after = Files(out);
+    EXPECT_EQ(ReadTake(out, "fresh")["status"], "failed");
+    EXPECT_EQ(ReadTake(out, ".walk.failure")["status"], "failed");
+    EXPECT_EQ(
+        after.erase("fresh.json") + after.erase(".fresh.lock") + after.erase(".walk.failure.json"),
+        3u);
+    EXPECT_EQ(after, before) << limit;
+  }
+}
+
+// Two converters at once on one folder, whichever comes first: a take of the same file
+// converted by both, and two takes of one name from different files. The folder ends with one
+// take's files of each name, all of them from the same take, and nothing else.
+TEST_F(KnrconvertRun, TwoConvertersOnOneFolder) {
+  const std::string out = (dir_ / "out").string();
+  fs::create_directories(dir_ / "in" / "a");
+  fs::create_directories(dir_ / "in" / "b");
+  const std::string names[2][5] = {{"Hips", "LeftUpLeg", "LeftFoot", "RightUpLeg", "RightFoot"},
+                                   {"pelvis", "l_thigh", "l_ankle", "r_thigh", "r_ankle"}};
+  const std::string clip = Write("clip.bvh", WalkBvh({std::begin(names[0]), std::end(names[0])}));
+  std::string command;
+  for (int p = 0; p < 2; ++p) {
+    const std::string walk = Write(std::string(p ? "b" : "a") + "/walk.bvh",
+                                   WalkBvh({std::begin(names[p]), std::end(names[p])}));
+    const std::string log = (dir_ / ("run" + std::to_string(p))).string();
+    command += "(" + std::string(KNRCONVERT_PATH) + " " + walk + " " + clip +
+               " --no-report --quiet -o " + out + " > " + log + " 2>&1; echo $? >> " + log + ") & ";
+  }
+  ASSERT_EQ(std::system((command + "wait").c_str()), 0);
+  int converted = -1;
+  for (int p = 0; p < 2; ++p) {
+    const std::string log = ReadText(dir_ / ("run" + std::to_string(p)));
+    EXPECT_NE(log.find("clip: Locomotion"), std::string::npos) << log;
+    if (log.find("walk: Locomotion") != std::string::npos) {
+      EXPECT_EQ(converted, -1) << log;
+      converted = p;
+    } else {
+      EXPECT_NE(log.find("walk: FAILED: "), std::string::npos) << log;
+    }
+  }
+  ASSERT_GE(converted, 0);
+  const std::string mine = names[converted][2], other = names[1 - converted][2];
+  const auto files = Files(out);
+  std::set<std::string> listed;
+  for (const auto& [name, bytes] : files) listed.insert(name);
+  EXPECT_EQ(listed, (std::set<std::string>{".clip.lock", ".walk.lock", ".walk.failure.json",
+                                           "clip.actor.wgmp", "clip.actor.zyra", "clip.json",
+                                           "clip.zyra", "walk.actor.wgmp", "walk.actor.zyra",
+                                           "walk.json", "walk.zyra"}));
+  for (const char* file : {"walk.zyra", "walk.actor.zyra", "walk.json"}) {
+    EXPECT_NE(files.at(file).find(mine), std::string::npos) << file;
+    EXPECT_EQ(files.at(file).find(other), std::string::npos) << file;
   }
 }
 

@@ -35,6 +35,14 @@ grep -q '"status": *"failed"' "$out/broken.json" 2>/dev/null || problems+=("brok
 grep -q 'broken' "$out/report.html" 2>/dev/null && grep -qi 'failed' "$out/report.html" ||
   problems+=("report.html does not show the failed take")
 
+# A library without takes: bad usage, and no output folder made.
+mkdir -p "$work/bare"
+(cd "$work" && KNRCONVERT="$converter" bash "$root/scripts/convert-library.sh" bare -o bare-out) \
+  > /dev/null 2>&1
+status=$?
+[ "$status" -eq 2 ] || problems+=("a library without takes: exit status $status, expected 2")
+[ ! -e "$work/bare-out" ] || problems+=("a library without takes made its output folder")
+
 if [ ${#problems[@]} -gt 0 ]; then
   printf 'FAIL: %s\n' "${problems[@]}"
   exit 1

@@ -125,6 +125,10 @@ class Host {
   void SetLogFile(const std::string& path);
   void SetVerbose(bool verbose) { verbose_ = verbose; }
   void SetQuiet(bool quiet) { quiet_ = quiet; }
+  // Whether a message box is echoed on standard error with its answer (on unless switched off:
+  // a batch log shows what the user would have been told).
+  void SetEchoMessageBoxes(bool echo) { echoMessageBoxes_ = echo; }
+  bool EchoMessageBoxes() const { return echoMessageBoxes_; }
 
   // Frame used when a call says "at the current time".
   double CurrentFrame() const;
@@ -143,6 +147,7 @@ class Host {
   bool verbose_ = false;
   bool quiet_ = false;
   int commandDepth_ = 0;
+  bool echoMessageBoxes_ = true;
 };
 
 // ---- Plug-ins (plugin_loader.cpp) ------------------------------------------------------------

@@ -69,9 +69,12 @@ CStatus UIToolkit::MsgBox(const CString& text, int style, const CString& caption
   ui.messageBoxes.push_back(caption.Wide() + L": " + text.Wide());
   // An OK-only box tells the user that something was refused or went wrong: a batch run fails.
   if (buttons == siMsgOkOnly) ui.lineFailures.push_back(text.Wide());
-  // Printed even with --quiet: a batch log must show what the user would have been told.
-  std::cerr << "[" << caption.GetAsciiString() << "] " << text.GetAsciiString() << "\n  -> "
-            << ToUtf8(AnswerName(result)) << std::endl;
+  // Printed even with --quiet (unless the caller switched the echo off): a batch log must show
+  // what the user would have been told.
+  if (rt::Host::Get().EchoMessageBoxes()) {
+    std::cerr << "[" << caption.GetAsciiString() << "] " << text.GetAsciiString() << "\n  -> "
+              << ToUtf8(AnswerName(result)) << std::endl;
+  }
   return CStatus::OK;
 }
 
