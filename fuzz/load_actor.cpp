@@ -10,6 +10,8 @@
 //
 // Besides crashes, leaks and hangs, the harness aborts when
 //   - the command throws (nothing may leave the plug-in as an exception);
+//   - the command runs longer than kLongestRun: it waited on something (the fuzzer's own timeout
+//     alone can miss a wait on a named pipe, which its alarm signal breaks off);
 //   - the actor file does not read as a branch and no message names it;
 //   - the actor file reads as a branch and Load Actor adds nothing to the scene (a weight file,
 //     good or bad, never keeps the actor out);
@@ -19,6 +21,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -42,6 +45,9 @@ namespace {
 
 using namespace Zyra;
 namespace fs = std::filesystem;
+
+// Load Actor of these inputs takes well under a second even instrumented.
+constexpr auto kLongestRun = std::chrono::seconds(5);
 
 enum class WeightKind { kNone, kFile, kFolder, kFifo };
 
@@ -159,12 +165,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
   Model sceneRoot = Application().GetActiveSceneRoot();
   const long before = sceneRoot.GetChildren().GetCount();
   CStatus status;
+  const auto start = std::chrono::steady_clock::now();
   try {
     status = ExecuteEntry(*FindCommandEntry(L"Load Actor"), CValueArray());
   } catch (const std::exception& e) {
     Fail("Load Actor threw", e.what());
   } catch (...) {
     Fail("Load Actor threw", "an exception of no standard type");
+  }
+  const auto took = std::chrono::steady_clock::now() - start;
+  if (took > kLongestRun) {
+    Fail("Load Actor waited",
+         std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(took).count()) +
+             " ms");
   }
   const bool added = sceneRoot.GetChildren().GetCount() > before;
   const std::string messages = Messages(status);
