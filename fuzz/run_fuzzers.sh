@@ -81,7 +81,8 @@ report() {
     return 0
   fi
   printf '%-12s FAILED  (exit status %s; log %s)\n' "$target" "$status" "$log"
-  grep -E '^(==[0-9]+==ERROR|SUMMARY|load_actor:|.*runtime error)' "$log" | head -5 | sed 's/^/  /'
+  # The sanitizer's report, or the harness's own line ("<target>: what failed").
+  grep -E "^(==[0-9]+==ERROR|SUMMARY|$target:|.*runtime error)" "$log" | head -5 | sed 's/^/  /'
   local reproducer
   reproducer=$(sed -n 's/.*Test unit written to \(.*\)$/\1/p' "$log" | tail -1)
   echo "  reproducer: ${reproducer:-none written (see the log)}"

@@ -6,29 +6,40 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <vector>
+
+namespace {
+
+void Fail(const char* what) {
+  std::fprintf(stderr, "weight_file: %s\n", what);
+  std::abort();
+}
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   const std::vector<std::uint8_t> input(bytes, bytes + size);
   WeightList records;
   std::wstring problem;
   if (!DecodeWeightFile(input, records, problem)) {
-    if (problem.empty() || !records.empty()) std::abort();
+    if (problem.empty()) Fail("a refused file without a reason");
+    if (!records.empty()) Fail("a refused file left records");
     return 0;
   }
   for (const WeightData& record : records) {
-    if (record.points.size() != record.weights.size()) std::abort();
+    if (record.points.size() != record.weights.size()) Fail("a record of unequal arrays");
   }
   if (records.empty()) {
     // Only the count, and it announces no record: zero, or its sign bit set.
-    if (size != 4) std::abort();
+    if (size != 4) Fail("bytes after a record count of 0 or less were read as no records");
     const bool negative = (bytes[3] & 0x80) != 0;
     const bool zero = (bytes[0] | bytes[1] | bytes[2] | bytes[3]) == 0;
-    if (!negative && !zero) std::abort();
+    if (!negative && !zero) Fail("a positive record count gave no records");
   } else if (EncodeWeightFile(records) != input) {
-    std::abort();
+    Fail("the records do not write back to the bytes they were read from");
   }
   return 0;
 }
