@@ -20,6 +20,11 @@ json Intervals(const std::vector<Interval>& intervals) {
   return out;
 }
 
+json Clip(const ViewClip& clip) {
+  return {{"first", clip.first}, {"step", clip.step},           {"count", clip.count},
+          {"unit", clip.unit},   {"positions", clip.positions}, {"made", clip.made}};
+}
+
 }  // namespace
 
 bool WriteTakeRecord(const TakeRecord& r, const std::filesystem::path& dir, std::string& error) {
@@ -78,15 +83,19 @@ bool WriteTakeRecord(const TakeRecord& r, const std::filesystem::path& dir, std:
       for (size_t i = 0; i < count; ++i) frames[i] = r.firstFrame + static_cast<double>(i);
       std::map<std::string, std::vector<double>> heel = r.heel;
       std::vector<std::vector<double>*> series;
-      for (auto& [foot, values] : heel) {
-        values.resize(count, std::numeric_limits<double>::quiet_NaN());
-        series.push_back(&values);
+      std::map<std::string, std::vector<double>> speed = r.footSpeed;
+      for (auto* map : {&heel, &speed}) {
+        for (auto& [foot, values] : *map) {
+          values.resize(count, std::numeric_limits<double>::quiet_NaN());
+          series.push_back(&values);
+        }
       }
       ThinTimeSeries(frames, series, kPlotPointBudget);
       json whole = json::array();
       for (double f : frames) whole.push_back(static_cast<int>(f));
       plots["frames"] = std::move(whole);
       plots["heel"] = heel;
+      if (!speed.empty()) plots["speed"] = speed;
       plots["heightLimit"] = r.heightLimit;
       std::vector<double> x = r.pathX, z = r.pathZ;
       ThinPath(x, z, kPlotPointBudget);
@@ -101,6 +110,16 @@ bool WriteTakeRecord(const TakeRecord& r, const std::filesystem::path& dir, std:
                        {"after", seam.after}};
     }
     j["plots"] = plots;
+  }
+  if (r.view && r.view->skill.count > 0) {
+    json feet = json::array();
+    for (const auto& [name, joint] : r.view->feet)
+      feet.push_back({{"name", name}, {"joint", joint}});
+    j["view"] = {{"frameTime", r.view->frameTime},
+                 {"parents", r.view->parents},
+                 {"feet", feet},
+                 {"skill", Clip(r.view->skill)}};
+    if (r.view->loop) j["view"]["loop"] = Clip(*r.view->loop);
   }
 
   const std::filesystem::path target = dir / (r.take + ".json");

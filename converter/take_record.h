@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "loop_window.h"
+#include "view_sampler.h"
 
 namespace knrconvert {
 
@@ -71,9 +72,11 @@ struct TakeRecord {
   // Per-frame series over the skill's frames (index 0 = firstFrame), before decimation.
   int firstFrame = 0;
   std::map<std::string, std::vector<double>> heel;
+  std::map<std::string, std::vector<double>> footSpeed;  // take units a second
   std::map<std::string, double> heightLimit;
   std::vector<double> pathX, pathZ;
   std::optional<SeamPlot> seam;
+  std::optional<ViewRecord> view;  // the report's 3D view, already within its size budget
 };
 
 // Writes `dir/<take>.json` (through a temporary file and a rename, as the host writes files).

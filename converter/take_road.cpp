@@ -22,6 +22,7 @@
 #include "take_conditioning.h"
 #include "take_trim.h"
 #include "travel.h"
+#include "view_sampler.h"
 #include "zyra/action.h"
 #include "zyra/application.h"
 #include "zyra/fcurve.h"
@@ -372,6 +373,9 @@ class Road {
     }
     if (!Script("skill", "ApplyAction " + Quote(skill_) + "\n")) return false;
     PlotsFromPoses();
+    r_.view = SampleView(poses_, first_,
+                         {{feet_.size() > 0 ? feet_[0] : "", body_.leftFoot},
+                          {feet_.size() > 1 ? feet_[1] : "", body_.rightFoot}});
     Phase("skill", start);
     return true;
   }
@@ -402,7 +406,19 @@ class Road {
     }
   }
 
-  // Heel heights and the COG's ground path at every frame, from the poses (see take_road.h).
+  // How fast `joint` moves at frame `f`, in take units a second: the central difference, one-sided
+  // at the ends.
+  double FootSpeed(int f, int joint) const {
+    const int a = std::max(0, f - 1), b = std::min(poses_.frames - 1, f + 1);
+    if (b <= a || poses_.frameTime <= 0) return 0;
+    const Vec3f &p = poses_.At(a, joint), &q = poses_.At(b, joint);
+    return std::sqrt(double(q.x - p.x) * (q.x - p.x) + double(q.y - p.y) * (q.y - p.y) +
+                     double(q.z - p.z) * (q.z - p.z)) /
+           ((b - a) * poses_.frameTime);
+  }
+
+  // Heel heights, foot speeds and the COG's ground path at every frame, from the poses (see
+  // take_road.h).
   void PlotsFromPoses() {
     r_.firstFrame = first_;
     const size_t count = static_cast<size_t>(poses_.frames);
@@ -413,8 +429,10 @@ class Road {
       const Vec3f& cog = poses_.At(f, body_.cog);
       r_.pathX.push_back(cog.x);
       r_.pathZ.push_back(cog.z);
-      for (size_t i = 0; i < feet_.size(); ++i)
+      for (size_t i = 0; i < feet_.size(); ++i) {
         r_.heel[feet_[i]].push_back(poses_.At(f, feet[i]).y);
+        r_.footSpeed[feet_[i]].push_back(FootSpeed(f, feet[i]));
+      }
     }
     const double threshold = travels_ ? threshold_ : options_.threshold.value_or(kUsualThreshold);
     for (const auto& [foot, series] : r_.heel) {
@@ -478,6 +496,9 @@ class Road {
       record.sourceStep = pops.sourceStep;
       record.rejected = static_cast<int>(tryIndex);
       r_.loop = record;
+      if (r_.view)
+        AddLoopView(*r_.view, poses_, first_,
+                    {TakeFrame(a), TakeFrame(b), &source, &loop, &joints});
       if (pops.pop) {
         char warning[200];
         std::snprintf(warning, sizeof warning,

@@ -240,7 +240,10 @@ json PlotData(std::vector<TakeReport>& takes) {
   json data = {{"takes", json::array()}};
   for (TakeReport& take : takes) {
     RoundNumbers(take.plots);
-    data["takes"].push_back({{"name", take.name}, {"plots", std::move(take.plots)}});
+    data["takes"].push_back({{"name", take.name},
+                             {"units", take.units},
+                             {"plots", std::move(take.plots)},
+                             {"view", std::move(take.view)}});
   }
   return data;
 }
@@ -320,6 +323,9 @@ bool WriteRunReport(const std::filesystem::path& dir, std::string& error) {
                                           {"body", body},
                                           {"data", data},
                                           {"uplot_script", assets.uplot_script},
+                                          {"three_license", assets.three_license},
+                                          {"three_script", assets.three_script},
+                                          {"view_script", assets.view_script},
                                           {"page_script", assets.page_script}});
   const std::string target = (dir / "report.html").string();
   const Zyra::CStatus status = Zyra::rt::WriteFileReplacing(target, page);

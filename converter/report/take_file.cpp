@@ -2,6 +2,7 @@
 #include "converter/report/take_file.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
@@ -128,6 +129,7 @@ json ContactPlot(const TakeReport& take, const json& plots, const json* contacts
   std::optional<std::vector<double>> frames = reader.Numbers(plots, "frames", "plots.");
   const json* heel = reader.Object(plots, "heel", "plots.");
   const json* limits = reader.Object(plots, "heightLimit", "plots.");
+  const json* speed = reader.Object(plots, "speed", "plots.");
   const std::vector<std::string> feet = PlottedFeet(take, heel, contacts);
   if (!frames || feet.empty()) return nullptr;
 
@@ -138,15 +140,26 @@ json ContactPlot(const TakeReport& take, const json& plots, const json* contacts
     heights.push_back(values ? std::move(*values) : std::vector<double>(frames->size(), kMissing));
     MatchLength(*frames, heights.back(), "heel." + foot, reader);
   }
+  // A foot without a speed series gets gaps; a series that does not match its frames is cut.
+  std::vector<std::vector<double>> speeds;
+  for (const std::string& foot : feet) {
+    std::optional<std::vector<double>> values =
+        speed ? reader.Numbers(*speed, foot, "plots.speed.") : std::nullopt;
+    speeds.push_back(values ? std::move(*values) : std::vector<double>(frames->size(), kMissing));
+    MatchLength(*frames, speeds.back(), "speed." + foot, reader);
+  }
   // A cut to a shorter series above also shortens the series matched before it.
   for (auto& values : heights) values.resize(frames->size());
+  for (auto& values : speeds) values.resize(frames->size());
   std::vector<std::vector<double>*> series;
   for (auto& values : heights) series.push_back(&values);
+  for (auto& values : speeds) series.push_back(&values);
   ThinTimeSeries(*frames, series, kPlotPointBudget);
 
   json result = {{"frames", *frames}, {"feet", json::array()}};
   for (size_t i = 0; i < feet.size(); ++i) {
     json foot = {{"name", feet[i]}, {"heel", heights[i]}, {"limit", nullptr}};
+    if (speed != nullptr) foot["speed"] = speeds[i];
     if (limits != nullptr) {
       if (std::optional<double> limit = reader.Number(*limits, feet[i], "plots.heightLimit.")) {
         foot["limit"] = *limit;
@@ -202,6 +215,103 @@ json SeamPlot(const json& plots, FieldReader& reader) {
           {"before", *before},
           {"after", *after},
           {"joinAt", join}};
+}
+
+// Whether `text` is base64 of exactly `bytes` bytes (standard alphabet, padded).
+bool IsBase64Of(const std::string& text, size_t bytes) {
+  if (text.size() != (bytes + 2) / 3 * 4) return false;
+  const size_t padding = (3 - bytes % 3) % 3;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const unsigned char c = static_cast<unsigned char>(text[i]);
+    if (i >= text.size() - padding) {
+      if (c != '=') return false;
+    } else if (!std::isalnum(c) && c != '+' && c != '/') {
+      return false;
+    }
+  }
+  return true;
+}
+
+// A clip of the view, or null with `why` set (rule 7).
+json ViewClip(const json& clip, size_t joints, std::string& why) {
+  const auto whole = [&](const char* key, long long least) {
+    const auto it = clip.find(key);
+    return it != clip.end() && it->is_number_integer() && it->get<long long>() >= least;
+  };
+  if (!clip.is_object()) return why = "is not an object", nullptr;
+  if (!whole("first", std::numeric_limits<int>::min()) || !whole("step", 1) || !whole("count", 1))
+    return why = "needs a whole \"first\" and a \"step\" and \"count\" of at least 1", nullptr;
+  const auto unit = clip.find("unit");
+  if (unit == clip.end() || !unit->is_number() || !(unit->get<double>() > 0) ||
+      !std::isfinite(unit->get<double>()))
+    return why = "needs a positive \"unit\"", nullptr;
+  const auto positions = clip.find("positions");
+  if (positions == clip.end() || !positions->is_string())
+    return why = "has no \"positions\"", nullptr;
+  const std::string& text = positions->get_ref<const std::string&>();
+  if (text.size() > kViewClipBytes)
+    return why = "holds " + std::to_string(text.size()) + " characters of positions, more than " +
+                 std::to_string(kViewClipBytes),
+           nullptr;
+  const auto count = clip["count"].get<unsigned long long>();
+  if (count > kViewClipBytes || !IsBase64Of(text, count * joints * 3 * 2))
+    return why = "\"positions\" is not base64 of " + std::to_string(count) + " x " +
+                 std::to_string(joints) + " joints x 3 16-bit values",
+           nullptr;
+  const auto made = clip.find("made");
+  return {{"first", clip["first"]},
+          {"step", clip["step"]},
+          {"count", count},
+          {"unit", *unit},
+          {"positions", text},
+          {"made", made == clip.end() || !made->is_boolean() || made->get<bool>()}};
+}
+
+// The take's 3D view (rule 7), or null with a warning.
+json ReadView(const json& root, FieldReader& reader) {
+  const json* view = reader.Object(root, "view");
+  if (view == nullptr) return nullptr;
+  const auto bad = [&reader](const std::string& why) {
+    reader.Warn("the 3D view data " + why + "; the take is shown without its 3D view");
+    return nullptr;
+  };
+  const auto parents = view->find("parents");
+  if (parents == view->end() || !parents->is_array() || parents->empty())
+    return bad("has no \"parents\"");
+  for (size_t j = 0; j < parents->size(); ++j) {
+    const json& p = (*parents)[j];
+    if (!p.is_number_integer() || p.get<long long>() < -1 ||
+        p.get<long long>() >= static_cast<long long>(j))
+      return bad("has a parent that is not -1 or an earlier joint (joint " + std::to_string(j) +
+                 ")");
+  }
+  const size_t joints = parents->size();
+  json feet = json::array();
+  if (const auto list = view->find("feet"); list != view->end() && list->is_array()) {
+    for (const json& foot : *list) {
+      const auto joint = foot.is_object() ? foot.find("joint") : foot.end();
+      if (!foot.is_object() || joint == foot.end() || !joint->is_number_integer() ||
+          joint->get<long long>() < 0 || joint->get<long long>() >= static_cast<long long>(joints))
+        return bad("has a foot whose joint is out of range");
+      const auto name = foot.find("name");
+      feet.push_back({{"name", name != foot.end() && name->is_string() ? *name : json("")},
+                      {"joint", *joint}});
+    }
+  }
+  const auto frameTime = view->find("frameTime");
+  if (frameTime == view->end() || !frameTime->is_number() || !(frameTime->get<double>() > 0))
+    return bad("needs a positive \"frameTime\"");
+  std::string why;
+  const auto skill = view->find("skill");
+  json result = {{"frameTime", *frameTime}, {"parents", *parents}, {"feet", feet}};
+  if (skill == view->end()) return bad("has no \"skill\" clip");
+  result["skill"] = ViewClip(*skill, joints, why);
+  if (result["skill"].is_null()) return bad("\"skill\" clip " + why);
+  if (const auto loop = view->find("loop"); loop != view->end() && !loop->is_null()) {
+    result["loop"] = ViewClip(*loop, joints, why);
+    if (result["loop"].is_null()) return bad("\"loop\" clip " + why);
+  }
+  return result;
 }
 
 void ReadLoop(const json& root, TakeReport& take, FieldReader& reader) {
@@ -322,6 +432,7 @@ std::optional<TakeReport> ReadTakeJson(const json& root, const std::string& file
     if (json seam = SeamPlot(*plots, reader); !seam.is_null()) result["seam"] = std::move(seam);
     if (!result.empty()) take.plots = std::move(result);
   }
+  take.view = ReadView(root, reader);
   // The take's own warnings first, then what reading its file found.
   take.warnings.insert(take.warnings.end(), reading_warnings.begin(), reading_warnings.end());
   return take;

@@ -13,6 +13,13 @@
 //      is cut to the shorter of the two with a warning; values that are not numbers are gaps.
 //   6. Series longer than the point budget are thinned again (plot_series.h): the page must draw
 //      fast whoever wrote the file.
+//   7. The 3D view ("view", written by converter/view_sampler.h) is kept only when it holds
+//      together: "parents" integers, each -1 or an earlier joint; "feet" [{name, joint}] with
+//      joints in range; a "skill" clip and an optional "loop" clip, each with a whole "first",
+//      a "step" and "count" of at least 1, a positive "unit" and "positions", base64 of exactly
+//      count x joints x 3 int16 values and at most kViewClipBytes characters long. Otherwise it
+//      is left out with a warning that names what is wrong: a page whose view data is broken
+//      or outsized would draw nonsense or grow without bound.
 #pragma once
 
 #include <filesystem>
@@ -27,6 +34,10 @@ namespace knrconvert {
 // Points kept per plotted series: two per pixel of the widest plot the page draws (min and max
 // of each pixel column), which also keeps a report of a hundred takes near 8 MB.
 constexpr size_t kPlotPointBudget = 2400;
+
+// Characters of base64 joint positions one clip of a take's 3D view may hold: with the skill and
+// the loop clip, a take adds at most about 640 KB to the page however long it is.
+constexpr size_t kViewClipBytes = 320 * 1024;
 
 struct TakeLoop {
   double start = 0;
@@ -59,9 +70,12 @@ struct TakeReport {
   std::vector<std::pair<std::string, double>> seconds;  // phase and seconds, in run order
   std::optional<double> total_seconds;
   // Data for the page's plots, already checked and thinned (rules 5 and 6); null when the take
-  // has nothing to plot. Keys: "contacts" {frames, feet: [{name, heel, limit, intervals}]},
-  // "path" {x, z}, "seam" {channel, x, frame, before, after, joinAt}.
+  // has nothing to plot. Keys: "contacts" {frames, feet: [{name, heel, speed, limit, intervals}]},
+  // "path" {x, z}, "seam" {channel, x, frame, before, after, joinAt}; a foot's "speed" (take
+  // units a second) is there when the file gives speeds.
   nlohmann::json plots;
+  // The 3D view's data as the take file gives it, checked (rule 7); null without one.
+  nlohmann::json view;
 };
 
 // Reads the take file at `path` (rules above). Nothing when the file is not a take file (rule 2).

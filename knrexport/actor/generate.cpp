@@ -106,20 +106,28 @@ bool BuildGeneratedActor(Model& model, X3DObject& root, const GenerateOptions& o
     AddRTKActor(generatedRoot, true);
     if (home) SetHome(generatedRoot, HasTag(root, kTagFixHomeBase), bar, false);
   }
-  if (done && o.skill) {
-    bar.PutValue(bar.GetMaximum() -
-                 ComputeProgessBarSizeForSkills(model, GetNumChildren(generated)));
-    done = ProcessSkills(model, generated, bar);
-  }
   if (!done) {
-    // Nothing of a failed generation stays behind, and the rig is back in its posture.
+    // A copy that could not be built or initialized is no actor: nothing of it stays behind,
+    // and the rig is back in its posture.
     RestorePose(model, false);
     if (generated.IsValid()) DeleteObj(generated.GetFullName());
     generated = Model();
+    CleanupPose(model);
+    return false;
+  }
+  if (o.skill) {
+    bar.PutValue(bar.GetMaximum() -
+                 ComputeProgessBarSizeForSkills(model, GetNumChildren(generated)));
+    // An action that cannot be turned into its skill kind has said why; the generated actor is
+    // complete without it and stays, with the copies made so far.
+    if (!ProcessSkills(model, generated, bar)) {
+      CleanupPose(model);
+      return false;
+    }
   }
   bar.PutValue(bar.GetMaximum());
   CleanupPose(model);
-  return done;
+  return true;
 }
 
 long ComputeProgressBarSize(Model& model, X3DObject& root, bool skill, bool envelope, bool box) {

@@ -32,9 +32,13 @@ void OnOpen(CustomProperty& property) {
   } else {
     SetReadOnly(property, L"Envelope", false);
   }
+  // Greyed only while the model has no actions: once actions are added, a later opening makes
+  // the option editable again (keeping its value), or they could never be copied.
   if (!model.IsValid() || model.GetSources().GetCount() == 0) {
     property.PutParameterValue(L"Skill", false);
     SetReadOnly(property, L"Skill", true);
+  } else {
+    SetReadOnly(property, L"Skill", false);
   }
   GreyBoxOptions(property, property.GetParameterValue(L"Box").AsBool());
 }

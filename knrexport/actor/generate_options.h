@@ -8,6 +8,7 @@
 // "Box Options" (Box, Cog, Factor).
 void BuildKinraGenLayout(Zyra::PPGLayout& layout);
 // On opening: without an enveloped object Envelope and Box are cleared and Envelope greyed;
-// without action sources Skill is cleared and greyed; Cog and Factor are greyed while Box is off.
+// without action sources Skill is cleared and greyed, with them it is editable (its value kept);
+// Cog and Factor are greyed while Box is off.
 // A change of Box greys or frees Cog and Factor. Other events do nothing.
 void KinraGenPPGEvent(Zyra::PPGEventContext& event);

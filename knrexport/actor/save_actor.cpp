@@ -1,9 +1,9 @@
 // Save Actor: the checks, the scene preparation, the export and the weight file.
 #include "knrexport/actor/save_actor.h"
 
-#include <filesystem>
-#include <system_error>
+#include <string>
 
+#include "knrexport/actor/actor_file_writer.h"
 #include "knrexport/actor/home_pose.h"
 #include "knrexport/actor/weight_file.h"
 #include "knrexport/actor/weight_maps.h"
@@ -19,6 +19,8 @@ using namespace Zyra;
 namespace {
 
 constexpr const wchar_t* kGeneratedPrefix = L"Knr";
+constexpr const wchar_t* kActorNotWritten = L"the actor file could not be written";
+constexpr const wchar_t* kWeightsNotWritten = L"the weight file could not be written";
 
 bool Run(const wchar_t* command, const CValueArray& args) {
   CValue ignored;
@@ -61,75 +63,63 @@ Model SourceOf(const Model& generated) {
              : Model();
 }
 
-// Keeps the weight file that a save is about to replace, so that the pair can be put back when
-// the actor file cannot be replaced after the weight file was: a hard link beside it (a copy where
-// the file system has no links). Nothing is kept when there was no weight file.
-class WeightFileBackup {
- public:
-  explicit WeightFileBackup(const std::filesystem::path& file) : file_(file) {
-    backup_ = file;
-    backup_ += L".old";
-    std::error_code error;
-    std::filesystem::remove(backup_, error);
-    if (!std::filesystem::is_regular_file(file_, error)) return;
-    std::filesystem::create_hard_link(file_, backup_, error);
-    if (error) std::filesystem::copy_file(file_, backup_, error);
-    kept_ = !error;
-  }
-  ~WeightFileBackup() {
-    std::error_code error;
-    if (kept_) std::filesystem::remove(backup_, error);
-  }
-  // Puts the older weight file back (or removes the new one when there was none).
-  void Restore() {
-    std::error_code error;
-    if (kept_) {
-      std::filesystem::rename(backup_, file_, error);
-      kept_ = !!error;
-    } else {
-      std::filesystem::remove(file_, error);
-    }
-  }
-  WeightFileBackup(const WeightFileBackup&) = delete;
-  WeightFileBackup& operator=(const WeightFileBackup&) = delete;
+// "<path>: <what> (<why>)." for a message box.
+CString Failure(const std::string& path, const wchar_t* what, const std::string& why) {
+  return CString(path) + L": " + what + L" (" + CString(why) + L").";
+}
 
- private:
-  std::filesystem::path file_, backup_;
-  bool kept_ = false;
-};
+// The host's reason for a failed export: its message without the file name it starts with (the
+// temporary file's, which means nothing to the user).
+std::string ExportReason(const CStatus& status, const std::string& temporary) {
+  std::string message = status.GetMessage().GetAsciiString();
+  const std::string prefix = temporary + ": ";
+  if (message.compare(0, prefix.size(), prefix) == 0) message.erase(0, prefix.size());
+  while (!message.empty() && (message.back() == '.' || message.back() == '\n')) message.pop_back();
+  return message.empty() ? "the exporter failed" : message;
+}
 
-// Exports the model through a temporary file and writes the weight file; both replace older
-// files only once written whole, and when the actor file cannot be replaced the older weight
-// file is put back, so the two files on disk always belong together.
+// Exports the model into a temporary file, writes the weight file into another and puts both in
+// place together (actor_file_writer.h): on any failure the older pair stays as it was, no
+// temporary file is left, and the message names the file at fault with the reason.
 bool WriteActorFiles(Model& model, const CString& file, const WeightList& records) {
-  const std::filesystem::path target(file.Wide());
-  std::filesystem::path temporary = target;
-  temporary += L".tmp";
-  std::error_code error;
-  if (!Run(L"ZrExportDotZyraFile", {CValue(model.GetRef()), CString(temporary.wstring())}) ||
-      !std::filesystem::exists(temporary, error)) {
-    std::filesystem::remove(temporary, error);
-    ShowMessage(file + L": the actor file could not be written.");
+  const std::string actorPath = file.GetAsciiString();
+  const std::string weightPath = WeightFileName(file).GetAsciiString();
+  PendingFile actor(actorPath), weights(weightPath);
+  std::string problem;
+  if (!actor.Create(problem)) {
+    ShowMessage(Failure(actorPath, kActorNotWritten, problem));
     return false;
   }
-  const CString weightFile = WeightFileName(file);
-  WeightFileBackup older(std::filesystem::path(weightFile.Wide()));
-  if (!WriteWeightFile(weightFile, records)) {
-    std::filesystem::remove(temporary, error);
-    ShowMessage(weightFile + L": the weight file could not be written.");
+  CValue ignored;
+  const CStatus exported = Application().ExecuteCommand(
+      L"ZrExportDotZyraFile", {CValue(model.GetRef()), CString(actor.Path())}, ignored);
+  if (!exported.Succeeded()) {
+    ShowMessage(Failure(actorPath, kActorNotWritten, ExportReason(exported, actor.Path())));
     return false;
   }
-  std::filesystem::rename(temporary, target, error);
-  if (error) {
-    older.Restore();
-    std::filesystem::remove(temporary, error);
-    ShowMessage(file + L": the actor file could not be written.");
+  if (!weights.Create(problem) || !weights.Write(EncodeWeightFile(records), problem)) {
+    ShowMessage(Failure(weightPath, kWeightsNotWritten, problem));
+    return false;
+  }
+  std::string failed;
+  if (!PutActorFilesInPlace(actor, weights, failed, problem)) {
+    ShowMessage(
+        Failure(failed, failed == actorPath ? kActorNotWritten : kWeightsNotWritten, problem));
     return false;
   }
   return true;
 }
 
 }  // namespace
+
+Property AddActorFileProperty() {
+  X3DObject sceneRoot = Application().GetActiveSceneRoot();
+  Property remembered;
+  if (FindCustomPSet(sceneRoot, L"ActorFile", remembered)) return remembered;
+  CustomProperty property = sceneRoot.AddProperty(L"Custom_parameter_list", false, L"ActorFile");
+  AddParam(property, L"InitDir", siString, 0, Application().GetInstallationPath(siUserPath));
+  return property;
+}
 
 CString ChooseActorFile(const CString& title, bool open) {
   X3DObject sceneRoot = Application().GetActiveSceneRoot();
@@ -139,12 +129,8 @@ CString ChooseActorFile(const CString& title, bool open) {
                                 : Application().GetInstallationPath(siUserPath);
   const CString file = FileBrowser(kActorFileFilter, title, initDir, open);
   if (file.IsEmpty()) return file;
-  CustomProperty property(remembered);
-  if (!known) {
-    property = sceneRoot.AddProperty(L"Custom_parameter_list", false, L"ActorFile");
-    AddParam(property, L"InitDir", siString, 0, Application().GetInstallationPath(siUserPath));
-  }
-  property.PutParameterValue(L"InitDir", ExtractPath(file));
+  if (!known) remembered = AddActorFileProperty();
+  remembered.PutParameterValue(L"InitDir", ExtractPath(file));
   return file;
 }
 

@@ -1,13 +1,10 @@
-// The weight file: its name, its bytes and its safe replacement on disk.
+// The weight file: its name, its bytes, and reading it from disk.
 #include "knrexport/actor/weight_file.h"
 
-#include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <system_error>
+#include <unordered_set>
 
+#include "knrexport/scene/file_reading.h"
 #include "knrexport/scene/host_calls.h"
 
 using namespace Zyra;
@@ -23,8 +20,6 @@ std::uint32_t GetInt(const std::vector<std::uint8_t>& in, size_t at) {
   for (int i = 3; i >= 0; --i) v = (v << 8) | in[at + static_cast<size_t>(i)];
   return v;
 }
-
-std::filesystem::path PathOf(const CString& name) { return std::filesystem::path(name.Wide()); }
 
 }  // namespace
 
@@ -61,6 +56,11 @@ bool DecodeWeightFile(const std::vector<std::uint8_t>& bytes, WeightList& record
   }
   const auto count = static_cast<std::int32_t>(GetInt(bytes, 0));
   size_t at = 4;
+  if (count <= 0 && bytes.size() > at) {
+    problem = std::to_wstring(bytes.size() - at) + L" bytes follow a record count of " +
+              std::to_wstring(count);
+    return false;
+  }
   // Every record takes at least its own count: a larger count cannot be true.
   if (count > 0 && static_cast<size_t>(count) > (bytes.size() - at) / 4) {
     problem = L"its record count " + std::to_wstring(count) + L" does not fit in the file";
@@ -85,15 +85,21 @@ bool DecodeWeightFile(const std::vector<std::uint8_t>& bytes, WeightList& record
     WeightData record;
     record.points.resize(static_cast<size_t>(n));
     record.weights.resize(static_cast<size_t>(n));
-    for (size_t i = 0; i < record.points.size(); ++i, at += 4)
+    std::unordered_set<std::int32_t> seen;
+    for (size_t i = 0; i < record.points.size(); ++i, at += 4) {
       record.points[i] = static_cast<std::int32_t>(GetInt(bytes, at));
+      if (!seen.insert(record.points[i]).second) {
+        problem = which + L" lists point " + std::to_wstring(record.points[i]) + L" twice";
+        return false;
+      }
+    }
     for (size_t i = 0; i < record.weights.size(); ++i, at += 4) {
       const std::uint32_t bits = GetInt(bytes, at);
       std::memcpy(&record.weights[i], &bits, sizeof bits);
     }
     read.push_back(std::move(record));
   }
-  if (count > 0 && at != bytes.size()) {
+  if (at != bytes.size()) {
     problem = std::to_wstring(bytes.size() - at) + L" bytes follow the last record";
     return false;
   }
@@ -101,41 +107,14 @@ bool DecodeWeightFile(const std::vector<std::uint8_t>& bytes, WeightList& record
   return true;
 }
 
-bool ReplaceFile(const CString& path, const std::vector<std::uint8_t>& bytes) {
-  const std::filesystem::path target = PathOf(path);
-  std::filesystem::path temporary = target;
-  temporary += L".tmp";
-  std::error_code error;
-  {
-    std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(bytes.data()),
-              static_cast<std::streamsize>(bytes.size()));
-    out.close();
-    if (!out) {
-      std::filesystem::remove(temporary, error);
-      return false;
-    }
-  }
-  std::filesystem::rename(temporary, target, error);
-  if (!error) return true;
-  std::filesystem::remove(temporary, error);
-  return false;
-}
-
-bool WriteWeightFile(const CString& path, const WeightList& records) {
-  return ReplaceFile(path, EncodeWeightFile(records));
-}
-
 bool ReadWeightFile(const CString& path, WeightList& records) {
   records.clear();
-  const std::filesystem::path file = PathOf(path);
-  std::error_code error;
-  if (!std::filesystem::exists(file, error)) return true;
-  std::ifstream in(file, std::ios::binary);
-  std::vector<std::uint8_t> bytes((std::istreambuf_iterator<char>(in)),
-                                  std::istreambuf_iterator<char>());
-  std::wstring problem = L"the file cannot be read";
-  if (in.bad() || !in.is_open() || !DecodeWeightFile(bytes, records, problem)) {
+  std::vector<std::uint8_t> bytes;
+  std::string refused;
+  const FileState state = ReadRegularFile(ToUtf8(path.Wide()), bytes, refused);
+  if (state == FileState::kMissing) return true;
+  std::wstring problem = FromUtf8(refused);
+  if (state == FileState::kRefused || !DecodeWeightFile(bytes, records, problem)) {
     ShowMessage(path + L": " + CString(problem) + L". The actor is loaded without its weights.");
     return false;
   }

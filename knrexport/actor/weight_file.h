@@ -4,13 +4,14 @@
 //   int32  record count          0 or less: no records
 //   for each record:
 //     int32  value count n
-//     n x int32    point indices of the mesh
+//     n x int32    point indices of the mesh, each at most once
 //     n x float32  weights of those points, in percent
 //
-// A file is read whole and checked before any record is kept: a count that is negative or larger
-// than the bytes left, a file that ends early, or bytes after the last record refuse the file.
-// It is written to a temporary file beside the target and renamed over it, so a failed write
-// leaves the older file in place.
+// A file is read whole and checked before any record is kept. It is refused when it is not a
+// regular file, when it ends early, when a count is negative or larger than the bytes left, when
+// a record lists a point twice, or when any byte follows the last record (also after a record
+// count of 0 or less, which announces that nothing follows). Writing it is the actor file
+// writer's work (actor_file_writer.h), which puts it in place together with its actor file.
 #pragma once
 
 #include <cstdint>
@@ -30,13 +31,6 @@ std::vector<std::uint8_t> EncodeWeightFile(const WeightList& records);
 bool DecodeWeightFile(const std::vector<std::uint8_t>& bytes, WeightList& records,
                       std::wstring& problem);
 
-// Writes the file `path` (through a temporary file and a rename); false when it could not be
-// written, with the older file left as it was.
-bool WriteWeightFile(const Zyra::CString& path, const WeightList& records);
-// Reads the file `path`. A missing file gives no records and true. A file that cannot be read or
-// is no weight file gives no records, a message naming it, and false.
+// Reads the file `path`. A missing file gives no records and true. A file that is not a regular
+// file, cannot be read or is no weight file gives no records, a message naming it, and false.
 bool ReadWeightFile(const Zyra::CString& path, WeightList& records);
-
-// Writes `bytes` to `path` through a temporary file beside it and a rename; false on failure,
-// leaving `path` untouched and no temporary file behind.
-bool ReplaceFile(const Zyra::CString& path, const std::vector<std::uint8_t>& bytes);

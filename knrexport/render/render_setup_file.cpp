@@ -4,6 +4,7 @@
 #include <string>
 
 #include "knrexport/render/render_visibility.h"
+#include "knrexport/scene/file_reading.h"
 #include "knrexport/scene/host_calls.h"
 #include "knrexport/scene/text_utils.h"
 #include "zyra/application.h"
@@ -73,17 +74,19 @@ bool InsideAnother(const Model& model, const CRefArray& models) {
 }
 
 // Checks that the setup file can be written without touching an existing one; `created` tells
-// whether the check made an empty file that a refusal must remove again.
-bool ProbeSetupFile(const std::string& path, bool& created) {
+// whether the check made an empty file that a refusal must remove again. Anything but a regular
+// file in its place (a folder, a FIFO that would wait for a reader, a device) is refused with
+// `refused` saying what it is, before it is opened.
+bool ProbeSetupFile(const std::string& path, bool& created, std::string& refused) {
   created = false;
   if (path.empty()) return false;
-  std::FILE* existing = std::fopen(path.c_str(), "r");
-  if (existing) std::fclose(existing);
-  // Appending creates a missing file and refuses a directory, and never truncates.
+  const FileState state = CheckRegularFile(path, refused);
+  if (state == FileState::kRefused) return false;
+  // Appending creates a missing file and never truncates.
   std::FILE* probe = std::fopen(path.c_str(), "a");
   if (!probe) return false;
   std::fclose(probe);
-  created = existing == nullptr;
+  created = state == FileState::kMissing;
   return true;
 }
 
@@ -124,7 +127,10 @@ bool GenerateRenderSetup(const CString& file, const CRef& targetGroup, int start
                          bool domap, const CString& className, bool doui) {
   const std::string path = file.GetAsciiString();
   bool created = false;
-  if (!ProbeSetupFile(path, created)) {
+  std::string refused;
+  if (!ProbeSetupFile(path, created, refused)) {
+    if (!refused.empty())
+      Application().LogMessage(file + L": " + CString(refused) + L".", siErrorMsg);
     Report(kRenderSetupNoFile, doui);
     return false;
   }

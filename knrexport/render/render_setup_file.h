@@ -14,7 +14,9 @@
 // Target models: the models among the group's members, in member order, each once. The scene
 // root does not count, nor a model that lies inside another target (its container's files
 // already hold it). Every object's own visibility is as before when the generation ends, and
-// the setup file is left untouched when the generation refuses its input.
+// the setup file is left untouched when the generation refuses its input. A setup path that names
+// anything but a regular file (a folder, a FIFO, a device) is refused before it is opened, and
+// the host log names it.
 #pragma once
 
 #include <cstdio>

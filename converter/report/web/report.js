@@ -1,10 +1,18 @@
-// Draws the run report's plots with uPlot from the json embedded in the page. The page is
-// written by the converter's report writer, which already checked and thinned every series.
+// Draws the run report's plots with uPlot, and each take's 3D view (view3d.js), from the json
+// embedded in the page. The page is written by the converter's report writer, which already
+// checked and thinned every series.
 //
-// A take's charts are made when its section comes near the screen (<div class="plots"
-// data-drawn="yes"> once made). After each round of drawing, once it is on screen,
-// window.reportDrawn holds how many charts exist and the milliseconds since the page started
-// loading; <html data-drawn="yes"> is set after the first round.
+// Drawing order: the takes whose sections are on the first screen are drawn while the page
+// loads, so its first paint (and a one-shot screenshot) shows them; the others follow in page
+// order in idle time, a few at a time, so the page stays responsive; a print draws whatever is
+// left first. No scrolling is needed for anything to be drawn. <div class="plots"
+// data-drawn="yes"> marks a take drawn. After each round of drawing, once it is on screen,
+// window.reportDrawn holds how many charts and views exist and the milliseconds since the page
+// started loading; <html data-drawn="yes"> is set after the first round and
+// <html data-drawn-all="yes"> once every take is drawn.
+//
+// Axes carry the take's units ("cm" for a take in centimetres; "units" when they are unknown).
+// Moving a view's frame (playing or its slider) moves the frame cursor of its take's charts.
 (function () {
   'use strict';
 
@@ -17,13 +25,17 @@
     end: '#c62828',
     before: '#e08a00',
     after: '#1f5fa8',
-    join: 'rgba(0, 0, 0, 0.45)'
+    join: 'rgba(0, 0, 0, 0.45)',
+    speed: 'rgba(90, 90, 90, 0.75)'
   };
   var CONTACT_HEIGHT = 180;
   var AXIS_SIZE = 56;  // fixed, so the plot area does not move when the ranges change
 
   var data = JSON.parse(document.getElementById('report-data').textContent);
   var charts = [];
+  var views = 0;
+  var UNITS = { metres: 'm', centimetres: 'cm', millimetres: 'mm', inches: 'in' };
+  data.takes.forEach(function (t) { t.unitsShort = UNITS[t.units] || 'units'; });
 
   function figure(container, caption, half) {
     var fig = document.createElement('figure');
@@ -65,19 +77,30 @@
   }
 
   // Heel height over the frames, the height limit as a dashed line, contacts as shaded bands.
-  function contactChart(container, plot, foot) {
-    var fig = figure(container, foot.name + ': heel height, height limit (dashed) and contacts (shaded); ' +
+  function contactChart(container, plot, foot, units) {
+    var hasSpeed = Array.isArray(foot.speed);
+    var fig = figure(container, foot.name + ': heel height, height limit (dashed)' +
+      (hasSpeed ? ', speed (grey, right axis)' : '') + ' and contacts (shaded); ' +
       'drag to zoom, double-click to see all');
     var limit = plot.frames.map(function () { return foot.limit; });
     var intervals = foot.intervals;
+    var series = [
+      { label: 'frame' },
+      { label: 'heel (' + units + ')', stroke: COLORS.heel, width: 1 },
+      { label: 'limit', stroke: COLORS.limit, width: 1, dash: [6, 4], show: foot.limit != null }
+    ];
+    var axes = [{ label: 'frame' }, { label: 'height (' + units + ')', size: AXIS_SIZE }];
+    var values = [plot.frames, foot.heel, limit];
+    if (hasSpeed) {
+      series.push({ label: 'speed (' + units + '/s)', stroke: COLORS.speed, width: 1, scale: 'speed' });
+      axes.push({ label: 'speed (' + units + '/s)', scale: 'speed', side: 1, size: AXIS_SIZE,
+        grid: { show: false } });
+      values.push(foot.speed);
+    }
     var opts = {
       scales: { x: { time: false } },
-      series: [
-        { label: 'frame' },
-        { label: 'heel', stroke: COLORS.heel, width: 1 },
-        { label: 'limit', stroke: COLORS.limit, width: 1, dash: [6, 4], show: foot.limit != null }
-      ],
-      axes: [{ label: 'frame' }, { label: 'height', size: AXIS_SIZE }],
+      series: series,
+      axes: axes,
       legend: { live: true },
       hooks: {
         drawClear: [function (u) {
@@ -95,7 +118,7 @@
         }]
       }
     };
-    make(fig, opts, [plot.frames, foot.heel, limit], function () { return CONTACT_HEIGHT; });
+    return make(fig, opts, values, function () { return CONTACT_HEIGHT; });
   }
 
   // The x and z ranges that give both axes the same units per pixel, with a margin.
@@ -120,7 +143,7 @@
 
   // The root seen from above: x to the right, z toward the bottom, equal scale; start and end
   // marked. The points are not in x order, so the path is drawn as a polyline of its own.
-  function pathChart(container, path) {
+  function pathChart(container, path, units) {
     var fig = figure(container, 'Root path seen from above (x, z): start \u25cf, end \u25a0', true);
     function drawPath(u, seriesIdx) {
       var xs = u.data[seriesIdx][0], zs = u.data[seriesIdx][1];
@@ -160,7 +183,7 @@
         paths: drawPath,
         points: { show: false }
       }],
-      axes: [{ scale: 'x', label: 'x' }, { scale: 'z', label: 'z', size: AXIS_SIZE }],
+      axes: [{ scale: 'x', label: 'x (' + units + ')' }, { scale: 'z', label: 'z (' + units + ')', size: AXIS_SIZE }],
       legend: { show: false },
       cursor: { show: false },
       hooks: {
@@ -186,7 +209,7 @@
   // How far the joint that jumps most at the wrap is from its pose at the loop's start (relative
   // to the COG), over the loop window played twice, before and after blending; the join (where
   // the second play starts) is the seam a viewer would see.
-  function seamChart(container, seam) {
+  function seamChart(container, seam, units) {
     var fig = figure(container, 'Loop seam of ' + (seam.channel || 'the loop') +
       ' (distance from its pose at the loop start): before (orange) and after (blue) blending, ' +
       'join dashed', true);
@@ -209,7 +232,7 @@
         { label: 'frame (window played twice)', values: function (u, splits) {
           return splits.map(function (v) { return Number.isInteger(v) ? String(frameAt(v)) : ''; });
         } },
-        { label: 'value', size: AXIS_SIZE }
+        { label: 'distance (' + units + ')', size: AXIS_SIZE }
       ],
       hooks: {
         draw: [function (u) {
@@ -227,20 +250,50 @@
         }]
       }
     };
-    make(fig, opts, [seam.x, seam.before, seam.after], function (w) { return Math.min(420, Math.max(260, w * 0.7)); }, true);
+    return make(fig, opts, [seam.x, seam.before, seam.after], function (w) { return Math.min(420, Math.max(260, w * 0.7)); }, true);
+  }
+
+  // Puts the frame cursor of `chart` at x value `x` (nothing when x is off its scale).
+  function moveCursor(chart, x) {
+    var left = chart.valToPos(x, 'x');
+    if (!(left >= 0 && left <= chart.bbox.width / uPlot.pxRatio)) return;
+    chart.setCursor({ left: left, top: 1 });
   }
 
   function drawTake(container, take) {
     var plots = take.plots || {};
-    if (plots.contacts) {
-      plots.contacts.feet.forEach(function (foot) { contactChart(container, plots.contacts, foot); });
+    var units = take.unitsShort;
+    var frameCharts = [], seam = null;
+    // A view that cannot be made says so and leaves the charts to be drawn.
+    if (take.view && window.KnrView) {
+      try {
+        var view = window.KnrView.create(container, take, function (frame, loopStart) {
+          frameCharts.forEach(function (c) { moveCursor(c, frame); });
+          // The seam chart counts frames from the loop's start, its first play at x = frame.
+          if (seam && loopStart != null) moveCursor(seam, frame - loopStart);
+        });
+        if (view) views++;
+      } catch (e) {
+        var p = document.createElement('p');
+        p.className = 'plot-error';
+        p.textContent = 'The 3D view of this take could not be made: ' + e.message;
+        container.appendChild(p);
+        console.error('3D view of take ' + take.name + ':', e);
+      }
     }
-    if (plots.path) pathChart(container, plots.path);
-    if (plots.seam) seamChart(container, plots.seam);
+    if (plots.contacts) {
+      plots.contacts.feet.forEach(function (foot) {
+        frameCharts.push(contactChart(container, plots.contacts, foot, units));
+      });
+    }
+    if (plots.path) pathChart(container, plots.path, units);
+    if (plots.seam) seam = seamChart(container, plots.seam, units);
   }
 
   function drawOne(container) {
     var take = data.takes[Number(container.getAttribute('data-take'))];
+    container.style.minHeight = '';
+    container.setAttribute('data-drawn', 'yes');
     try {
       drawTake(container, take);
     } catch (e) {
@@ -256,35 +309,48 @@
   function markDrawn() {
     requestAnimationFrame(function () {
       setTimeout(function () {
-        window.reportDrawn = { charts: charts.length, ms: performance.now() };
+        window.reportDrawn = { charts: charts.length, views: views, ms: performance.now() };
         document.documentElement.setAttribute('data-drawn', 'yes');
       }, 0);
     });
   }
 
-  // A take's charts are made when its section comes near the screen. Every chart is a canvas the
-  // browser keeps and composites: a hundred takes drawn at once take seconds to paint, while the
-  // few near the screen paint in a frame.
+  // The takes on the first screen now, the rest in idle time, everything before a print.
   function drawAll() {
-    var containers = document.querySelectorAll('.plots[data-take]');
-    if (containers.length === 0 || !('IntersectionObserver' in window)) {
-      Array.prototype.forEach.call(containers, drawOne);
-      markDrawn();
-      return;
-    }
-    var observer = new IntersectionObserver(function (entries) {
-      entries.forEach(function (entry) {
-        if (!entry.isIntersecting) return;
-        observer.unobserve(entry.target);
-        drawOne(entry.target);
-        entry.target.style.minHeight = '';
-        entry.target.setAttribute('data-drawn', 'yes');
-      });
-      markDrawn();
-    }, { rootMargin: '800px 0px' });
-    Array.prototype.forEach.call(containers, function (c) {
+    var pending = Array.prototype.slice.call(document.querySelectorAll('.plots[data-take]'));
+    pending.forEach(function (c) {
       c.style.minHeight = estimatedHeight(data.takes[Number(c.getAttribute('data-take'))]) + 'px';
-      observer.observe(c);
+    });
+    var screen = window.innerHeight || 800;
+    // Reading every position after all the writes above costs one layout.
+    var tops = pending.map(function (c) { return c.getBoundingClientRect().top; });
+    pending = pending.filter(function (c, i) {
+      if (tops[i] >= screen) return true;
+      drawOne(c);
+      return false;
+    });
+    markDrawn();
+    function finished() {
+      if (pending.length === 0) document.documentElement.setAttribute('data-drawn-all', 'yes');
+    }
+    finished();
+    var idle = window.requestIdleCallback || function (f) {
+      return setTimeout(function () { f({ timeRemaining: function () { return 8; } }); }, 1);
+    };
+    function drawSome(deadline) {
+      var made = false;
+      while (pending.length && (!made || deadline.timeRemaining() > 4)) {
+        drawOne(pending.shift());
+        made = true;
+      }
+      if (made) markDrawn();
+      finished();
+      if (pending.length) idle(drawSome, { timeout: 1000 });
+    }
+    if (pending.length) idle(drawSome, { timeout: 1000 });
+    window.addEventListener('beforeprint', function () {
+      while (pending.length) drawOne(pending.shift());
+      finished();
     });
   }
 
@@ -293,7 +359,8 @@
   function estimatedHeight(take) {
     var plots = (take && take.plots) || {};
     var feet = plots.contacts ? plots.contacts.feet.length : 0;
-    return feet * (CONTACT_HEIGHT + 100) + (plots.path || plots.seam ? 480 : 0);
+    var view = take && take.view ? Math.round(plotsWidth * 9 / 16) + 90 : 0;
+    return view + feet * (CONTACT_HEIGHT + 100) + (plots.path || plots.seam ? 480 : 0);
   }
 
   var resizeTimer = 0;

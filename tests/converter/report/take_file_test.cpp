@@ -111,5 +111,67 @@ TEST(TakeFile, PhasesAreListedInRunOrderWithTheTotalApart) {
   EXPECT_EQ(take->total_seconds, 1.0);
 }
 
+// A view of `joints` joints in a chain whose skill clip holds `count` samples.
+json ViewOf(size_t joints, size_t count) {
+  json parents = json::array();
+  for (size_t j = 0; j < joints; ++j) parents.push_back(static_cast<int>(j) - 1);
+  const size_t bytes = count * joints * 3 * 2;
+  return {{"frameTime", 1.0 / 120},
+          {"parents", parents},
+          {"feet", {{{"name", "LeftFoot"}, {"joint", joints - 1}}}},
+          {"skill",
+           {{"first", 0},
+            {"step", 1},
+            {"count", count},
+            {"unit", 0.01},
+            {"positions", std::string((bytes + 2) / 3 * 4 - (3 - bytes % 3) % 3, 'A') +
+                              std::string((3 - bytes % 3) % 3, '=')}}}};
+}
+
+TEST(TakeFile, ViewIsKeptOnlyWhenItHoldsTogetherWithinItsBudget) {
+  struct Case {
+    const char* what;
+    json view;
+    const char* warning;  // nullptr: the view is kept
+  };
+  json parentAfter = ViewOf(3, 4);
+  parentAfter["parents"][1] = 2;
+  json footOut = ViewOf(3, 4);
+  footOut["feet"][0]["joint"] = 3;
+  json shortPositions = ViewOf(3, 4);
+  shortPositions["skill"]["count"] = 5;
+  json badCharacter = ViewOf(3, 4);
+  badCharacter["skill"]["positions"].get_ref<std::string&>()[5] = '*';
+  json badLoop = ViewOf(3, 4);
+  badLoop["loop"] = badLoop["skill"];
+  badLoop["loop"]["unit"] = 0;
+  // 40 joints x 1025 samples: 328,000 characters, one sample over the budget.
+  const json outsized = ViewOf(40, 1025);
+  const Case cases[] = {
+      {"a view that holds together", ViewOf(3, 4), nullptr},
+      {"a view at its largest", ViewOf(40, 1024), nullptr},
+      {"a parent after its child", parentAfter, "a parent that is not -1 or an earlier joint"},
+      {"a foot out of range", footOut, "a foot whose joint is out of range"},
+      {"positions for fewer samples", shortPositions, "is not base64 of 5 x 3 joints"},
+      {"a character outside base64", badCharacter, "is not base64"},
+      {"a loop clip without a unit", badLoop, "\"loop\" clip needs a positive \"unit\""},
+      {"an outsized clip", outsized, "more than 327680"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    const std::optional<TakeReport> take =
+        ReadTakeJson({{"take", "t"}, {"status", "ok"}, {"view", c.view}}, "t.json");
+    ASSERT_TRUE(take);
+    if (c.warning == nullptr) {
+      EXPECT_EQ(take->view["skill"]["positions"], c.view["skill"]["positions"]);
+      EXPECT_TRUE(take->warnings.empty());
+    } else {
+      EXPECT_TRUE(take->view.is_null());
+      EXPECT_TRUE(HasWarning(*take, c.warning))
+          << (take->warnings.empty() ? "" : take->warnings[0]);
+    }
+  }
+}
+
 }  // namespace
 }  // namespace knrconvert

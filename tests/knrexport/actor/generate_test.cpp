@@ -165,6 +165,15 @@ TEST_F(GenerateTest, PageGreysWhatCannotApply) {
     EXPECT_EQ(page.GetParameter(L"Cog").IsReadOnly(), c.boxOptionsReadOnly) << c.what;
     EXPECT_EQ(page.GetParameter(L"Factor").IsReadOnly(), c.boxOptionsReadOnly) << c.what;
   }
+  // Greyed for want of actions, Skill is editable again once the model has one, its value kept.
+  SetUp();
+  Host(L"DeleteObj", {L"Rig.Sources.Walk"});
+  EXPECT_FALSE(Generate({}, true));
+  Host(L"StoreAction", {CValue(rig.GetRef()), L"Rig.Hips.posx", 6, L"Walk", 1, 1.0, 10.0});
+  EXPECT_FALSE(Generate({}, true));
+  CustomProperty page(Application().GetObjectFromPath(L"Rig.Root.KinraGen"));
+  EXPECT_FALSE(page.GetParameterValue(L"Skill").AsBool());
+  EXPECT_FALSE(page.GetParameter(L"Skill").IsReadOnly());
 }
 
 TEST_F(GenerateTest, RefusalsChangeNothing) {
@@ -445,9 +454,10 @@ TEST_F(GenerateTest, CapturedBoxerThroughTheScript) {
 // carries the body's ground position, so it stands where the source's hips stand.
 TEST_F(GenerateTest, CopiesAreConvertedIntoTheKindTheirSourceNames) {
   for (double frame : {1.0, 10.0}) Host(L"SetKey", {L"Rig.Root.posz", frame, frame});
-  Host(L"StoreAction", {CValue(rig.GetRef()), L"Rig.Root.posz,Rig.Hips.posx", 6, L"Stroll", 1,
-                        1.0, 10.0});
-  ActionSource(Application().GetObjectFromPath(L"Rig.Sources.Stroll")).PutParameterValue(L"type", 1);
+  Host(L"StoreAction",
+       {CValue(rig.GetRef()), L"Rig.Root.posz,Rig.Hips.posx", 6, L"Stroll", 1, 1.0, 10.0});
+  ActionSource(Application().GetObjectFromPath(L"Rig.Sources.Stroll"))
+      .PutParameterValue(L"type", 1);
   ASSERT_TRUE(Generate({{L"Skill", L"true"}}));
   ActionSource copy(Application().GetObjectFromPath(L"KnrRig.Sources.Stroll"));
   ASSERT_TRUE(copy.IsValid());

@@ -4,6 +4,10 @@
 #include "knrexport/actor/save_actor.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -57,7 +61,10 @@ TEST(WeightFileTest, CountsAndTruncationAreChecked) {
   const Case cases[] = {
       {"no record count", Le({}), false},
       {"count 0", Le({0}), true},
-      {"negative count", Le({0xffffffffu, 7}), true},
+      {"negative count", Le({0xffffffffu}), true},
+      {"count 0, then bytes", Le({0, 1, 0, 0x41c80000}), false},
+      {"negative count, then bytes", Le({0xffffffffu, 7}), false},
+      {"a point listed twice", Le({1, 2, 3, 3, 0x41c80000, 0x41c80000}), false},
       {"absurd count", Le({0x7fffffff, 0}), false},
       {"negative value count", Le({1, 0xfffffffeu}), false},
       {"record cut short", cut, false},
@@ -144,6 +151,45 @@ class SaveActorTest : public ::testing::Test {
     return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
   }
   fs::path WeightPath() const { return fs::path(file).replace_extension(".wgmp"); }
+  size_t Entries() const {
+    size_t entries = 0;
+    for (auto it = fs::directory_iterator(dir); it != fs::directory_iterator(); ++it) ++entries;
+    return entries;
+  }
+
+  struct SaveResult {
+    bool saved;
+    std::wstring box;  // the last message box
+  };
+  // Saves the generated actor in a child process that may write files of at most `limit` bytes:
+  // a write past it fails (EFBIG) as a write to a full disk does.
+  SaveResult SaveInChild(rlim_t limit) {
+    int out[2];
+    if (::pipe(out) != 0) return {true, L"no pipe"};
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+      ::close(out[0]);
+      ::signal(SIGXFSZ, SIG_IGN);
+      const rlimit fileSize{limit, limit};
+      ::setrlimit(RLIMIT_FSIZE, &fileSize);
+      const bool saved = Save(generated);
+      const std::string said = (saved ? "1" : "0") + ToUtf8(Boxes().empty() ? L"" : Boxes().back());
+      const bool written =
+          ::write(out[1], said.data(), said.size()) == static_cast<ssize_t>(said.size());
+      ::_exit(written ? 0 : 1);
+    }
+    ::close(out[1]);
+    std::string said;
+    char block[4096];
+    for (ssize_t n; (n = ::read(out[0], block, sizeof block)) > 0;)
+      said.append(block, static_cast<size_t>(n));
+    ::close(out[0]);
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    if (said.empty()) return {true, L"the child said nothing"};
+    return {said[0] == '1', FromUtf8(said.substr(1))};
+  }
 
   // Everything a loaded actor must give back: per object its name, its properties, its envelope
   // weights and a sphere's radius; the model's action sources.
@@ -261,11 +307,13 @@ TEST_F(SaveActorTest, WeightFilesThatDoNotFitAreNotApplied) {
   WeightList records;
   std::wstring problem;
   ASSERT_TRUE(DecodeWeightFile(good, records, problem));
+  enum Kind { kBytes, kFolder, kFifo, kEndlessDevice };
   struct Case {
     const char* what;
     Bytes bytes;
     const wchar_t* applied;  // the Skin's weights after the load
     bool refused;
+    Kind kind = kBytes;
   };
   WeightList other = records, outOfRange = records, tooFew(records.begin(), records.begin() + 1);
   other[0] = {{0, 1, 2}, {10.0f, 40.0f, 90.0f}};
@@ -284,9 +332,18 @@ TEST_F(SaveActorTest, WeightFilesThatDoNotFitAreNotApplied) {
       {"point out of range", EncodeWeightFile(outOfRange), asSaved, true},
       {"weight above 100 percent", EncodeWeightFile(overweight), asSaved, true},
       {"fewer maps than envelopes", EncodeWeightFile(tooFew), asSaved, true},
+      // Not files at all: refused by name without waiting on them or reading without end.
+      {"a folder", {}, asSaved, true, kFolder},
+      {"a FIFO", {}, asSaved, true, kFifo},
+      {"a link to /dev/zero", {}, asSaved, true, kEndlessDevice},
   };
   for (const Case& c : cases) {
-    fs::remove(WeightPath());
+    fs::remove_all(WeightPath());
+    if (c.kind == kFolder) fs::create_directory(WeightPath());
+    if (c.kind == kFifo) {
+      ASSERT_EQ(::mkfifo(WeightPath().c_str(), 0600), 0);
+    }
+    if (c.kind == kEndlessDevice) fs::create_symlink("/dev/zero", WeightPath());
     if (!c.bytes.empty())
       std::ofstream(WeightPath(), std::ios::binary)
           .write(reinterpret_cast<const char*>(c.bytes.data()),
@@ -304,43 +361,152 @@ TEST_F(SaveActorTest, WeightFilesThatDoNotFitAreNotApplied) {
   }
 }
 
-TEST_F(SaveActorTest, RejectedFileAddsNothing) {
-  std::ofstream(fs::path(file)) << "not a scene";
-  std::ofstream(WeightPath(), std::ios::binary) << "garbage";
+TEST_F(SaveActorTest, ActorFilesThatCannotBeLoadedAddNothing) {
+  // Each is refused with a message naming the file, at once (no wait on a FIFO, no endless read),
+  // and nothing comes into the scene.
+  enum Kind { kText, kFolder, kFifo, kEndlessDevice };
+  struct Case {
+    const char* what;
+    Kind kind;
+  };
+  const Case cases[] = {{"not a scene", kText},
+                        {"a folder", kFolder},
+                        {"a FIFO", kFifo},
+                        {"a link to /dev/zero", kEndlessDevice}};
   Model sceneRoot = Application().GetActiveSceneRoot();
   const long before = sceneRoot.GetChildren().GetCount();
-  EXPECT_FALSE(Load());
-  EXPECT_EQ(sceneRoot.GetChildren().GetCount(), before);
+  for (const Case& c : cases) {
+    fs::remove_all(file);
+    if (c.kind == kText) std::ofstream(fs::path(file)) << "not a scene";
+    if (c.kind == kFolder) fs::create_directory(file);
+    if (c.kind == kFifo) {
+      ASSERT_EQ(::mkfifo(fs::path(file).c_str(), 0600), 0);
+    }
+    if (c.kind == kEndlessDevice) fs::create_symlink("/dev/zero", file);
+    Boxes().clear();
+    EXPECT_FALSE(Load()) << c.what;
+    EXPECT_EQ(sceneRoot.GetChildren().GetCount(), before) << c.what;
+    ASSERT_EQ(Boxes().size(), 1u) << c.what;
+    EXPECT_NE(Boxes()[0].find(file), std::wstring::npos) << c.what << ": " << ToUtf8(Boxes()[0]);
+  }
+}
+
+TEST_F(SaveActorTest, CancelledLoadLeavesTheRememberedFolder) {
+  EXPECT_FALSE(LoadActor());  // no answer queued: the dialog is cancelled
+  Property remembered;
+  X3DObject sceneRoot = Application().GetActiveSceneRoot();
+  ASSERT_TRUE(FindCustomPSet(sceneRoot, L"ActorFile", remembered));
+  EXPECT_EQ(remembered.GetParameterValue(L"InitDir").GetAsText(),
+            Application().GetInstallationPath(siUserPath));
 }
 
 }  // namespace
 
 namespace {
 
-TEST_F(SaveActorTest, FailedSaveKeepsTheOlderFiles) {
-  // Either file of the pair cannot be replaced (a folder stands in its place): the other keeps its
-  // older bytes too, a message names the file at fault, and no temporary file is left behind.
+TEST_F(SaveActorTest, FailedSaveKeepsTheOlderPair) {
+  // A mesh of many points weighed by many deformers makes the weight file (8 bytes a weight)
+  // larger than the actor file (about 5 characters a weight, 15 a point), so that a limit between
+  // their sizes lets the export through and stops the weight file.
+  constexpr size_t kPoints = 4000, kDeformers = 16;
+  X3DObject big, genRoot = generated.FindChild(L"Root");
+  genRoot.AddPolygonMesh(CDoubleArray(std::vector<double>(3 * kPoints, 0.0)),
+                         CLongArray(std::vector<long>{3, 0, 1, 2}), L"Big", big);
+  std::vector<CString> deformers;
+  std::wstring deformerList;
+  for (size_t d = 0; d < kDeformers; ++d) {
+    deformers.push_back(Null(genRoot, (L"Bone" + std::to_wstring(d)).c_str(), 1.0).GetFullName());
+    deformerList += (d ? L"," : L"") + deformers.back().Wide();
+  }
+  Host(L"ApplyEnvelope", {big.GetFullName(), CString(deformerList)});
+  for (size_t d = 0; d < kDeformers; ++d) {
+    std::wstring weights;
+    for (size_t p = 0; p < kPoints; ++p) weights += d == 0 ? L"85 " : L"1 ";
+    Host(L"SetDeformerWeights", {big.GetFullName(), deformers[d], CString(weights)});
+  }
+  // A save that works gives the sizes of both files.
+  ASSERT_TRUE(Save(generated));
+  const auto actorSize = static_cast<rlim_t>(fs::file_size(file));
+  const auto weightSize = static_cast<rlim_t>(fs::file_size(WeightPath()));
+  ASSERT_LT(actorSize + 64, weightSize);
+  enum Block { kNone, kActorFolder, kWeightFolder };
   struct Case {
     const char* what;
-    bool actorBlocked;
+    Block block;
+    rlim_t limit;  // the largest file the save may write, as a full disk would stop it
+    fs::path atFault;
+    const wchar_t* reason;
   };
-  for (const Case& c : {Case{"weight file blocked", false}, Case{"actor file blocked", true}}) {
+  const Case cases[] = {
+      {"disk full while exporting", kNone, actorSize / 2, file, L"File too large"},
+      {"disk full while writing the weight file", kNone, (actorSize + weightSize) / 2, WeightPath(),
+       L"File too large"},
+      {"a folder in place of the actor file", kActorFolder, RLIM_INFINITY, file, L"Is a directory"},
+      {"a folder in place of the weight file", kWeightFolder, RLIM_INFINITY, WeightPath(),
+       L"Is a directory"},
+  };
+  for (const Case& c : cases) {
     fs::remove_all(dir);
     fs::create_directories(dir);
     Boxes().clear();
-    const fs::path blocked = c.actorBlocked ? fs::path(file) : WeightPath();
-    const fs::path older = c.actorBlocked ? WeightPath() : fs::path(file);
-    std::ofstream(older, std::ios::binary) << "older";
-    fs::create_directory(blocked);
-    std::ofstream(blocked / "inside") << "x";  // a folder with something in it: no rename over it
-    EXPECT_FALSE(Save(generated)) << c.what;
-    ASSERT_EQ(Boxes().size(), 1u) << c.what;
-    EXPECT_EQ(Boxes()[0].find(L"Kinra Export: " + blocked.wstring() + L": "), 0u) << c.what;
-    EXPECT_EQ(Read(older), (Bytes{'o', 'l', 'd', 'e', 'r'})) << c.what;
-    size_t entries = 0;
-    for (auto it = fs::directory_iterator(dir); it != fs::directory_iterator(); ++it) ++entries;
-    EXPECT_EQ(entries, 2u) << c.what;
+    const fs::path paths[2] = {fs::path(file), WeightPath()};
+    for (const fs::path& path : paths) {
+      const bool blocked = path == paths[0] ? c.block == kActorFolder : c.block == kWeightFolder;
+      if (blocked) {
+        fs::create_directory(path);
+        std::ofstream(path / "inside") << "x";  // a folder with something in it
+      } else {
+        std::ofstream(path, std::ios::binary) << "older " << path.extension().string();
+      }
+    }
+    const SaveResult result = SaveInChild(c.limit);
+    EXPECT_FALSE(result.saved) << c.what;
+    EXPECT_EQ(result.box.find(L"Kinra Export: " + c.atFault.wstring() + L": "), 0u)
+        << c.what << ": " << ToUtf8(result.box);
+    EXPECT_NE(result.box.find(c.reason), std::wstring::npos)
+        << c.what << ": " << ToUtf8(result.box);
+    for (const fs::path& path : paths) {
+      if (fs::is_directory(path)) continue;
+      const std::string older = "older " + path.extension().string();
+      EXPECT_EQ(Read(path), Bytes(older.begin(), older.end())) << c.what;
+    }
+    EXPECT_EQ(Entries(), 2u) << c.what << ": no temporary file is left";
   }
+}
+
+TEST_F(SaveActorTest, ConcurrentSavesLeaveAPairThatBelongsTogether) {
+  // Processes save the actor, each with weights of its own, into the same files again and again:
+  // every save succeeds, and what is left is one save's pair, with no temporary file beside it.
+  constexpr int kRounds = 25;
+  const wchar_t* const weights[][2] = {{L"70 0 50", L"30 100 50"}, {L"10 90 40", L"90 10 60"}};
+  std::vector<pid_t> children;
+  for (const auto& weight : weights) {
+    const pid_t pid = ::fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+      Weigh(L"Rig", weight[0], weight[1]);
+      int failed = 0;
+      for (int round = 0; round < kRounds; ++round) failed += Save(generated) ? 0 : 1;
+      ::_exit(failed);
+    }
+    children.push_back(pid);
+  }
+  for (pid_t pid : children) {
+    int status = 0;
+    ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "failed saves: " << status;
+  }
+  EXPECT_EQ(Entries(), 2u);
+  // The weights that the weight file puts back are those the actor file holds.
+  rt::Host::Get().NewScene();
+  Host(L"ZrImportDotZyraFile", {CString(file)});
+  const std::wstring exported =
+      SkinLine(Describe(Model(Application().GetObjectFromPath(L"KnrRig"))));
+  rt::Host::Get().NewScene();
+  Boxes().clear();
+  ASSERT_TRUE(Load());
+  EXPECT_TRUE(Boxes().empty());
+  EXPECT_EQ(SkinLine(Describe(Model(Application().GetObjectFromPath(L"KnrRig")))), exported);
 }
 
 }  // namespace

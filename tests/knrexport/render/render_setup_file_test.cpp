@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -135,14 +136,24 @@ TEST_F(RenderSetupFileTest, RefusalsChangeNothing) {
   BuildScene();
   const std::string existing = dir_ + "kept.knrn";
   std::ofstream(existing) << "kept\n";
+  // Not files to write a setup into: refused by name before they are opened (a FIFO would wait
+  // for a reader, the device would swallow the setup).
+  const std::string fifo = dir_ + "fifo.knrn", device = dir_ + "zero.knrn";
+  std::remove(fifo.c_str());
+  std::remove(device.c_str());
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  ASSERT_EQ(symlink("/dev/zero", device.c_str()), 0);
   struct Case {
     std::string file;
     const wchar_t* group;  // null: no group at all
     const wchar_t* message;
+    bool named = false;  // the log names the file and what it is
   };
   const Case cases[] = {
       {"", L"Fred", kRenderSetupNoFile},
-      {dir_, L"Fred", kRenderSetupNoFile},
+      {dir_, L"Fred", kRenderSetupNoFile, true},
+      {fifo, L"Fred", kRenderSetupNoFile, true},
+      {device, L"Fred", kRenderSetupNoFile, true},
       {dir_ + "missing/a.knrn", L"Fred", kRenderSetupNoFile},
       {existing, nullptr, kRenderSetupNoGroup},
       {existing, L"Ground,Sun", kRenderSetupNoModels},
@@ -157,6 +168,12 @@ TEST_F(RenderSetupFileTest, RefusalsChangeNothing) {
       CRef group =
           c.group ? MakeGroup(L"Targets", c.group) : Application().GetObjectFromPath(L"Fred");
       EXPECT_FALSE(GenerateRenderSetup(CString(c.file), group, 1, 2, true, L"Crowd", doui));
+      const auto& lines = rt::Host::Get().LogLines();
+      EXPECT_EQ(std::any_of(lines.begin(), lines.end(),
+                            [&](const rt::LogLine& l) {
+                              return l.text.rfind(FromUtf8(c.file) + L": it is ", 0) == 0;
+                            }),
+                c.named);
       if (doui) {
         EXPECT_EQ(ui().messageBoxes,
                   std::vector<std::wstring>{std::wstring(L"Kinra Export: ") + c.message});
@@ -173,6 +190,8 @@ TEST_F(RenderSetupFileTest, RefusalsChangeNothing) {
       EXPECT_EQ(SceneVisibility(), before);
     }
   }
+  std::remove(fifo.c_str());
+  std::remove(device.c_str());
 }
 
 }  // namespace
