@@ -159,7 +159,9 @@ bool AtanMatchesLibrary() {
     const Float4 mine = Atan2(y, x, &other);
     for (int lane = 0; lane < 4; ++lane) {
       const float library = std::atan2(y[lane], x[lane]);
-      if (other[lane] == 0 && std::memcmp(&mine[lane], &library, sizeof library) != 0) {
+      // A lane of a vector has no address under clang: compare a copy of it, bit for bit.
+      const float laneValue = mine[lane];
+      if (other[lane] == 0 && std::memcmp(&laneValue, &library, sizeof library) != 0) {
         return false;
       }
     }
