@@ -38,8 +38,8 @@ std::pair<std::string, std::string> SourceAndStatus(const fs::path& path) {
 }  // namespace
 
 const std::vector<std::string>& TakeFileSuffixes() {
-  static const std::vector<std::string> suffixes = {".zyra", ".actor.zyra", ".actor.wgmp",
-                                                    ".conditioned.bvh", kTakeFile};
+  static const std::vector<std::string> suffixes = {".zyra", ".actor.zyra",      ".actor.wgmp",
+                                                    ".glb",  ".conditioned.bvh", kTakeFile};
   return suffixes;
 }
 

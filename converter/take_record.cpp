@@ -72,7 +72,8 @@ std::string TakeRecordText(const TakeRecord& r) {
   if (r.filesWritten) {
     j["files"] = {{"scene", r.take + ".zyra"},
                   {"actor", r.take + ".actor.zyra"},
-                  {"weights", r.take + ".actor.wgmp"}};
+                  {"weights", r.take + ".actor.wgmp"},
+                  {"gltf", r.take + ".glb"}};
   }
   size_t count = r.pathX.size();
   for (const auto& [foot, series] : r.heel) count = std::max(count, series.size());

@@ -475,7 +475,9 @@ TEST_F(KnrconvertRun, TakeOfAnotherSourceRefused) {
   EXPECT_EQ(run.status, 1);
   EXPECT_NE(run.out.find("walk: FAILED: "), std::string::npos) << run.out;
   for (const char* args : {"", " --report-only"}) {
-    if (*args) ASSERT_EQ(Convert(std::string(args) + " -o " + out).status, 0);
+    if (*args) {
+      ASSERT_EQ(Convert(std::string(args) + " -o " + out).status, 0);
+    }
     const std::string report = ReadText(dir_ / "out" / "report.html");
     EXPECT_NE(report.find("2 takes: 1 converted, <span class=\"failed\">1 failed</span>"),
               std::string::npos)
@@ -556,10 +558,10 @@ TEST_F(KnrconvertRun, TwoConvertersOnOneFolder) {
   const auto files = Files(out);
   std::set<std::string> listed;
   for (const auto& [name, bytes] : files) listed.insert(name);
-  EXPECT_EQ(listed, (std::set<std::string>{".clip.lock", ".walk.lock", ".walk.failure.json",
-                                           "clip.actor.wgmp", "clip.actor.zyra", "clip.json",
-                                           "clip.zyra", "walk.actor.wgmp", "walk.actor.zyra",
-                                           "walk.json", "walk.zyra"}));
+  EXPECT_EQ(listed, (std::set<std::string>{
+                        ".clip.lock", ".walk.lock", ".walk.failure.json", "clip.actor.wgmp",
+                        "clip.actor.zyra", "clip.glb", "clip.json", "clip.zyra", "walk.actor.wgmp",
+                        "walk.actor.zyra", "walk.glb", "walk.json", "walk.zyra"}));
   for (const char* file : {"walk.zyra", "walk.actor.zyra", "walk.json"}) {
     EXPECT_NE(files.at(file).find(mine), std::string::npos) << file;
     EXPECT_EQ(files.at(file).find(other), std::string::npos) << file;
