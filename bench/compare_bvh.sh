@@ -4,13 +4,11 @@
 # Usage: bench/compare_bvh.sh   (builds the bench preset and the big file when missing; installs
 # the assimp-utils package when "assimp" is not on the path)
 set -eu
-root=$(cd "$(dirname "$0")/.." && pwd)
-build=$root/build-bench
+. "$(dirname "$0")/build_bench.sh"
 big=/tmp/zyra_bvh_bench_90000.bvh
 frames=90000
 
-[ -f "$build/build.ninja" ] || cmake --preset bench -S "$root" > /dev/null
-cmake --build "$build" -j2 --target bvh_read_tool > /dev/null
+bench_build bvh_read_tool
 tool=$build/bin/bvh_read_tool
 
 if [ ! -f "$big" ]; then

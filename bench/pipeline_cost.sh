@@ -9,10 +9,8 @@
 # Builds the bench preset (knrconvert, the plug-in, the file tool) when needed. Wall time on a
 # machine that other jobs share runs above the CPU time; both are printed.
 set -eu
-root=$(cd "$(dirname "$0")/.." && pwd)
-build=$root/build-bench
-[ -f "$build/build.ninja" ] || cmake --preset bench -S "$root" > /dev/null
-cmake --build "$build" -j2 --target knrconvert knrexport bvh_read_tool > /dev/null
+. "$(dirname "$0")/build_bench.sh"
+bench_build knrconvert knrexport bvh_read_tool
 tool=$build/bin/bvh_read_tool
 convert=$build/bin/knrconvert
 shared=$root/tests/data/mocap/bvh

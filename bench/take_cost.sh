@@ -10,10 +10,8 @@
 # Usage: bench/take_cost.sh [frames ...]   (builds the bench preset when missing; installs the
 # assimp-utils package when "assimp" is not on the path)
 set -eu
-root=$(cd "$(dirname "$0")/.." && pwd)
-build=$root/build-bench
-[ -f "$build/build.ninja" ] || cmake --preset bench -S "$root" > /dev/null
-cmake --build "$build" -j2 --target zyra knrexport bvh_read_tool > /dev/null
+. "$(dirname "$0")/build_bench.sh"
+bench_build zyra knrexport bvh_read_tool
 zyra=$build/bin/zyra
 tool=$build/bin/bvh_read_tool
 shared=$root/tests/data/mocap/bvh

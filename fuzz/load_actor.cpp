@@ -38,6 +38,7 @@
 #include "knrexport/actor/weight_file.h"
 #include "knrexport/plugin/command_table.h"
 #include "knrexport/plugin/dispatch.h"
+#include "quiet_host.h"
 #include "scene_file/scene_file.h"
 #include "zyra/application.h"
 
@@ -88,11 +89,7 @@ void Setup() {
   static bool done = false;
   if (done) return;
   done = true;
-  // Messages go nowhere: the fuzzer's own output (and the sanitizers') stays readable.
-  static std::ostringstream sink;
-  std::cerr.rdbuf(sink.rdbuf());
-  std::cout.rdbuf(sink.rdbuf());
-  rt::Host::Get().SetQuiet(true);
+  QuietHost();
 }
 
 void Fail(const char* what, const std::string& detail) {

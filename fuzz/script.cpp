@@ -2,6 +2,8 @@
 // script in a fresh scene with every failure kept going. Lines that would touch files or load
 // modules are dropped before the run (the rest of the host's commands are all in play), and the
 // process works in a temporary folder in case a command writes anything else.
+#include "script.h"
+
 #include <unistd.h>
 
 #include <cstddef>
@@ -14,7 +16,7 @@
 #include <vector>
 
 #include "host.h"
-#include "script.h"
+#include "quiet_host.h"
 
 namespace {
 
@@ -24,7 +26,7 @@ using namespace Zyra;
 // unescape '"' and '\\', neither of which a name holds, so a line that runs one of these holds
 // its name as it is.
 constexpr const wchar_t* kFileCommands[] = {
-    L"LoadPlugin",          L"SaveScene",          L"OpenScene",
+    L"LoadPlugin",          L"SaveScene",           L"OpenScene",
     L"ZrExportDotZyraFile", L"ZrImportDotZyraFile", L"ExportRenderArchive",
 };
 
@@ -32,13 +34,10 @@ void Setup() {
   static bool done = false;
   if (done) return;
   done = true;
-  static std::ostringstream sink;
-  std::cerr.rdbuf(sink.rdbuf());
-  std::cout.rdbuf(sink.rdbuf());
-  rt::Host::Get().SetQuiet(true);
+  QuietHost();
   std::error_code error;
-  auto dir = std::filesystem::temp_directory_path(error) / ("zyra_fuzz_script_" +
-                                                            std::to_string(::getpid()));
+  auto dir = std::filesystem::temp_directory_path(error) /
+             ("zyra_fuzz_script_" + std::to_string(::getpid()));
   std::filesystem::create_directories(dir, error);
   std::filesystem::current_path(dir, error);
 }
@@ -71,8 +70,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
   host.ui() = rt::UiState();
   host.NewScene();
 
-  const std::wstring text =
-      FromUtf8(std::string(reinterpret_cast<const char*>(bytes), size));
+  const std::wstring text = FromUtf8(std::string(reinterpret_cast<const char*>(bytes), size));
 
   // Every line tokenizes or fails with a message; tokens of a line that tokenized have text.
   size_t start = 0;
