@@ -625,6 +625,16 @@ TEST_F(SceneFileTest, SavesAreAtomicAndNeverLeaveATemporaryFile) {
     EXPECT_EQ(ReadBytes(earlier), "the earlier save");
     EXPECT_EQ(entries(), before) << "no temporary file is left";
   }
+  {  // Objects nested deeper than a reader takes: refused, naming the first one too deep.
+    std::shared_ptr<rt::X3D> parent = rt::Host::Get().scene().root;
+    for (int level = 0; level <= rt::kMaxObjectDepth; ++level) {
+      parent = rt::CreateX3D(parent, siX3DObjectID, L"null", L"N" + std::to_wstring(level));
+    }
+    EXPECT_EQ(Message(rt::SaveSceneFile(earlier)),
+              earlier + ": cannot write: \"N1000\" lies deeper than 1000 levels of objects");
+    EXPECT_EQ(ReadBytes(earlier), "the earlier save");
+    EXPECT_EQ(entries(), before) << "no temporary file is left";
+  }
 }
 
 TEST_F(SceneFileTest, BranchesExportAndImportUnderAnotherParentWithUniqueNames) {

@@ -29,6 +29,10 @@ inline constexpr int kSceneFileVersion = 1;
 // so that neither recurses past what the stack holds and every file written can be read back.
 inline constexpr int kMaxValueDepth = 1000;
 
+// Objects (children, properties, nested items) may nest this deep: the reader refuses a deeper
+// file and the writer a deeper scene, for the same reasons.
+inline constexpr int kMaxObjectDepth = 1000;
+
 // What a branch export keeps ("dotZyraExportOptions": custompset, animall).
 struct BranchWriteOptions {
   bool customProperties = true;  // false: custom and plug-in properties are left out

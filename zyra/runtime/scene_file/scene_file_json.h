@@ -10,14 +10,12 @@
 #include <string_view>
 #include <vector>
 
+#include "scene_file.h"
 #include "zyra/core.h"
 
 namespace Zyra::rt::scene_reading {
 
 using Json = nlohmann::json;
-
-// Children may nest this deep; a deeper file is refused rather than exhausting the stack.
-inline constexpr int kMaxDepth = 1000;
 
 // The place of an element in the document, kept on the stack and turned into text
 // ("scene.root.children[2].name") only for a message.

@@ -11,7 +11,8 @@ namespace Zyra::rt::scene_reading {
 
 void Reader::X3DContent(const Json& j, const Path& p, const std::shared_ptr<X3D>& object,
                         const std::wstring& childPrefix, int depth) {
-  if (depth > kMaxDepth) Fail(p, "objects nest deeper than " + std::to_string(kMaxDepth));
+  if (depth > kMaxObjectDepth)
+    Fail(p, "objects nest deeper than " + std::to_string(kMaxObjectDepth));
   if (const Json* v = Find(j, "type")) object->type = ReadString(*v, p / "type");
   ObjectContent(j, p, object, depth);
   if (const Json* v = Find(j, "primitive")) ReadPrimitive(*v, p / "primitive", object, depth);
@@ -141,7 +142,8 @@ void Reader::Params(const Json& list, const Path& p, const std::shared_ptr<rt::O
 void Reader::Properties(const Json& list, const Path& p, const std::shared_ptr<rt::Object>& owner,
                         int depth) {
   ExpectArray(list, p);
-  if (depth > kMaxDepth) Fail(p, "properties nest deeper than " + std::to_string(kMaxDepth));
+  if (depth > kMaxObjectDepth)
+    Fail(p, "properties nest deeper than " + std::to_string(kMaxObjectDepth));
   std::set<std::wstring, std::less<>> seen;
   for (size_t i = 0; i < list.size(); ++i) {
     Path at = p[i];
@@ -317,7 +319,8 @@ void Reader::Sources(const Json& list, const Path& p, const std::shared_ptr<Mode
 }
 
 std::shared_ptr<rt::Object> Reader::Generic(const Json& j, const Path& p, int depth) {
-  if (depth > kMaxDepth) Fail(p, "objects nest deeper than " + std::to_string(kMaxDepth));
+  if (depth > kMaxObjectDepth)
+    Fail(p, "objects nest deeper than " + std::to_string(kMaxObjectDepth));
   ExpectObject(j, p);
   long cls = ReadInt(Member(j, "class", p), p / "class");
   std::wstring type = ReadString(Member(j, "type", p), p / "type");

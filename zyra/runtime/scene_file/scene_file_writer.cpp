@@ -245,7 +245,13 @@ class Writer {
     return o && o->alive;
   }
 
-  Json X3DJson(const X3D& o) const {
+  // The object and its children, `depth` levels below the written top. Objects nested deeper than
+  // the reader accepts are refused here, so that no file is written that cannot be opened again.
+  Json X3DJson(const X3D& o, int depth = 0) const {
+    if (depth > kMaxObjectDepth) {
+      throw Refusal{"\"" + Utf8(o.FullName()) + "\" lies deeper than " +
+                    std::to_string(kMaxObjectDepth) + " levels of objects"};
+    }
     Json out = NewObject();
     out["class"] = static_cast<int>(o.classId);
     out["type"] = Utf8(o.type);
@@ -277,7 +283,7 @@ class Writer {
       if (model->mixer) out["mixer"] = Generic(*model->mixer);
     }
     Json children = Json::array();
-    for (const auto& c : o.children) children.push_back(X3DJson(*c));
+    for (const auto& c : o.children) children.push_back(X3DJson(*c, depth + 1));
     out["children"] = std::move(children);
     return out;
   }
