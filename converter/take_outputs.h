@@ -2,8 +2,9 @@
 //
 // Rules:
 //   1. A take's files are `<take>` followed by one of TakeFileSuffixes() in the output folder
-//      (the scene, the actor and its weights, the take file, the kept conditioned take). Nothing
-//      else of the folder is touched for the take (a take named "walk.fast" is another take).
+//      (the scene, the actor and its weights, its glTF, the take file, the kept conditioned
+//      take). Nothing else of the folder is touched for the take (a take named "walk.fast" is
+//      another take).
 //   2. One process at a time works on a take name in a folder: Claim takes an exclusive lock on
 //      `<dir>/.<take>.lock` (flock; the file stays, empty) and holds it until the object is
 //      destroyed. A second process waits for the first to finish, and says once that it waits:
@@ -33,7 +34,7 @@
 
 namespace knrconvert {
 
-// ".zyra", ".actor.zyra", ".actor.wgmp", ".json", ".conditioned.bvh", ...: every file a take
+// ".zyra", ".actor.zyra", ".actor.wgmp", ".glb", ".conditioned.bvh", ".json": every file a take
 // may have, the take file last.
 const std::vector<std::string>& TakeFileSuffixes();
 
