@@ -1,6 +1,7 @@
 // knrconvert run as a user runs it: real takes, a synthesised walk with known stance frames,
 // renamed joints, a broken take among good ones, bad usage.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -423,10 +424,18 @@ TEST_F(KnrconvertRun, OutputFolderCheckedFirst) {
   const fs::path take =
       Write("walk.bvh", WalkBvh({"Hips", "LeftUpLeg", "LeftFoot", "RightUpLeg", "RightFoot"}));
   Write("file", "");
+  // A folder the converter may not write into; as root, the converter runs as nobody for it.
+  fs::create_directories(dir_ / "locked");
+  fs::permissions(dir_ / "locked", fs::perms::owner_read | fs::perms::owner_exec |
+                                       fs::perms::group_read | fs::perms::group_exec |
+                                       fs::perms::others_read | fs::perms::others_exec);
+  const std::string asUser =
+      ::geteuid() == 0 ? "setpriv --reuid=65534 --regid=65534 --clear-groups" : "";
   const struct {
     std::string out, before, reason;
   } cases[] = {
       {(dir_ / "in" / "file" / "out").string(), "", "Not a directory"},
+      {(dir_ / "locked" / "out").string(), asUser, "Permission denied"},
       // A disk that takes no more than 16 KB a file.
       {(dir_ / "out").string(), "trap '' XFSZ; prlimit --fsize=16384", "File too large"},
   };
