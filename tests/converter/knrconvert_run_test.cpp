@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -424,13 +425,15 @@ TEST_F(KnrconvertRun, OutputFolderCheckedFirst) {
   const fs::path take =
       Write("walk.bvh", WalkBvh({"Hips", "LeftUpLeg", "LeftFoot", "RightUpLeg", "RightFoot"}));
   Write("file", "");
-  // A folder the converter may not write into; as root, the converter runs as nobody for it.
+  // A folder the converter may not write into; as root, the converter runs without the
+  // capabilities that let root past a folder's permissions.
   fs::create_directories(dir_ / "locked");
   fs::permissions(dir_ / "locked", fs::perms::owner_read | fs::perms::owner_exec |
                                        fs::perms::group_read | fs::perms::group_exec |
                                        fs::perms::others_read | fs::perms::others_exec);
   const std::string asUser =
-      ::geteuid() == 0 ? "setpriv --reuid=65534 --regid=65534 --clear-groups" : "";
+      ::geteuid() == 0 ? "setpriv --bounding-set=-dac_override,-dac_read_search" : "";
+  const bool canLock = asUser.empty() || std::system((asUser + " true").c_str()) == 0;
   const struct {
     std::string out, before, reason;
   } cases[] = {
@@ -440,6 +443,10 @@ TEST_F(KnrconvertRun, OutputFolderCheckedFirst) {
       {(dir_ / "out").string(), "trap '' XFSZ; prlimit --fsize=16384", "File too large"},
   };
   for (const auto& c : cases) {
+    if (c.before == asUser && !canLock) {
+      std::cout << "(\"" << c.reason << "\" not checked: " << asUser << " is not allowed here)\n";
+      continue;
+    }
     const RunResult run = Convert(take.string() + " -o " + c.out, c.before);
     EXPECT_EQ(run.status, 1) << c.out;
     EXPECT_EQ(run.out, "") << c.out;
