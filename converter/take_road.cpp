@@ -552,18 +552,7 @@ class Road {
       }
     }
     s << "SaveScene " << Quote(sceneFile.string()) << "\n";
-    if (!Script("save", s.str())) {
-      if (r_.reason.find("KnrSaveActor") == std::string::npos) return false;
-      const std::string why = WhyActorNotWritten();
-      const std::string take = " (" + bvh_.string() + ")";  // Fail's note of the take's file
-      const size_t at =
-          r_.reason.size() >= take.size() &&
-                  r_.reason.compare(r_.reason.size() - take.size(), take.size(), take) == 0
-              ? r_.reason.size() - take.size()
-              : r_.reason.size();
-      if (!why.empty()) r_.reason.insert(at, " (" + why + ")");
-      return false;
-    }
+    if (!Script("save", s.str())) return false;  // Save Actor names the file and the reason
     r_.filesWritten = true;
     Phase("save", start);
     // The generated actor with its skill and loop as glTF for engines and viewers, in metres:
@@ -577,25 +566,6 @@ class Road {
       return false;
     Phase("gltf", gltfStart);
     return true;
-  }
-
-  // Save Actor says that the actor file could not be written but not why: the same export into
-  // the folder again, to a file that is removed at once, gets the system's reason (a full disk,
-  // a file too large, no permission). Empty when that export succeeds.
-  std::string WhyActorNotWritten() const {
-    const std::filesystem::path probe = dir_ / (".unwritten-" + r_.take + ".zyra");
-    Zyra::CValue ignored;
-    const CStatus status = Zyra::Application().ExecuteCommand(
-        L"ZrExportDotZyraFile",
-        {Zyra::CValue(Find(generated_).GetRef()), Zyra::CValue(FromUtf8(probe.string()))}, ignored);
-    std::error_code ec;
-    std::filesystem::remove(probe, ec);
-    if (status.Succeeded()) return "";
-    std::string why = ToUtf8(status.GetMessage().Wide());
-    const size_t at = why.find(probe.string());
-    if (at != std::string::npos) why.erase(0, at + probe.string().size());
-    while (!why.empty() && (why[0] == ':' || why[0] == ' ')) why.erase(0, 1);
-    return why;
   }
 
   std::filesystem::path bvh_, dir_, importPath_, temporary_;
