@@ -253,8 +253,12 @@ while [ $# -gt 0 ]; do
     *) shift; [ "${1:-}" != -- ] || shift; break ;;
   esac
 done
+# As sshd does: HOME and SHELL are the login's (parallel's wrapper on the host runs the job
+# with $SHELL), whatever the caller had.
 export HOME="$OTHER_HOST_HOME"
-cd && exec bash -c "$*"
+SHELL="$(getent passwd "$(id -u)" | cut -d: -f7)"
+export SHELL="${SHELL:-/bin/sh}"
+cd && exec "$SHELL" -c "$*"
 EOF
 export OTHER_HOST_HOME="$remote/home"
 chmod +x "$remote/ssh"
