@@ -16,7 +16,7 @@
 #include "bench/bvh_big_file.h"
 #include "host.h"
 #include "knrexport/actor/actor_tags.h"
-#include "knrexport/actor/generate.h"
+#include "knrexport/generate/generate.h"
 #include "knrexport/actor/home_pose.h"
 #include "knrexport/actor/initialize.h"
 #include "knrexport/bvh/bvh_import.h"

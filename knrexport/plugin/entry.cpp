@@ -1,7 +1,7 @@
 // The module's entry points: registration with the host and the callbacks it finds by name.
 #include <cstdio>
 
-#include "knrexport/actor/generate_options.h"
+#include "knrexport/generate/generate_options.h"
 #include "knrexport/actor/option_properties.h"
 #include "knrexport/bvh/bvh_actor_property.h"
 #include "knrexport/bvh/bvh_import.h"

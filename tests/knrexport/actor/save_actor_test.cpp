@@ -20,7 +20,7 @@
 
 #include "host.h"
 #include "knrexport/actor/actor_tags.h"
-#include "knrexport/actor/generate.h"
+#include "knrexport/generate/generate.h"
 #include "knrexport/actor/home_pose.h"
 #include "knrexport/actor/initialize.h"
 #include "knrexport/actor/weight_file.h"

@@ -1,5 +1,5 @@
 // Copying a source actor's actions onto its generated actor.
-#include "knrexport/skill/action_copy.h"
+#include "knrexport/generate/action_copy.h"
 
 #include <algorithm>
 #include <cmath>

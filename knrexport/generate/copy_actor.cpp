@@ -1,5 +1,5 @@
 // Copying a source actor description into a new generated model.
-#include "knrexport/actor/copy_actor.h"
+#include "knrexport/generate/copy_actor.h"
 
 #include <algorithm>
 #include <cmath>
@@ -8,7 +8,7 @@
 #include <string>
 
 #include "knrexport/actor/actor_boxes.h"
-#include "knrexport/actor/generate.h"
+#include "knrexport/generate/generate.h"
 #include "knrexport/actor/home_pose.h"
 #include "knrexport/actor/initialize.h"
 #include "knrexport/actor/weight_maps.h"

@@ -1,7 +1,7 @@
 // Generate: building a runtime actor from an initialized source actor description.
-#include "knrexport/actor/generate.h"
+#include "knrexport/generate/generate.h"
 
-#include "knrexport/actor/copy_actor.h"
+#include "knrexport/generate/copy_actor.h"
 #include "knrexport/actor/home_pose.h"
 #include "knrexport/actor/initialize.h"
 #include "knrexport/actor/option_properties.h"
@@ -10,7 +10,7 @@
 #include "knrexport/scene/host_calls.h"
 #include "knrexport/scene/pose_storage.h"
 #include "knrexport/scene/tags.h"
-#include "knrexport/skill/action_copy.h"
+#include "knrexport/generate/action_copy.h"
 #include "zyra/application.h"
 
 using namespace Zyra;

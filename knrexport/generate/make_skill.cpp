@@ -1,5 +1,5 @@
 // The Make Skill command.
-#include "knrexport/skill/make_skill.h"
+#include "knrexport/generate/make_skill.h"
 
 #include <memory>
 
@@ -9,7 +9,7 @@
 #include "knrexport/scene/host_calls.h"
 #include "knrexport/scene/pose_storage.h"
 #include "knrexport/scene/tags.h"
-#include "knrexport/skill/action_copy.h"
+#include "knrexport/generate/action_copy.h"
 #include "knrexport/skill/skill_kinds.h"
 #include "knrexport/skill/skill_properties.h"
 #include "zyra/action.h"

@@ -1,5 +1,5 @@
 // The KinraGen options page.
-#include "knrexport/actor/generate_options.h"
+#include "knrexport/generate/generate_options.h"
 
 #include "knrexport/actor/weight_maps.h"
 #include "zyra/x3dobject.h"

@@ -1,10 +1,10 @@
 // The Make Skill command with the real module's page: its refusals, which kinds convert in
 // place and which only write the type, the transfer's checks and questions, the page's combos
 // and Threshold's access; the Skill property and command logging are undone on every way out.
-#include "knrexport/skill/make_skill.h"
+#include "knrexport/generate/make_skill.h"
 
 #include "knrexport/actor/initialize.h"
-#include "skill_test_rig.h"
+#include "tests/knrexport/skill/skill_test_rig.h"
 #include "zyra/plugin.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // Generate through the real module on a small rig built through the SDK: the options page, the
 // generated hierarchy (optimised, frozen, boxed, skinned), the copied action, the progress bar,
 // and the refusals that must change nothing.
-#include "knrexport/actor/generate.h"
+#include "knrexport/generate/generate.h"
 
 #include <gtest/gtest.h>
 
@@ -12,7 +12,7 @@
 #include "host.h"
 #include "knrexport/actor/actor_boxes.h"
 #include "knrexport/actor/actor_tags.h"
-#include "knrexport/actor/copy_actor.h"
+#include "knrexport/generate/copy_actor.h"
 #include "knrexport/actor/home_pose.h"
 #include "knrexport/actor/initialize.h"
 #include "knrexport/actor/joint_limit.h"
