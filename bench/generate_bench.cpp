@@ -16,10 +16,10 @@
 #include "bench/bvh_big_file.h"
 #include "host.h"
 #include "knrexport/actor/actor_tags.h"
-#include "knrexport/generate/generate.h"
 #include "knrexport/actor/home_pose.h"
 #include "knrexport/actor/initialize.h"
 #include "knrexport/bvh/bvh_import.h"
+#include "knrexport/generate/generate.h"
 #include "knrexport/scene/actor_lookup.h"
 #include "zyra/application.h"
 

@@ -8,7 +8,6 @@
 #include <string>
 
 #include "knrexport/actor/actor_boxes.h"
-#include "knrexport/generate/generate.h"
 #include "knrexport/actor/home_pose.h"
 #include "knrexport/actor/initialize.h"
 #include "knrexport/actor/weight_maps.h"
@@ -39,6 +38,11 @@ struct CopyContext {
 bool IsChainElement(const X3DObject& node) {
   const siClassID id = node.GetClassID();
   return id == siChainRootID || id == siChainBoneID || id == siChainEffectorID;
+}
+
+bool HasEffectorTag(const CRef& ref) {
+  X3DObject node(ref);
+  return node.IsValid() && HasTag(node, kTagEffector);
 }
 
 bool Keep(CopyContext& c, X3DObject& node) {
@@ -291,4 +295,54 @@ X3DObject CopyActor(Model& sourceModel, X3DObject& sourceRoot, Model& generated,
     CarryWeights(enveloped, generated, bar);
   }
   return root;
+}
+
+bool UnusedNode(X3DObject& node) {
+  for (const wchar_t* tag : {kTagSphere, kTagEffector, kTagCogNode, kTagFloor, kTagJointLimit}) {
+    if (HasTag(node, tag)) return false;
+  }
+  if (node.GetClassID() == siChainEffectorID) return false;
+  if (node.GetClassID() == siChainBoneID) {
+    ChainRoot chain(ChainElement(node).GetRoot());
+    if (HasEffectorTag(chain.GetEffector())) return false;
+  }
+  for (const CRef& child : node.GetChildren()) {
+    if (HasEffectorTag(child)) return false;
+  }
+  for (const CRef& child : node.GetChildren()) {
+    for (const CRef& grandChild : X3DObject(child).GetChildren()) {
+      if (HasEffectorTag(grandChild)) return false;
+    }
+  }
+  return true;
+}
+
+bool FindTags(X3DObject& node, bool& sphere, bool& cog, bool& floor) {
+  sphere = HasTag(node, kTagSphere);
+  cog = HasTag(node, kTagCogNode);
+  floor = HasTag(node, kTagFloor);
+  return sphere || cog || floor;
+}
+
+void FindEffectors(X3DObject& root, CRefArray& effectors) {
+  if (root.GetClassID() == siChainEffectorID) effectors.Add(root.GetRef());
+  for (const CRef& ref : root.FindChildren(CString(), CString())) {
+    if (ref.GetClassID() == siChainEffectorID) effectors.Add(ref);
+  }
+}
+
+void ReparentIkEffectors(X3DObject& sourceRoot, Model& generated) {
+  CRefArray effectors;
+  FindEffectors(sourceRoot, effectors);
+  for (const CRef& ref : effectors) {
+    ChainRoot chain(ChainElement(ref).GetRoot());
+    CRefArray bones = chain.GetBones();
+    if (bones.GetCount() == 0) continue;
+    X3DObject effectorCopy = generated.FindChild(X3DObject(ref).GetName());
+    X3DObject boneCopy = generated.FindChild(X3DObject(bones[bones.GetCount() - 1]).GetName());
+    if (effectorCopy.IsValid() && boneCopy.IsValid() &&
+        effectorCopy.GetParent() != boneCopy.GetRef()) {
+      boneCopy.AddChild(effectorCopy);
+    }
+  }
 }

@@ -40,3 +40,15 @@ void FreezeScaling(Zyra::Model& generated, const DrvVector& scale);
 void ProcessBaseScaling(Zyra::Model& generated, double sx, double sy, double sz);
 // 0.025 x the largest extent of the branch's bounding box (0 for a point).
 float ComputeNominalSize(Zyra::X3DObject& sourceRoot);
+
+// False (the node is needed) when the node carries RTKSphere, RTKEffector, RTKCogNode, RTKFloor
+// or KinraJL, is an IK effector, is an IK bone whose chain's effector carries RTKEffector, or
+// has a child or grandchild carrying RTKEffector; true otherwise.
+bool UnusedNode(Zyra::X3DObject& node);
+// Which of the specially treated tags the node carries; true when any.
+bool FindTags(Zyra::X3DObject& node, bool& sphere, bool& cog, bool& floor);
+// The IK chain effectors of the branch, depth-first.
+void FindEffectors(Zyra::X3DObject& root, Zyra::CRefArray& effectors);
+// In the generated model, puts the copy of every IK effector of the source branch under the copy
+// of its chain's last bone (keeping its global transform), so that it moves with the leg it ends.
+void ReparentIkEffectors(Zyra::X3DObject& sourceRoot, Zyra::Model& generated);

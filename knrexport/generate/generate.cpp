@@ -1,16 +1,16 @@
 // Generate: building a runtime actor from an initialized source actor description.
 #include "knrexport/generate/generate.h"
 
-#include "knrexport/generate/copy_actor.h"
 #include "knrexport/actor/home_pose.h"
 #include "knrexport/actor/initialize.h"
 #include "knrexport/actor/option_properties.h"
 #include "knrexport/actor/weight_maps.h"
+#include "knrexport/generate/action_copy.h"
+#include "knrexport/generate/copy_actor.h"
 #include "knrexport/scene/actor_lookup.h"
 #include "knrexport/scene/host_calls.h"
 #include "knrexport/scene/pose_storage.h"
 #include "knrexport/scene/tags.h"
-#include "knrexport/generate/action_copy.h"
 #include "zyra/application.h"
 
 using namespace Zyra;
@@ -18,11 +18,6 @@ using namespace Zyra;
 namespace {
 
 constexpr const wchar_t* kOptionsName = L"KinraGen";
-
-bool HasEffectorTag(const CRef& ref) {
-  X3DObject node(ref);
-  return node.IsValid() && HasTag(node, kTagEffector);
-}
 
 }  // namespace
 
@@ -137,54 +132,4 @@ long ComputeProgressBarSize(Model& model, X3DObject& root, bool skill, bool enve
   if (envelope) size += 2 * ComputeWeightMapSize(model);
   if (skill) size += ComputeProgessBarSizeForSkills(model, n);
   return size + (HasTag(root, kTagHomePose) ? 4 * n : 2 * n);
-}
-
-bool UnusedNode(X3DObject& node) {
-  for (const wchar_t* tag : {kTagSphere, kTagEffector, kTagCogNode, kTagFloor, kTagJointLimit}) {
-    if (HasTag(node, tag)) return false;
-  }
-  if (node.GetClassID() == siChainEffectorID) return false;
-  if (node.GetClassID() == siChainBoneID) {
-    ChainRoot chain(ChainElement(node).GetRoot());
-    if (HasEffectorTag(chain.GetEffector())) return false;
-  }
-  for (const CRef& child : node.GetChildren()) {
-    if (HasEffectorTag(child)) return false;
-  }
-  for (const CRef& child : node.GetChildren()) {
-    for (const CRef& grandChild : X3DObject(child).GetChildren()) {
-      if (HasEffectorTag(grandChild)) return false;
-    }
-  }
-  return true;
-}
-
-bool FindTags(X3DObject& node, bool& sphere, bool& cog, bool& floor) {
-  sphere = HasTag(node, kTagSphere);
-  cog = HasTag(node, kTagCogNode);
-  floor = HasTag(node, kTagFloor);
-  return sphere || cog || floor;
-}
-
-void FindEffectors(X3DObject& root, CRefArray& effectors) {
-  if (root.GetClassID() == siChainEffectorID) effectors.Add(root.GetRef());
-  for (const CRef& ref : root.FindChildren(CString(), CString())) {
-    if (ref.GetClassID() == siChainEffectorID) effectors.Add(ref);
-  }
-}
-
-void ReparentIkEffectors(X3DObject& sourceRoot, Model& generated) {
-  CRefArray effectors;
-  FindEffectors(sourceRoot, effectors);
-  for (const CRef& ref : effectors) {
-    ChainRoot chain(ChainElement(ref).GetRoot());
-    CRefArray bones = chain.GetBones();
-    if (bones.GetCount() == 0) continue;
-    X3DObject effectorCopy = generated.FindChild(X3DObject(ref).GetName());
-    X3DObject boneCopy = generated.FindChild(X3DObject(bones[bones.GetCount() - 1]).GetName());
-    if (effectorCopy.IsValid() && boneCopy.IsValid() &&
-        effectorCopy.GetParent() != boneCopy.GetRef()) {
-      boneCopy.AddChild(effectorCopy);
-    }
-  }
 }

@@ -39,15 +39,3 @@ bool BuildGeneratedActor(Zyra::Model& model, Zyra::X3DObject& root, const Genera
 // the initialization, where n is the model's node count.
 long ComputeProgressBarSize(Zyra::Model& model, Zyra::X3DObject& root, bool skill, bool envelope,
                             bool box);
-
-// False (the node is needed) when the node carries RTKSphere, RTKEffector, RTKCogNode, RTKFloor
-// or KinraJL, is an IK effector, is an IK bone whose chain's effector carries RTKEffector, or
-// has a child or grandchild carrying RTKEffector; true otherwise.
-bool UnusedNode(Zyra::X3DObject& node);
-// Which of the specially treated tags the node carries; true when any.
-bool FindTags(Zyra::X3DObject& node, bool& sphere, bool& cog, bool& floor);
-// The IK chain effectors of the branch, depth-first.
-void FindEffectors(Zyra::X3DObject& root, Zyra::CRefArray& effectors);
-// In the generated model, puts the copy of every IK effector of the source branch under the copy
-// of its chain's last bone (keeping its global transform), so that it moves with the leg it ends.
-void ReparentIkEffectors(Zyra::X3DObject& sourceRoot, Zyra::Model& generated);

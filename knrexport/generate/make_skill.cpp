@@ -5,11 +5,11 @@
 
 #include "knrexport/actor/actor_tags.h"
 #include "knrexport/actor/home_pose.h"
+#include "knrexport/generate/action_copy.h"
 #include "knrexport/scene/actor_lookup.h"
 #include "knrexport/scene/host_calls.h"
 #include "knrexport/scene/pose_storage.h"
 #include "knrexport/scene/tags.h"
-#include "knrexport/generate/action_copy.h"
 #include "knrexport/skill/skill_kinds.h"
 #include "knrexport/skill/skill_properties.h"
 #include "zyra/action.h"

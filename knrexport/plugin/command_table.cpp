@@ -4,16 +4,16 @@
 #include <cwchar>
 
 #include "knrexport/actor/actor_tags.h"
-#include "knrexport/generate/generate.h"
 #include "knrexport/actor/home_pose.h"
 #include "knrexport/actor/initialize.h"
 #include "knrexport/actor/joint_limit.h"
 #include "knrexport/actor/save_actor.h"
 #include "knrexport/bvh/bvh_import.h"
+#include "knrexport/generate/generate.h"
+#include "knrexport/generate/make_skill.h"
 #include "knrexport/render/render_setup_file.h"
 #include "knrexport/render/render_setup_property.h"
 #include "knrexport/skill/loop_skill_property.h"
-#include "knrexport/generate/make_skill.h"
 
 BVHActionOperation gAddBVHAction = &AddBVHAction;
 RenderSetupOperation gGenerateRenderSetup = &GenerateRenderSetup;

@@ -1,10 +1,10 @@
 // The module's entry points: registration with the host and the callbacks it finds by name.
 #include <cstdio>
 
-#include "knrexport/generate/generate_options.h"
 #include "knrexport/actor/option_properties.h"
 #include "knrexport/bvh/bvh_actor_property.h"
 #include "knrexport/bvh/bvh_import.h"
+#include "knrexport/generate/generate_options.h"
 #include "knrexport/plugin/command_table.h"
 #include "knrexport/plugin/dispatch.h"
 #include "knrexport/render/render_setup_property.h"

@@ -20,10 +20,10 @@
 
 #include "host.h"
 #include "knrexport/actor/actor_tags.h"
-#include "knrexport/generate/generate.h"
 #include "knrexport/actor/home_pose.h"
 #include "knrexport/actor/initialize.h"
 #include "knrexport/actor/weight_file.h"
+#include "knrexport/generate/generate.h"
 #include "knrexport/scene/actor_lookup.h"
 #include "zyra/application.h"
 #include "zyra/plugin.h"
