@@ -6,8 +6,9 @@
 #include <string>
 
 #include "bench/bvh_big_file.h"
-#include "host.h"
+#include "host/host.h"
 #include "knrexport/bvh/bvh_import.h"
+#include "model/scene_graph.h"
 #include "zyra/action.h"
 #include "zyra/application.h"
 

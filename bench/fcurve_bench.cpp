@@ -7,7 +7,8 @@
 #include <random>
 #include <vector>
 
-#include "model.h"
+#include "host/args.h"
+#include "model/model.h"
 #include "zyra/fcurve.h"
 
 namespace {

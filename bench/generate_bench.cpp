@@ -14,13 +14,15 @@
 #include <string>
 
 #include "bench/bvh_big_file.h"
-#include "host.h"
+#include "host/args.h"
+#include "host/host.h"
 #include "knrexport/actor/actor_tags.h"
 #include "knrexport/actor/home_pose.h"
 #include "knrexport/actor/initialize.h"
 #include "knrexport/bvh/bvh_import.h"
 #include "knrexport/generate/generate.h"
 #include "knrexport/scene/actor_lookup.h"
+#include "model/scene_graph.h"
 #include "zyra/application.h"
 
 namespace {

@@ -1,8 +1,9 @@
 // Cost of evaluating global transforms through the parameter-backed hierarchy.
 #include <benchmark/benchmark.h>
 
-#include "host.h"
-#include "model.h"
+#include "host/host.h"
+#include "model/model.h"
+#include "model/scene_graph.h"
 
 namespace {
 

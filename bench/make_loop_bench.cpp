@@ -3,9 +3,11 @@
 // storing the action. The take is applied again (untimed) before each run.
 #include <benchmark/benchmark.h>
 
-#include "host.h"
+#include "host/args.h"
+#include "host/host.h"
 #include "knrexport/bvh/bvh_import.h"
 #include "knrexport/skill/make_loop.h"
+#include "model/scene_graph.h"
 #include "zyra/action.h"
 #include "zyra/application.h"
 

@@ -7,8 +7,9 @@
 #include <cstdio>
 #include <string>
 
-#include "host.h"
-#include "model.h"
+#include "host/host.h"
+#include "model/model.h"
+#include "model/scene_graph.h"
 #include "scene_file/scene_file.h"
 
 using namespace Zyra;

@@ -2,8 +2,10 @@
 // (one command a line, object paths resolved) through the host's command table.
 #include <benchmark/benchmark.h>
 
-#include "host.h"
-#include "script.h"
+#include "host/args.h"
+#include "host/host.h"
+#include "model/scene_graph.h"
+#include "script/script.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "bench/bvh_big_file.h"
-#include "host.h"
+#include "host/host.h"
 #include "knrexport/actor/actor_tags.h"
 #include "knrexport/actor/home_pose.h"
 #include "knrexport/actor/initialize.h"
@@ -19,6 +19,7 @@
 #include "knrexport/skill/foot_contacts.h"
 #include "knrexport/skill/loco_skill.h"
 #include "knrexport/skill/skill_channels.h"
+#include "model/scene_graph.h"
 #include "zyra/action.h"
 #include "zyra/application.h"
 

@@ -29,7 +29,8 @@
 #include <vector>
 
 #include "converter/report/report_html.h"
-#include "host.h"
+#include "host/host.h"
+#include "plugins/plugin_loader.h"
 #include "take_outputs.h"
 #include "take_road.h"
 

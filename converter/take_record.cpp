@@ -5,9 +5,9 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 
-#include "atomic_file.h"
 #include "converter/report/plot_series.h"
 #include "converter/report/take_file.h"
+#include "files/atomic_file.h"
 
 namespace knrconvert {
 namespace {

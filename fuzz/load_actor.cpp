@@ -34,10 +34,11 @@
 #include <string>
 #include <vector>
 
-#include "host.h"
+#include "host/host.h"
 #include "knrexport/actor/weight_file.h"
 #include "knrexport/plugin/command_table.h"
 #include "knrexport/plugin/dispatch.h"
+#include "model/scene_graph.h"
 #include "quiet_host.h"
 #include "scene_file/scene_file.h"
 #include "zyra/application.h"

@@ -5,7 +5,7 @@
 #include <iostream>
 #include <sstream>
 
-#include "host.h"
+#include "host/host.h"
 
 inline void QuietHost() {
   static std::ostringstream sink;

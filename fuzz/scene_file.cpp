@@ -10,7 +10,8 @@
 #include <sstream>
 #include <string>
 
-#include "host.h"
+#include "host/host.h"
+#include "model/scene_graph.h"
 #include "scene_file/scene_file.h"
 
 namespace {

@@ -2,7 +2,7 @@
 // script in a fresh scene with every failure kept going. Lines that would touch files or load
 // modules are dropped before the run (the rest of the host's commands are all in play), and the
 // process works in a temporary folder in case a command writes anything else.
-#include "script.h"
+#include "script/script.h"
 
 #include <unistd.h>
 
@@ -15,7 +15,8 @@
 #include <string>
 #include <vector>
 
-#include "host.h"
+#include "host/host.h"
+#include "model/scene_graph.h"
 #include "quiet_host.h"
 
 namespace {

@@ -10,9 +10,9 @@
 #include <system_error>
 #include <vector>
 
-#include "atomic_file.h"
 #include "converter/report/report_assets.h"
 #include "converter/report/take_file.h"
+#include "files/atomic_file.h"
 
 namespace knrconvert {
 

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include "host.h"
+#include "host/host.h"
+#include "model/scene_graph.h"
+#include "script/script.h"
 #include "zyra/application.h"
 #include "zyra/kinematics.h"
 

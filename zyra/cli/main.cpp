@@ -15,8 +15,11 @@
 #include <string>
 #include <vector>
 
-#include "host.h"
-#include "regular_file.h"
+#include "files/regular_file.h"
+#include "host/host.h"
+#include "plugins/plugin_loader.h"
+#include "scene_file/scene_file.h"
+#include "script/script.h"
 
 namespace {
 

@@ -6,12 +6,13 @@
 
 #include <cmath>
 
-#include "host.h"
+#include "host/host.h"
 #include "knrexport/actor/home_pose.h"
 #include "knrexport/actor/initialize.h"
 #include "knrexport/actor/joint_limit.h"
 #include "knrexport/scene/actor_lookup.h"
 #include "knrexport/scene/tags.h"
+#include "model/scene_graph.h"
 #include "zyra/application.h"
 #include "zyra/fcurve.h"
 

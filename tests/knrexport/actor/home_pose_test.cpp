@@ -7,10 +7,11 @@
 
 #include <random>
 
-#include "host.h"
+#include "host/host.h"
 #include "knrexport/actor/initialize.h"
 #include "knrexport/scene/actor_lookup.h"
 #include "knrexport/scene/tags.h"
+#include "model/scene_graph.h"
 #include "zyra/application.h"
 
 using namespace Zyra;

@@ -6,9 +6,10 @@
 
 #include <cmath>
 
-#include "host.h"
+#include "host/host.h"
 #include "knrexport/scene/actor_lookup.h"
 #include "knrexport/scene/tags.h"
+#include "model/scene_graph.h"
 #include "zyra/application.h"
 
 using namespace Zyra;

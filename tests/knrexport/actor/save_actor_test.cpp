@@ -18,13 +18,15 @@
 #include <string>
 #include <vector>
 
-#include "host.h"
+#include "host/host.h"
 #include "knrexport/actor/actor_tags.h"
 #include "knrexport/actor/home_pose.h"
 #include "knrexport/actor/initialize.h"
 #include "knrexport/actor/weight_file.h"
 #include "knrexport/generate/generate.h"
 #include "knrexport/scene/actor_lookup.h"
+#include "model/scene_graph.h"
+#include "plugins/plugin_loader.h"
 #include "zyra/application.h"
 #include "zyra/plugin.h"
 

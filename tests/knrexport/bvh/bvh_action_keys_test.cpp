@@ -11,9 +11,10 @@
 #include <string>
 #include <vector>
 
-#include "host.h"
+#include "host/host.h"
 #include "knrexport/bvh/bvh_import.h"
 #include "knrexport/scene/pose_storage.h"
+#include "model/scene_graph.h"
 #include "tests/knrexport/bvh/bvh_test_text.h"
 #include "zyra/action.h"
 #include "zyra/application.h"

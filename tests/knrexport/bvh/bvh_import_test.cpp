@@ -13,8 +13,9 @@
 #include <string>
 #include <vector>
 
-#include "host.h"
+#include "host/host.h"
 #include "knrexport/scene/actor_lookup.h"
+#include "model/scene_graph.h"
 #include "zyra/action.h"
 #include "zyra/application.h"
 #include "zyra/plugin.h"

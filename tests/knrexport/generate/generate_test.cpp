@@ -9,7 +9,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "host.h"
+#include "host/host.h"
 #include "knrexport/actor/actor_boxes.h"
 #include "knrexport/actor/actor_tags.h"
 #include "knrexport/actor/home_pose.h"
@@ -18,6 +18,9 @@
 #include "knrexport/generate/copy_actor.h"
 #include "knrexport/scene/actor_lookup.h"
 #include "knrexport/scene/tags.h"
+#include "model/scene_graph.h"
+#include "plugins/plugin_loader.h"
+#include "script/script.h"
 #include "zyra/action.h"
 #include "zyra/application.h"
 #include "zyra/plugin.h"

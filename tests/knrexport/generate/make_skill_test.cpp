@@ -4,6 +4,7 @@
 #include "knrexport/generate/make_skill.h"
 
 #include "knrexport/actor/initialize.h"
+#include "plugins/plugin_loader.h"
 #include "tests/knrexport/skill/skill_test_rig.h"
 #include "zyra/plugin.h"
 

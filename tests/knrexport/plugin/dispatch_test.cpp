@@ -5,7 +5,8 @@
 
 #include <gtest/gtest.h>
 
-#include "host.h"
+#include "host/host.h"
+#include "model/scene_graph.h"
 #include "zyra/action.h"
 #include "zyra/application.h"
 

@@ -2,8 +2,10 @@
 // callbacks found, and its property types with their parameters.
 #include <gtest/gtest.h>
 
-#include "host.h"
+#include "host/host.h"
 #include "knrexport/plugin/command_table.h"
+#include "model/scene_graph.h"
+#include "plugins/plugin_loader.h"
 #include "zyra/application.h"
 #include "zyra/plugin.h"
 

@@ -10,6 +10,7 @@
 #include <map>
 #include <sstream>
 
+#include "model/scene_graph.h"
 #include "render_test_scene.h"
 
 namespace {

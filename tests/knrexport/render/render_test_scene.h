@@ -8,7 +8,7 @@
 #include <string>
 #include <tuple>
 
-#include "host.h"
+#include "host/host.h"
 #include "knrexport/render/render_visibility.h"
 #include "knrexport/scene/actor_lookup.h"
 #include "zyra/application.h"

@@ -2,6 +2,7 @@
 // environment around target models.
 #include "knrexport/render/render_visibility.h"
 
+#include "model/scene_graph.h"
 #include "render_test_scene.h"
 
 namespace {

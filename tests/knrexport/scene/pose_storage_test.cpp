@@ -7,8 +7,9 @@
 #include <cstring>
 #include <random>
 
-#include "host.h"
+#include "host/host.h"
 #include "knrexport/scene/actor_lookup.h"
+#include "model/scene_graph.h"
 #include "zyra/application.h"
 
 using namespace Zyra;

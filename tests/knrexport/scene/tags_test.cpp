@@ -3,7 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include "host.h"
+#include "host/host.h"
+#include "model/scene_graph.h"
 #include "zyra/application.h"
 
 using namespace Zyra;

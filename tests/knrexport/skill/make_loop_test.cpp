@@ -7,8 +7,9 @@
 #include <cmath>
 #include <string>
 
-#include "host.h"
+#include "host/host.h"
 #include "knrexport/bvh/bvh_import.h"
+#include "model/scene_graph.h"
 #include "zyra/application.h"
 
 using namespace Zyra;

@@ -8,7 +8,10 @@
 #include <string>
 #include <vector>
 
-#include "host.h"
+#include "host/host.h"
+#include "model/scene_graph.h"
+#include "plugins/plugin_loader.h"
+#include "script/script.h"
 #include "zyra/action.h"
 #include "zyra/application.h"
 #include "zyra/x3dobject.h"

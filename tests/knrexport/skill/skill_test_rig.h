@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "host.h"
+#include "host/host.h"
 #include "knrexport/actor/home_pose.h"
 #include "knrexport/scene/actor_lookup.h"
 #include "knrexport/scene/tags.h"

@@ -16,8 +16,10 @@
 #include <random>
 #include <sstream>
 
-#include "host.h"
+#include "host/host.h"
+#include "model/scene_graph.h"
 #include "scene_file/scene_file.h"
+#include "scene_file/scene_file_json.h"
 
 namespace {
 

@@ -12,9 +12,11 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "host.h"
-#include "model.h"
+#include "host/host.h"
+#include "model/model.h"
+#include "model/scene_graph.h"
 #include "scene_file/scene_file.h"
+#include "script/script.h"
 
 using namespace Zyra;
 namespace fs = std::filesystem;

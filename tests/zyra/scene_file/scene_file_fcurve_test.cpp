@@ -11,7 +11,8 @@
 #include <functional>
 #include <sstream>
 
-#include "host.h"
+#include "host/host.h"
+#include "model/scene_graph.h"
 #include "scene_file/scene_file.h"
 #include "scene_file/scene_file_progress.h"
 

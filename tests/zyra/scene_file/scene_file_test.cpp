@@ -19,9 +19,11 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "geometry_builders.h"
-#include "host.h"
-#include "model.h"
+#include "host/host.h"
+#include "model/geometry_builders.h"
+#include "model/model.h"
+#include "model/scene_graph.h"
+#include "plugins/plugin_loader.h"
 
 using namespace Zyra;
 namespace fs = std::filesystem;

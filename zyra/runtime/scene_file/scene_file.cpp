@@ -1,7 +1,7 @@
 // Scene files on disk: opening and saving the scene, exporting and importing branches. Files are
 // written as their text is made and read as they stream in (scene_file_columns.h), so neither
 // direction holds a file's whole text.
-#include "scene_file.h"
+#include "scene_file/scene_file.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,9 +10,10 @@
 #include <cstdio>
 #include <cstring>
 
-#include "atomic_file.h"
-#include "regular_file.h"
-#include "scene_file_progress.h"
+#include "files/atomic_file.h"
+#include "files/regular_file.h"
+#include "model/scene_graph.h"
+#include "scene_file/scene_file_progress.h"
 
 namespace Zyra::rt {
 
@@ -64,8 +65,8 @@ void DestroySceneObjects(Scene& scene) {
 }
 
 void SwapInScene(Scene scene) {
-  Scene old = std::move(Host::Get().scene());
-  Host::Get().scene() = std::move(scene);
+  Scene old = std::move(OpenScene());
+  OpenScene() = std::move(scene);
   DestroySceneObjects(old);
 }
 
@@ -99,7 +100,7 @@ CStatus WriteStreaming(const std::string& path,
 }  // namespace
 
 CStatus SaveSceneFile(const std::string& path) {
-  const Scene& scene = Host::Get().scene();
+  const Scene& scene = OpenScene();
   FileProgress progress(L"Saving " + FileName(path), CountKeys(*scene.root));
   return WriteStreaming(path, [&](const TextSink& sink) {
     return WriteSceneText(scene, sink, [&progress](size_t n) { progress.Advance(n); });
@@ -115,7 +116,7 @@ CStatus OpenSceneFile(const std::string& path) {
 }
 
 CStatus ExportBranch(const std::shared_ptr<X3D>& object, const std::string& path) {
-  const Scene& scene = Host::Get().scene();
+  const Scene& scene = OpenScene();
   BranchWriteOptions options;
   auto flag = [&scene](const wchar_t* name) {
     const Parameter* p = scene.exportOptions ? scene.exportOptions->FindParam(name) : nullptr;
@@ -123,7 +124,7 @@ CStatus ExportBranch(const std::shared_ptr<X3D>& object, const std::string& path
   };
   options.customProperties = flag(L"custompset");
   options.animation = flag(L"animall");
-  options.frame = Host::Get().CurrentFrame();
+  options.frame = CurrentFrame();
   return WriteStreaming(
       path, [&](const TextSink& sink) { return WriteBranchText(*object, options, sink); });
 }

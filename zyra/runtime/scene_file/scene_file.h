@@ -15,8 +15,7 @@
 #include <string>
 #include <string_view>
 
-#include "host.h"
-#include "model.h"
+#include "model/scene_graph.h"
 
 namespace Zyra::rt {
 
@@ -99,6 +98,10 @@ void SwapInScene(Scene scene);
 // Destroys every object of a scene that is not the open one (a scene that failed to load).
 void DestroySceneObjects(Scene& scene);
 
+// Writes the open scene (temporary file, then rename). Fails naming the file.
+CStatus SaveSceneFile(const std::string& path);
+// Replaces the open scene by the file's; on any error the open scene stays as it was.
+CStatus OpenSceneFile(const std::string& path);
 // Writes `object`'s branch to `path` with the open scene's export options.
 CStatus ExportBranch(const std::shared_ptr<X3D>& object, const std::string& path);
 // Reads the branch in `path` under `parent`; `out` is the imported top object.

@@ -1,5 +1,5 @@
 // Number columns of scene files on read; the rules are in scene_file_columns.h.
-#include "scene_file_columns.h"
+#include "scene_file/scene_file_columns.h"
 
 #include <algorithm>
 #include <charconv>
@@ -133,20 +133,6 @@ void Join(Column& head, Column&& tail) {
 }
 
 }  // namespace
-
-Column* ColumnRef(const Json& j, Columns& columns, bool single) {
-  if (!j.is_string()) return nullptr;
-  const std::string& s = j.get_ref<const std::string&>();
-  if (s.size() < 2 || s[0] != '\0') return nullptr;
-  size_t index = 0;
-  for (size_t i = 1; i < s.size(); ++i) {
-    if (s[i] < '0' || s[i] > '9' || index > columns.items.size()) return nullptr;
-    index = index * 10 + static_cast<size_t>(s[i] - '0');
-  }
-  if (index >= columns.items.size()) return nullptr;
-  Column& column = columns.items[index];
-  return column.taken || column.single != single ? nullptr : &column;
-}
 
 // ---- ColumnParser ---------------------------------------------------------------------------
 

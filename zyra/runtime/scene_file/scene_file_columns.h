@@ -7,7 +7,7 @@
 //   1. A column is the string value of a member named "frames", "values" or "floatValues"
 //      holding at least kLongColumn bytes and no backslash; any other string stays in the JSON
 //      text as it is. In the text left for the JSON parser a column stands as the string
-//      "\u0000<index>" (ColumnRef reads it back).
+//      "\u0000<index>" (ColumnRef in scene_file_json.h reads it back).
 //   2. Items are separated by single spaces; "" has no item, and every other text has one item
 //      more than spaces (an empty item is an error). "floatValues" items are floats, the others
 //      doubles. The first item that does not read is kept with its index and message; the rest
@@ -24,8 +24,6 @@
 #include <cstddef>
 #include <string>
 #include <vector>
-
-#include "scene_file_json.h"
 
 namespace Zyra::rt::scene_reading {
 
@@ -48,10 +46,6 @@ struct Column {
 struct Columns {
   std::vector<Column> items;
 };
-
-// The column `j` stands for, when it is a column reference of the given kind not taken yet
-// (a curve takes a column once); null for any other value.
-Column* ColumnRef(const Json& j, Columns& columns, bool single);
 
 // Reads a column's items from text given in pieces (rule 2 and 3).
 class ColumnParser {

@@ -1,6 +1,8 @@
 // Host commands for scene files: export and import of branches, save, open and new scene.
-#include "host.h"
-#include "scene_file.h"
+#include "host/args.h"
+#include "host/host.h"
+#include "model/scene_graph.h"
+#include "scene_file/scene_file.h"
 
 namespace Zyra::rt {
 

@@ -1,5 +1,5 @@
 // Function curves in scene files: the key-by-key form and the column form, written and read.
-#include "scene_file_fcurve.h"
+#include "scene_file/scene_file_fcurve.h"
 
 #include <algorithm>
 #include <charconv>
@@ -9,7 +9,7 @@
 #include <thread>
 #include <type_traits>
 
-#include "scene_file_columns.h"
+#include "scene_file/scene_file_columns.h"
 
 namespace Zyra::rt {
 

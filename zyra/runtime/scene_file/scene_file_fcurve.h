@@ -19,8 +19,8 @@
 #include <string>
 #include <vector>
 
-#include "model.h"
-#include "scene_file_json.h"
+#include "model/model.h"
+#include "scene_file/scene_file_json.h"
 
 namespace Zyra::rt {
 

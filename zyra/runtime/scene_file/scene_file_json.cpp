@@ -1,11 +1,9 @@
 // Scene-file reading, the JSON side: typed, checked access to the elements of the document.
-#include "scene_file_json.h"
+#include "scene_file/scene_file_json.h"
 
 #include <cmath>
 #include <cstring>
 #include <memory>
-
-#include "scene_file_columns.h"
 
 namespace Zyra::rt::scene_reading {
 
@@ -99,6 +97,20 @@ bool Parse(const std::string& text, Json& doc, std::string& syntaxError) {
 }
 
 }  // namespace
+
+Column* ColumnRef(const Json& j, Columns& columns, bool single) {
+  if (!j.is_string()) return nullptr;
+  const std::string& s = j.get_ref<const std::string&>();
+  if (s.size() < 2 || s[0] != '\0') return nullptr;
+  size_t index = 0;
+  for (size_t i = 1; i < s.size(); ++i) {
+    if (s[i] < '0' || s[i] > '9' || index > columns.items.size()) return nullptr;
+    index = index * 10 + static_cast<size_t>(s[i] - '0');
+  }
+  if (index >= columns.items.size()) return nullptr;
+  Column& column = columns.items[index];
+  return column.taken || column.single != single ? nullptr : &column;
+}
 
 bool ParseJson(const std::string& text, Json& doc, std::string& syntaxError, Columns& columns) {
   columns.items.clear();

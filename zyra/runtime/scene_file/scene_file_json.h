@@ -10,7 +10,8 @@
 #include <string_view>
 #include <vector>
 
-#include "scene_file.h"
+#include "scene_file/scene_file.h"
+#include "scene_file/scene_file_columns.h"
 #include "zyra/core.h"
 
 namespace Zyra::rt::scene_reading {
@@ -42,13 +43,15 @@ struct FormatError {
   std::string what;
 };
 
-struct Columns;
-
 // Parses a whole document into `doc`, long number columns parsed apart into `columns`
 // (scene_file_columns.h). A syntax error returns false with the parser's message ("parse error at
 // line L, column C: ..."); a number that no double or integer holds (1e999, an integer literal
 // past 64 bits) throws the FormatError at that number's path.
 bool ParseJson(const std::string& text, Json& doc, std::string& syntaxError, Columns& columns);
+
+// The column `j` stands for, when it is a column reference of the given kind not taken yet
+// (a curve takes a column once); null for any other value.
+Column* ColumnRef(const Json& j, Columns& columns, bool single);
 
 // Reads a document that `read` supplies in pieces (it fills at most `capacity` bytes at `into`
 // and returns how many, 0 at the end) through a buffer of `bufferSize` bytes; `advance` is told

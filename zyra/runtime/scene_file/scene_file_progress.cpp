@@ -1,5 +1,5 @@
 // Progress of long saves and opens on the host's progress bar.
-#include "scene_file_progress.h"
+#include "scene_file/scene_file_progress.h"
 
 #include <algorithm>
 

@@ -1,11 +1,13 @@
 // The scene-file reader, objects: 3D objects and their children, parameters, properties,
 // primitives and geometry, envelopes, action sources and generic containers.
-#include "scene_file_reader.h"
+#include "scene_file/scene_file_reader.h"
 
 #include <set>
 
-#include "host.h"
-#include "scene_file_fcurve.h"
+#include "host/host.h"
+#include "model/scene_graph.h"
+#include "plugins/plugin_loader.h"
+#include "scene_file/scene_file_fcurve.h"
 
 namespace Zyra::rt::scene_reading {
 

@@ -11,9 +11,9 @@
 #include <utility>
 #include <vector>
 
-#include "model.h"
-#include "scene_file_columns.h"
-#include "scene_file_json.h"
+#include "model/model.h"
+#include "scene_file/scene_file_columns.h"
+#include "scene_file/scene_file_json.h"
 
 namespace Zyra::rt::scene_reading {
 

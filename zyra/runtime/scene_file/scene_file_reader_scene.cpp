@@ -8,10 +8,12 @@
 #include <cerrno>
 #include <cstring>
 
-#include "regular_file.h"
-#include "scene_file.h"
-#include "scene_file_progress.h"
-#include "scene_file_reader.h"
+#include "files/regular_file.h"
+#include "host/host.h"
+#include "model/scene_graph.h"
+#include "scene_file/scene_file.h"
+#include "scene_file/scene_file_progress.h"
+#include "scene_file/scene_file_reader.h"
 
 namespace Zyra::rt {
 

@@ -5,9 +5,10 @@
 #include <utility>
 #include <vector>
 
-#include "host.h"
-#include "scene_file.h"
-#include "scene_file_reader.h"
+#include "host/host.h"
+#include "model/scene_graph.h"
+#include "scene_file/scene_file.h"
+#include "scene_file/scene_file_reader.h"
 
 namespace Zyra::rt::scene_reading {
 

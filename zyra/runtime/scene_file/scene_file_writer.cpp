@@ -9,8 +9,9 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
-#include "scene_file.h"
-#include "scene_file_fcurve.h"
+#include "model/scene_graph.h"
+#include "scene_file/scene_file.h"
+#include "scene_file/scene_file_fcurve.h"
 
 namespace Zyra::rt {
 
