@@ -1,6 +1,7 @@
-// The running host: the open scene, the host command table, the log, the headless user
-// interface state and the loaded plug-ins. One per process; the command line and the tests
-// drive it through this interface, plug-ins only through the SDK.
+// The running host: the host command table, the log and the headless user interface state, over
+// the open scene (which the object model keeps: model/scene_graph.h). One per process; the command
+// line and the tests drive it through this interface, plug-ins only through the SDK. Loading
+// plug-ins, scene files and scripts have their own rooms (plugins/, scene_file/, script/).
 #pragma once
 
 #include <deque>
