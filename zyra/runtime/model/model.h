@@ -226,6 +226,22 @@ class ModelObject : public X3D {
   std::shared_ptr<Object> Lookup(std::wstring_view name) const override;
 };
 
+// The nine parameters of "kine.local" (and "kine.global"), in order: translation, rotation in
+// degrees, scaling.
+inline constexpr const wchar_t* kLocalChannels[9] = {L"posx", L"posy", L"posz", L"rotx", L"roty",
+                                                     L"rotz", L"sclx", L"scly", L"sclz"};
+
+// Calls `visit` on every object of `from`'s name space: its descendants, without entering nested
+// models; stops when `visit` returns true, and returns whether it did.
+template <class F>
+bool VisitNameSpace(const X3D& from, F&& visit) {
+  for (const auto& child : from.children) {
+    if (visit(child)) return true;
+    if (child->classId != siModelID && VisitNameSpace(*child, visit)) return true;
+  }
+  return false;
+}
+
 // ---------------------------------------------------------------------------------------------
 // Actions
 

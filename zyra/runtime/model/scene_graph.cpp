@@ -1,5 +1,5 @@
-// The scene graph (rules in scene_graph.h): 3D objects' built-in properties, parenting, name
-// spaces, renaming, path lookup and the open scene.
+// The scene graph (rules in scene_graph.h): 3D objects' built-in properties, creation, parenting,
+// unique names, renaming, path lookup and the open scene.
 #include <algorithm>
 #include <cwctype>
 #include <set>
@@ -9,16 +9,6 @@
 namespace Zyra::rt {
 
 namespace {
-
-const wchar_t* const kLocalChannels[] = {L"posx", L"posy", L"posz", L"rotx", L"roty",
-                                         L"rotz", L"sclx", L"scly", L"sclz"};
-
-bool IsLocalChannel(std::wstring_view name) {
-  for (const wchar_t* c : kLocalChannels) {
-    if (name == c) return true;
-  }
-  return false;
-}
 
 // Reads one channel of a transform: 0..2 translation, 3..5 rotation (degrees), 6..8 scaling.
 double Channel(const MATH::CTransformation& t, int channel) {
@@ -76,110 +66,7 @@ void AddBuiltins(const std::shared_ptr<X3D>& object) {
   object->visibility->AddParam(MakeParam(L"rendvis", siBool, CValue(true), {}, {}, kAnimatable | kPersistable));
 }
 
-// Calls `visit` on every object of `space`'s name space: descendants, not entering nested models.
-template <class F>
-bool VisitNameSpace(const X3D& from, F&& visit) {
-  for (const auto& child : from.children) {
-    if (visit(child)) return true;
-    if (child->classId != siModelID && VisitNameSpace(*child, visit)) return true;
-  }
-  return false;
-}
-
-std::shared_ptr<X3D> FindInNameSpace(const ModelObject& space, std::wstring_view name) {
-  std::shared_ptr<X3D> found;
-  VisitNameSpace(space, [&](const std::shared_ptr<X3D>& o) {
-    if (o->name == name) found = o;
-    return found != nullptr;
-  });
-  return found;
-}
-
 }  // namespace
-
-// ---- X3D --------------------------------------------------------------------------------------
-
-X3D::X3D(siClassID id, std::wstring name_, std::wstring type_) : Object(id, std::move(name_), std::move(type_)) {}
-
-std::shared_ptr<X3D> X3D::Parent() const { return std::dynamic_pointer_cast<X3D>(Owner()); }
-
-std::shared_ptr<ModelObject> X3D::NameSpace() const {
-  for (auto p = Parent(); p; p = p->Parent()) {
-    if (p->classId == siModelID) return std::static_pointer_cast<ModelObject>(p);
-  }
-  return nullptr;
-}
-
-std::wstring X3D::FullName() const {
-  auto space = NameSpace();
-  if (!space || !space->Owner()) return name;  // the scene root, or its name space
-  return space->FullName() + L"." + name;
-}
-
-void X3D::ForEachOwned(const std::function<void(const std::shared_ptr<Object>&)>& visit) const {
-  Object::ForEachOwned(visit);
-  if (primitive) visit(primitive);
-  for (const auto& e : envelopes) visit(e);
-  for (const auto& c : children) visit(c);
-}
-
-bool X3D::Release(const Object* child) {
-  if (primitive.get() == child) {
-    primitive.reset();
-    return true;
-  }
-  return EraseFromChildren(child) || Object::Release(child);
-}
-
-bool X3D::EraseFromChildren(const Object* child) {
-  auto match = [child](const auto& item) { return item.get() == child; };
-  auto c = std::find_if(children.begin(), children.end(), match);
-  if (c != children.end()) {
-    children.erase(c);
-    return true;
-  }
-  auto e = std::find_if(envelopes.begin(), envelopes.end(), match);
-  if (e != envelopes.end()) {
-    envelopes.erase(e);
-    return true;
-  }
-  return false;
-}
-
-std::shared_ptr<Object> X3D::Lookup(std::wstring_view wanted) const {
-  if (auto found = Object::Lookup(wanted)) return found;
-  if (IsLocalChannel(wanted)) return local->Lookup(wanted);
-  if (primitive) {
-    if (primitive->name == wanted) return primitive;
-    if (auto p = primitive->Lookup(wanted)) return p;
-  }
-  return nullptr;
-}
-
-// ---- ModelObject ------------------------------------------------------------------------------
-
-ModelObject::ModelObject(std::wstring name_) : X3D(siModelID, std::move(name_), L"#model") {}
-
-void ModelObject::ForEachOwned(const std::function<void(const std::shared_ptr<Object>&)>& visit) const {
-  X3D::ForEachOwned(visit);
-  if (sources) visit(sources);
-  if (mixer) visit(mixer);
-}
-
-bool ModelObject::Release(const Object* child) {
-  if (mixer.get() == child) {
-    mixer.reset();
-    return true;
-  }
-  return X3D::Release(child);
-}
-
-std::shared_ptr<Object> ModelObject::Lookup(std::wstring_view wanted) const {
-  if (wanted == L"Sources") return sources;
-  if (wanted == L"Mixer" && mixer) return mixer;
-  if (auto found = FindInNameSpace(*this, wanted)) return found;
-  return X3D::Lookup(wanted);
-}
 
 // ---- Names ------------------------------------------------------------------------------------
 
@@ -305,18 +192,6 @@ CStatus Reparent(const std::shared_ptr<X3D>& child, const std::shared_ptr<X3D>& 
   }
   if (keepGlobal) return child->PutGlobalTransform(global, frame);
   return CStatus::OK;
-}
-
-std::vector<std::shared_ptr<X3D>> Descendants(const X3D& object) {
-  std::vector<std::shared_ptr<X3D>> out;
-  std::function<void(const X3D&)> walk = [&](const X3D& o) {
-    for (const auto& c : o.children) {
-      out.push_back(c);
-      walk(*c);
-    }
-  };
-  walk(object);
-  return out;
 }
 
 // ---- Paths ------------------------------------------------------------------------------------

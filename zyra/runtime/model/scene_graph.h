@@ -4,8 +4,7 @@
 // The open scene belongs to the object model, not to the host that drives it: path lookup, unique
 // names in the scene root's name space (which also holds the scene's groups) and parenting "at the
 // current frame" read it from here. It is made (as NewScene makes it) the first time it is asked
-// for. scene_graph.cpp also holds the 3D objects' own members (model.h): built-in properties,
-// name spaces and lookup.
+// for.
 #pragma once
 
 #include <memory>

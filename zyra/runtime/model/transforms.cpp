@@ -12,20 +12,18 @@ constexpr double kPi = 3.14159265358979323846;
 constexpr double kDegToRad = kPi / 180.0;
 constexpr double kRadToDeg = 180.0 / kPi;
 
-// Channel order of the local state: translation, rotation (degrees), scaling.
+// Channel order of the local state (kLocalChannels): translation, rotation (degrees), scaling.
 constexpr int kChannelCount = 9;
-const wchar_t* const kChannelNames[kChannelCount] = {L"posx", L"posy", L"posz", L"rotx", L"roty",
-                                                     L"rotz", L"sclx", L"scly", L"sclz"};
 constexpr double kChannelDefaults[kChannelCount] = {0, 0, 0, 0, 0, 0, 1, 1, 1};
 
 // The parameter of a channel. The local state is built with its channels first and in order,
 // so the by-index guess almost always hits; a search covers states built any other way.
 Parameter* ChannelParam(const Property& state, int channel) {
   const auto index = static_cast<size_t>(channel);
-  if (index < state.params.size() && state.params[index]->name == kChannelNames[channel]) {
+  if (index < state.params.size() && state.params[index]->name == kLocalChannels[channel]) {
     return state.params[index].get();
   }
-  return state.FindParam(kChannelNames[channel]);
+  return state.FindParam(kLocalChannels[channel]);
 }
 
 // The XYZ angles (degrees) of `canonical` written the way nearest to the angles already there,
@@ -69,7 +67,7 @@ CStatus X3D::PutLocalTransform(const MATH::CTransformation& t, double frame) {
     params[c] = ChannelParam(*local, c);
     if (!params[c]) {
       return CStatus(CStatus::MemberNotFound,
-                     FullName() + L".kine.local has no parameter " + kChannelNames[c] + L".");
+                     FullName() + L".kine.local has no parameter " + kLocalChannels[c] + L".");
     }
   }
   double previous[3];
