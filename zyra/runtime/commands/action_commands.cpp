@@ -13,10 +13,6 @@ namespace Zyra::rt {
 
 namespace {
 
-std::shared_ptr<ModelObject> ModelArg(const CValue& value) {
-  return std::dynamic_pointer_cast<ModelObject>(ArgObject(value));
-}
-
 std::shared_ptr<Parameter> ParameterArg(const CValue& value) {
   return std::dynamic_pointer_cast<Parameter>(ArgObject(value));
 }
@@ -124,8 +120,8 @@ struct Stored {
 
 CStatus StoreAction(const CValueArray& args, CValue& result) {
   constexpr std::wstring_view kCmd = L"StoreAction";
-  auto model = ModelArg(Arg(args, 0));
-  if (!model) return ArgError(kCmd, Quoted(Arg(args, 0)) + L" is not a model.");
+  std::shared_ptr<ModelObject> model;
+  if (CStatus status = ArgModel(kCmd, args, 0, model); !status.Succeeded()) return status;
 
   std::vector<std::shared_ptr<Object>> objects;
   CStatus status = ArgObjects(Arg(args, 1), objects);
@@ -229,8 +225,7 @@ CStatus ApplyAction(const CValueArray& args, CValue& result) {
     model = std::dynamic_pointer_cast<ModelObject>(container ? container->Owner() : nullptr);
     if (!model) return ArgError(kCmd, source->FullName() + L" belongs to no model.");
   } else {
-    model = ModelArg(Arg(args, 1));
-    if (!model) return ArgError(kCmd, Quoted(Arg(args, 1)) + L" is not a model.");
+    if (CStatus status = ArgModel(kCmd, args, 1, model); !status.Succeeded()) return status;
   }
 
   double now = Host::Get().CurrentFrame();
@@ -385,8 +380,8 @@ CStatus EnumElements(const CValueArray& args, CValue& result) {
 
 CStatus AddMixerTrack(const CValueArray& args, CValue& result) {
   constexpr std::wstring_view kCmd = L"AddMixerTrack";
-  auto model = ModelArg(Arg(args, 0));
-  if (!model) return ArgError(kCmd, Quoted(Arg(args, 0)) + L" is not a model.");
+  std::shared_ptr<ModelObject> model;
+  if (CStatus status = ArgModel(kCmd, args, 0, model); !status.Succeeded()) return status;
   std::wstring name = Arg(args, 1).IsEmpty() ? L"Track" : Arg(args, 1).GetAsText().Wide();
   if (!IsCleanName(name))
     return ArgError(kCmd, L"the name \"" + name + L"\" is empty or holds '.' or ','.");

@@ -16,8 +16,8 @@ namespace {
 // after end.
 CStatus CreateActionSourceCommand(const CValueArray& args, CValue& result) {
   constexpr std::wstring_view kCmd = L"CreateActionSource";
-  auto model = std::dynamic_pointer_cast<ModelObject>(ArgObject(Arg(args, 0)));
-  if (!model) return ArgError(kCmd, Quoted(Arg(args, 0)) + L" is not a model.");
+  std::shared_ptr<ModelObject> model;
+  if (CStatus status = ArgModel(kCmd, args, 0, model); !status.Succeeded()) return status;
   const std::wstring name = Arg(args, 1).GetAsText().Wide();
   if (name.empty() || name.find_first_of(L".,") != std::wstring::npos) {
     return ArgError(kCmd, L"the name \"" + name + L"\" is empty or holds '.' or ','.");

@@ -14,8 +14,8 @@ namespace {
 
 CStatus ExportGltfCommand(const CValueArray& args, CValue& result) {
   constexpr std::wstring_view kCmd = L"ExportGLTF";
-  auto model = std::dynamic_pointer_cast<ModelObject>(ArgObject(Arg(args, 0)));
-  if (!model) return ArgError(kCmd, Quoted(Arg(args, 0)) + L" is not a model.");
+  std::shared_ptr<ModelObject> model;
+  if (CStatus status = ArgModel(kCmd, args, 0, model); !status.Succeeded()) return status;
   const std::wstring file = Arg(args, 1).GetAsText().Wide();
   if (Arg(args, 1).GetType() != siString || file.empty())
     return ArgError(kCmd, L"no file name given.");

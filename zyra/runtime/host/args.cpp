@@ -77,6 +77,12 @@ bool ArgInteger(const CValue& arg, int& out) {
   return true;
 }
 
+CStatus ArgModel(std::wstring_view command, const CValueArray& args, long i,
+                 std::shared_ptr<ModelObject>& out) {
+  out = std::dynamic_pointer_cast<ModelObject>(ArgObject(Arg(args, i)));
+  return out ? CStatus::OK : ArgError(command, Quoted(Arg(args, i)) + L" is not a model.");
+}
+
 CStatus ArgError(std::wstring_view command, const std::wstring& what) {
   return CStatus(CStatus::InvalidArgument, std::wstring(command) + L": " + what);
 }

@@ -28,6 +28,10 @@ std::shared_ptr<Object> ArgObject(const CValue& arg);
 // Objects an argument names: a reference, an array of them, or a comma-separated list of names.
 // Fails naming the first name that resolves to nothing.
 CStatus ArgObjects(const CValue& arg, std::vector<std::shared_ptr<Object>>& out);
+// The model argument `i` names, in `out`; else a failure of `command`: "<command>: "<arg>" is not a
+// model."
+CStatus ArgModel(std::wstring_view command, const CValueArray& args, long i,
+                 std::shared_ptr<ModelObject>& out);
 // A failure that names the command and what is wrong with its arguments.
 CStatus ArgError(std::wstring_view command, const std::wstring& what);
 

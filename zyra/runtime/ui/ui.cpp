@@ -119,6 +119,11 @@ class ProgressBarObject : public Object {
     drawn.clear();
     if (IsTerminal()) std::cerr << "\r\033[K" << std::flush;
   }
+  // Sets the value, kept inside the range (whichever bound is the larger), and shows it.
+  void PutValue(long wanted) {
+    value = std::clamp(wanted, std::min(minimum, maximum), std::max(minimum, maximum));
+    Update();
+  }
   void Update() {
     if (ProgressRecord* record = Record()) {
       record->maximum = maximum;
@@ -184,8 +189,7 @@ CStatus ProgressBar::PutMaximum(long value) {
   auto* bar = Bar(ref_);
   if (!bar) return kNoBar;
   bar->maximum = value;
-  bar->value = std::clamp(bar->value, std::min(bar->minimum, value), std::max(bar->minimum, value));
-  bar->Update();
+  bar->PutValue(bar->value);
   return CStatus::OK;
 }
 long ProgressBar::GetMaximum() const {
@@ -196,8 +200,7 @@ CStatus ProgressBar::PutMinimum(long value) {
   auto* bar = Bar(ref_);
   if (!bar) return kNoBar;
   bar->minimum = value;
-  bar->value = std::clamp(bar->value, std::min(value, bar->maximum), std::max(value, bar->maximum));
-  bar->Update();
+  bar->PutValue(bar->value);
   return CStatus::OK;
 }
 long ProgressBar::GetMinimum() const {
@@ -207,9 +210,7 @@ long ProgressBar::GetMinimum() const {
 CStatus ProgressBar::PutValue(long value) {
   auto* bar = Bar(ref_);
   if (!bar) return kNoBar;
-  bar->value =
-      std::clamp(value, std::min(bar->minimum, bar->maximum), std::max(bar->minimum, bar->maximum));
-  bar->Update();
+  bar->PutValue(value);
   return CStatus::OK;
 }
 long ProgressBar::GetValue() const {
